@@ -1,0 +1,1 @@
+// file_replace.cpp

@@ -1,0 +1,49 @@
+#pragma once
+// Memory that is wiped before it is given back.
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace kelt::base {
+
+/// Overwrites memory with zeros in a way that the compiler does not drop. A null pointer with length 0 is fine.
+void wipe(void* memory, std::size_t bytes);
+
+/// Wipes a string's whole capacity and leaves it empty.
+void wipe(std::string& text);
+void wipe(std::wstring& text);
+
+/// Allocator whose blocks are wiped when released, growth of a container included.
+template <typename T>
+struct WipingAllocator {
+  using value_type = T;
+  WipingAllocator() = default;
+  template <typename U>
+  WipingAllocator(const WipingAllocator<U>&) {}  // NOLINT(google-explicit-constructor)
+
+  T* allocate(std::size_t n) { return std::allocator<T>().allocate(n); }
+  void deallocate(T* block, std::size_t n) {
+    wipe(block, n * sizeof(T));
+    std::allocator<T>().deallocate(block, n);
+  }
+  friend bool operator==(const WipingAllocator&, const WipingAllocator&) { return true; }
+};
+
+/// Bytes of a secret.
+using SecretBytes = std::vector<unsigned char, WipingAllocator<unsigned char>>;
+
+/// Wipes the string it watches when the scope ends, however it ends.
+template <typename String>
+class WipeAtEnd {
+ public:
+  explicit WipeAtEnd(String& text) : m_text(text) {}
+  WipeAtEnd(const WipeAtEnd&) = delete;
+  WipeAtEnd& operator=(const WipeAtEnd&) = delete;
+  ~WipeAtEnd() { wipe(m_text); }
+
+ private:
+  String& m_text;
+};
+
+}  // namespace kelt::base

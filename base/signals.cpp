@@ -1,0 +1,1 @@
+// signals.cpp

@@ -1,0 +1,29 @@
+#pragma once
+// Signals of the whole run: which ones wait, which ones are ignored, and what a child starts with.
+
+#include <csignal>
+
+namespace kelt::base {
+
+/// Ignores SIGPIPE and SIGXFSZ, so that a closed output or a file size limit is an error of the write, not the end of
+/// the run. Called once, at the start of main.
+void ignoreOutputSignals();
+
+/// Gives every signal its default action and empties the signal mask. For a child, between fork and exec
+/// (async-signal-safe).
+void resetSignalsForChild();
+
+/// While it lives, SIGINT, SIGTERM and SIGHUP wait: the work between stopping and starting the agent is finished first.
+/// At the end the earlier mask comes back, and a signal that arrived meanwhile then ends the run as usual.
+class DeferredSignals {
+ public:
+  DeferredSignals();
+  DeferredSignals(const DeferredSignals&) = delete;
+  DeferredSignals& operator=(const DeferredSignals&) = delete;
+  ~DeferredSignals();
+
+ private:
+  sigset_t m_before;
+};
+
+}  // namespace kelt::base

@@ -1,0 +1,1 @@
+// standard_descriptors.cpp

@@ -1,0 +1,9 @@
+#pragma once
+
+namespace kelt::base {
+
+/// Opens /dev/null on whichever of the descriptors 0, 1 and 2 is closed, so that no file opened later becomes standard
+/// input, output or error. Returns false when that is not possible (no /dev/null); the run must then not go on.
+[[nodiscard]] bool openStandardDescriptors();
+
+}  // namespace kelt::base

@@ -1,0 +1,33 @@
+# kelt_folder(<name> SOURCES <file>... [USES <target>...] [LINKS <target>...])
+#
+# Makes the library kelt::<name> of the current folder. Its headers are included as "<name>/header.h", through a view
+# directory that holds nothing but a link to this folder, so that a folder sees the headers of the targets it USES (and
+# of those that they use) and no others: an include in the wrong direction does not compile.
+function(kelt_folder name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES;LINKS" ${ARGN})
+  set(view ${PROJECT_BINARY_DIR}/views/${name})
+  file(MAKE_DIRECTORY ${view})
+  file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${view}/${name} SYMBOLIC)
+
+  add_library(kelt_${name} STATIC ${ARG_SOURCES})
+  add_library(kelt::${name} ALIAS kelt_${name})
+  target_include_directories(kelt_${name} PUBLIC ${view})
+  target_link_libraries(
+    kelt_${name}
+    PUBLIC ${ARG_USES}
+    PRIVATE kelt_options ${ARG_LINKS})
+endfunction()
+
+# kelt_loadable(<name> SOURCES <file>... LINKS <target>...)
+#
+# Makes the shared object keltconfig-<name>.so beside the binary, loaded only by runs that need it (base/module_loader.h).
+function(kelt_loadable name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+  add_library(kelt_loadable_${name} MODULE ${ARG_SOURCES})
+  set_target_properties(
+    kelt_loadable_${name}
+    PROPERTIES PREFIX ""
+               OUTPUT_NAME keltconfig-${name}
+               LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
+  target_link_libraries(kelt_loadable_${name} PRIVATE kelt_options kelt_runtime ${ARG_LINKS})
+endfunction()

@@ -1,0 +1,49 @@
+# The compiler and linker options that every target of the project shares, as one interface target.
+add_library(kelt_options INTERFACE)
+
+target_compile_definitions(kelt_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64 _GNU_SOURCE)
+target_compile_options(
+  kelt_options
+  INTERFACE -Wall
+            -Wextra
+            -Wpedantic
+            -Werror
+            -Wshadow
+            -Wconversion
+            -Wold-style-cast
+            -Wcast-qual
+            -Wnon-virtual-dtor
+            -Woverloaded-virtual
+            -Wnull-dereference
+            -Wformat=2
+            -Wimplicit-fallthrough
+            -Wundef
+            -fstack-protector-strong
+            -ffunction-sections
+            -fdata-sections
+            -fvisibility=hidden)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(kelt_options INTERFACE -Wduplicated-cond -Wlogical-op)
+endif()
+# Fortification needs an optimising build; the sanitizers bring their own checks of the same calls.
+target_compile_options(kelt_options INTERFACE $<$<CONFIG:Release>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+target_link_options(kelt_options INTERFACE -Wl,--gc-sections -Wl,--as-needed -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+
+set(KELT_SANITIZE "" CACHE STRING "Sanitizers to build with, for instance address,undefined")
+if(KELT_SANITIZE)
+  target_compile_options(kelt_options INTERFACE -fsanitize=${KELT_SANITIZE} -fno-sanitize-recover=all
+                                                -fno-omit-frame-pointer)
+  target_link_options(kelt_options INTERFACE -fsanitize=${KELT_SANITIZE})
+endif()
+
+option(KELT_COVERAGE "Instrument for gcov" OFF)
+if(KELT_COVERAGE)
+  target_compile_options(kelt_options INTERFACE --coverage)
+  target_link_options(kelt_options INTERFACE --coverage)
+endif()
+
+# Start-up is nearly all dynamic loader: the C++ runtime goes into the binary.
+add_library(kelt_runtime INTERFACE)
+if(KELT_STATIC_RUNTIME AND NOT KELT_SANITIZE)
+  target_link_options(kelt_runtime INTERFACE -static-libstdc++ -static-libgcc)
+endif()

@@ -1,0 +1,14 @@
+# kelt_unit_test(<module> SOURCES <file>... LINKS <target>...)
+#
+# Makes the test program kelt_test_<module> of one folder, beside the loadable objects so that it finds them, and one
+# CTest test per GoogleTest case. The program enters a private device before its main runs a test (tests/support).
+include(GoogleTest)
+function(kelt_unit_test module)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+  add_executable(kelt_test_${module} ${ARG_SOURCES})
+  set_target_properties(kelt_test_${module} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
+  target_compile_definitions(kelt_test_${module} PRIVATE KELT_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
+  target_link_libraries(kelt_test_${module} PRIVATE kelt_options kelt_test_support ${ARG_LINKS} GTest::gtest)
+  gtest_discover_tests(kelt_test_${module} TEST_PREFIX "${module}." DISCOVERY_TIMEOUT 60
+                       PROPERTIES TIMEOUT 120 LABELS unit)
+endfunction()

@@ -1,0 +1,1 @@
+// fips_record.cpp

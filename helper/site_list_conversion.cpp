@@ -1,0 +1,1 @@
+// site_list_conversion.cpp

@@ -1,0 +1,1 @@
+// unix_command_line_helper.cpp

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "helper/command_line_helper.h"
+#include "platform/astring.h"
+
+namespace kelt::helper {
+
+/// The agent on Linux. Members are defined in the folder whose topic they are: discovery, commands, service, checks and
+/// conversion here, the mode switch in modes/.
+class unixCommandLineHelper : public CommandLineHelper {
+ public:
+  unixCommandLineHelper() = default;
+
+  bool StartORVService() override;
+  bool StopORVService() override;
+  bool CheckVersion(std::wstring& version) override;
+  bool CheckConflictList(std::wstring& conflictList) override;
+  int PrepareORV(bool managed, bool noStart, std::wstring sourceDir, std::wstring currentDir, bool pFlag,
+                 std::wstring logFile, bool fFlag, bool provision, std::wstring server, std::wstring user,
+                 std::wstring password) override;
+
+  /// Finds the agent's own configuration file: "config.xml" in the first directory, as readdir yields them, whose name
+  /// contains "ZENTORAGENT". Leaves `path` as it was when there is none, or when the configuration directory is missing,
+  /// not owned by root, or writable by others.
+  void GetORVPath(AString& path) const;
+
+  /// The directory that holds the site list and key files to import, as typed.
+  void SetSourceDir(std::wstring sourceDir);
+  [[nodiscard]] std::wstring GetSourceDir() const;
+
+  /// Cuts a command line at white space outside double quotes and appends the parts to `parameters`. Quote characters
+  /// stay in the parts.
+  void splitStringToParameters(std::wstring commandLine, std::vector<std::string>& parameters) const;
+
+  /// Runs a command line as a child, without a shell, found through PATH, without LD_LIBRARY_PATH, and waits for it.
+  /// Returns true whatever became of the child.
+  bool ExecCmd(AString commandLine) const;
+
+  /// Converts ISO-8859-1 to UTF-8. Returns false, with `utf8` unchanged, for a null pointer or when the system has no
+  /// such conversion.
+  bool ConvertToUtf8(const char* latin1, std::string& utf8) const;
+
+  /// Rewrites a site list, always taken to be ISO-8859-1, in UTF-8, and prints the outcome. A failed read or conversion
+  /// leaves the file untouched.
+  bool ConvertSiteListToUTF8(std::wstring path) const;
+
+  /// Records in the agent's configuration file whether it is to run in FIPS mode: "1" for the modes 0 and 1, "0" for all
+  /// others. Returns false, with a message, when the file is not found or does not load.
+  bool SaveFIPSInfoInRegistry(std::int32_t mode) const;
+
+  /// Checks that the source directory holds every key file, prints a line per problem, and creates a missing legacy key
+  /// file empty where its 2048-bit form is there. Returns false when there was any problem.
+  bool allKeyFilesPresent();
+
+  /// Looks for site list and key files in `sourceDir`, in `currentDir` + "/" + `sourceDir`, and in `currentDir`, and
+  /// switches to managed mode from the first complete one. Returns 1 when the switch succeeded, else 0.
+  int PrepareORVForManagedMode(std::wstring sourceDir, std::wstring currentDir);
+
+  /// The switch itself, from the directory set with SetSourceDir; what it changes, and takes back on failure, is told in
+  /// modes/managed_mode.cpp.
+  bool managedModeTask();
+
+  /// Empties the installed site list of its servers and deletes the legacy key files and the cached server data.
+  bool PrepareORVForUnmanagedMode();
+
+ private:
+  std::wstring m_versionString;
+  std::wstring m_sourceDir;
+  bool m_provisionFromServer = false;
+  std::string m_server;
+  std::string m_user;
+  std::string m_password;
+  std::int32_t m_provisionResult = 0;
+};
+
+}  // namespace kelt::helper

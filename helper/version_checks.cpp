@@ -1,0 +1,1 @@
+// version_checks.cpp

@@ -1,0 +1,1 @@
+// registry_keys.cpp

@@ -1,0 +1,19 @@
+#pragma once
+// Keys kept in the registry emulation.
+
+#include "platform/abuffer.h"
+
+namespace kelt::keys {
+
+/// Reads the server's public key and the request secret key. Returns true only when all four values (two sizes, two
+/// keys) are there and well-formed.
+bool getServerKeys(AnObjectBuffer<unsigned char>& pub, AnObjectBuffer<unsigned char>& sec);
+
+/// The same for the agent's public and secret key.
+bool getAgentKeys(AnObjectBuffer<unsigned char>& pub, AnObjectBuffer<unsigned char>& sec);
+
+/// Deletes all key values and the server key's hash, and "AgentGUID" when `removeGuid`. Returns the status of opening or
+/// closing the registry key (0 success); when it does not open, nothing is deleted.
+int removeKeys(bool removeGuid);
+
+}  // namespace kelt::keys

@@ -1,0 +1,30 @@
+#pragma once
+// The agent's directories, its key files, and single values of its configuration file, edited as text.
+
+#include <string>
+
+namespace kelt::modes {
+
+/// "/opt/Quorvane/orv/" and "/opt/Quorvane/orv/scratch/", both with the trailing "/".
+[[nodiscard]] std::wstring getORVConfPath();
+[[nodiscard]] std::wstring getORVScratchPath();
+
+/// Finds the agent's "config.xml" under "/etc/orv.d"; leaves `path` unchanged when there is none.
+void getconfigPath(std::string& path);
+
+/// Reads a file of at most 4095 bytes, up to its first zero byte. Returns 1, or 0 with `content` unchanged.
+int load_file_to_buffer(const std::string& path, std::string& content);
+
+/// Puts `value` between the first "<name>" and the first "</name>" of `content` and replaces the file at `path` by the
+/// result. Returns false, with nothing written, where one of the tags is missing; a failed write is not reported and
+/// leaves the file as it was.
+bool update_value_to_file(const std::string& content, const std::string& name, std::string value, std::string& path);
+
+/// Stores the server public key's hash as the text of "binsphash" in the agent's configuration file. Returns false, with
+/// nothing changed, when the file is not found, too large, or has no such element.
+bool bSetServerPublicKeyHashInfo(std::string hash);
+
+/// Whether there is a readable regular file of more than 0 bytes at `path`.
+[[nodiscard]] bool bFileExists(std::wstring path);
+
+}  // namespace kelt::modes

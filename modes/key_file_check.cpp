@@ -1,0 +1,1 @@
+// key_file_check.cpp

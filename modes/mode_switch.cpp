@@ -1,0 +1,1 @@
+// mode_switch.cpp

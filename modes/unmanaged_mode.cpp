@@ -1,0 +1,1 @@
+// unmanaged_mode.cpp

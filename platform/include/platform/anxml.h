@@ -1,0 +1,103 @@
+#pragma once
+// XML documents of the agent's toolkit (XML 1.0, fifth edition; names compared as written, prefix included).
+//
+// Accepted: well-formed UTF-8 (with or without a byte order mark), US-ASCII, and ISO-8859-1 where the declaration says
+// so. Refused: everything else, a DOCTYPE, and nesting deeper than 256.
+
+#include <memory>
+#include <string>
+
+#include "platform/astring.h"
+
+namespace kelt::platform {
+class XmlDocument;
+class XmlElement;
+}  // namespace kelt::platform
+
+/// One document, loaded from a file or new.
+class AnXml {
+ public:
+  AnXml();
+  AnXml(const AnXml&) = delete;
+  AnXml& operator=(const AnXml&) = delete;
+  ~AnXml();
+
+  /// Loads the file at `path`, whose root element must be named `rootName`. The last two arguments must be null.
+  /// Returns false, with the document empty, for a missing file, one that is refused (see above) or another root.
+  [[nodiscard]] bool useExistingFile(const wchar_t* path, const wchar_t* rootName, const wchar_t* reserved1,
+                                     const wchar_t* reserved2);
+
+  /// The same, but a missing file starts a new document with that root. A file that is there and does not load is a
+  /// failure and stays as it is.
+  [[nodiscard]] bool useFileAlways(const wchar_t* path, const wchar_t* rootName, const wchar_t* reserved1,
+                                   const wchar_t* reserved2);
+
+  /// Replaces the file at `path` by this document: UTF-8 with the declaration
+  /// <?xml version="1.0" encoding="UTF-8"?>, everything else as loaded and edited. Both flags must be false. Returns
+  /// false, with the file as it was, when the document holds text that XML cannot hold, or the file cannot be replaced.
+  [[nodiscard]] bool writeFile(const wchar_t* path, bool reserved1, bool reserved2);
+
+  /// Forgets the document; nodes of it must not be used any more.
+  void close();
+
+ private:
+  friend class AnXmlNode;
+  std::unique_ptr<kelt::platform::XmlDocument> m_document;
+};
+
+/// An element of a document; the document must outlive it. A default-constructed node is none: every operation on it
+/// fails without effect.
+class AnXmlNode {
+ public:
+  AnXmlNode();
+  /// The root element of `document`, or none when nothing is loaded.
+  explicit AnXmlNode(AnXml* document);
+  AnXmlNode(const AnXmlNode& other);
+  AnXmlNode& operator=(const AnXmlNode& other);
+  ~AnXmlNode();
+
+  /// Finds the first child element `name` which carries the attribute `attributeName` (null: the first of that name).
+  /// Puts it into `*found`, and the attribute's value, or the element's text, into `*text` unless that is null. The two
+  /// reserved arguments must be null. Returns false, with the outputs unchanged, when there is none.
+  [[nodiscard]] bool getExistingChild(AnXmlNode* found, const wchar_t* name, const wchar_t* attributeName,
+                                      const wchar_t* reserved1, const wchar_t* reserved2, AString* text) const;
+
+  /// The same operation under the name used where absence is no error.
+  [[nodiscard]] bool tryGetChild(AnXmlNode* found, const wchar_t* name, const wchar_t* attributeName,
+                                 const wchar_t* reserved1, const wchar_t* reserved2, AString* text) const;
+
+  /// Appends a child element `name` with the text `text` (null: no text), and puts it into `*newChild`. The reserved
+  /// argument must be null. Returns false, with nothing changed, on a node that is none.
+  [[nodiscard]] bool addChild(AnXmlNode* newChild, const wchar_t* name, const wchar_t* reserved, const wchar_t* text);
+
+  /// Sets the attribute `name` to `value`, or the element's own text where `name` is empty: the text replaces all text
+  /// directly in the element and leaves its child elements. Returns false on a node that is none.
+  bool setValue(const wchar_t* name, const wchar_t* value);
+  bool setValue(const wchar_t* name, const void* value) = delete;
+
+  /// Takes this element, with all in it, out of its parent. Returns false on a node that is none, or the root. The node
+  /// is none afterwards.
+  bool remove();
+
+ private:
+  friend class AnXmlChildIndex;
+  std::unique_ptr<kelt::platform::XmlElement> m_element;
+};
+
+/// Steps through the child elements of one name, in document order.
+class AnXmlChildIndex {
+ public:
+  AnXmlChildIndex(const AnXmlNode* parent, const wchar_t* name);
+  AnXmlChildIndex(const AnXmlChildIndex&) = delete;
+  AnXmlChildIndex& operator=(const AnXmlChildIndex&) = delete;
+  ~AnXmlChildIndex();
+
+  /// Steps to the next child (the first one at first) and stores the value of its attribute `attributeName`, or its text
+  /// where that is empty, into `*text`; an attribute that is missing reads as the empty string. Returns false, with
+  /// `*text` unchanged, when there is no further child.
+  [[nodiscard]] bool moveNext(const wchar_t* attributeName, AString* text);
+
+ private:
+  std::unique_ptr<kelt::platform::XmlElement> m_next;
+  std::string m_name;
+};

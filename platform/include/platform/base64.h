@@ -1,0 +1,12 @@
+#pragma once
+
+#include "platform/abuffer.h"
+#include "platform/astring.h"
+
+/// Base64 (RFC 4648, section 4).
+class ABase64Encode {
+ public:
+  /// Decodes `text`. Line ends and blanks anywhere are skipped; anything else outside the alphabet, or wrong padding,
+  /// gives an empty buffer.
+  [[nodiscard]] static ABuffer decode(const AString& text);
+};

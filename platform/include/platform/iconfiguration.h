@@ -1,0 +1,28 @@
+#pragma once
+// Where the installed agent keeps its binaries and its data.
+
+#include <string>
+
+namespace quorvane_com::orv::configuration {
+
+/// The process-wide configuration object. It reads the agent's own "config.xml", in the first directory under the
+/// configuration directory whose name contains "ZENTORAGENT", each time it is asked.
+class IConfiguration {
+ public:
+  /// The one object of the process.
+  [[nodiscard]] static IConfiguration& GetConfiguration();
+
+  virtual ~IConfiguration() = default;
+
+  /// Sets the directory in which the products' directories stand. Before the first call it is the agent's usual one.
+  virtual void SetConfigurationDirectory(const std::wstring& directory) = 0;
+
+  /// The text of `AgentBinDirectory`, or "/opt/Quorvane/orv/bin" where the file is missing or does not load, or has no
+  /// such element or an empty one. Never fails.
+  [[nodiscard]] virtual std::wstring GetAgentBinDirectory() const = 0;
+
+  /// The same for `FrameworkDataDirectory` and "/opt/Quorvane/orv/scratch".
+  [[nodiscard]] virtual std::wstring GetFrameworkDataDirectory() const = 0;
+};
+
+}  // namespace quorvane_com::orv::configuration

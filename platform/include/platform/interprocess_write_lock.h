@@ -1,0 +1,38 @@
+#pragma once
+// A named lock between processes that no killed holder leaves behind.
+
+#include <string>
+
+#include "base/result.h"
+#include "base/unique_fd.h"
+
+/// The lock is a file of its name in "/run/orv" (made 0700 if missing), held by an open-file-description write lock: it
+/// goes with the process that holds it, is never inherited by a started command, and waiting for it costs no processor
+/// time. Names are plain file names; one that is empty, starts with "." or contains "/" can never be locked.
+class InterProcessWriteLock {
+ public:
+  explicit InterProcessWriteLock(const std::string& name);
+  InterProcessWriteLock(const InterProcessWriteLock&) = delete;
+  InterProcessWriteLock& operator=(const InterProcessWriteLock&) = delete;
+  /// Releases the lock if it is held.
+  ~InterProcessWriteLock();
+
+  /// Takes the lock, waiting up to `seconds`; SIGALRM ends the wait at once. Returns false when the time is over, or the
+  /// lock file cannot be used (not a regular file of this user with one link and no permission for others; a directory
+  /// that others may write to).
+  [[nodiscard]] bool lock(unsigned int seconds);
+
+  /// Releases the lock. Returns false when it was not held.
+  [[nodiscard]] bool unlock();
+
+  /// Takes the lock if that is possible without waiting. Returns non-zero when it was taken.
+  [[nodiscard]] int tryLock();
+
+  /// Removes the named object. To be called while holding the lock (tryLock), as the last act before its destruction:
+  /// whoever waits for it then starts again with a new file.
+  static void cleanSemaphore(const std::string& name);
+
+ private:
+  std::string m_path;
+  kelt::base::UniqueFd m_fd;
+};

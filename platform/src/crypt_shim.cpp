@@ -1,0 +1,1 @@
+// crypt_shim.cpp

@@ -1,0 +1,1 @@
+// crypto_loader.cpp

@@ -1,0 +1,1 @@
+// interprocess_write_lock.cpp

@@ -1,0 +1,1 @@
+// key_store.cpp

@@ -1,0 +1,1 @@
+// sites_helper.cpp

@@ -1,0 +1,1 @@
+// xml_document.cpp

@@ -1,0 +1,12 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "support/private_device.h"
+
+int main(int argc, char** argv) {
+  const bool bListing = argc > 1 && std::strncmp(argv[1], "--gtest_list_tests", 18) == 0;
+  ::testing::InitGoogleTest(&argc, argv);
+  if (!bListing) kelt::tests::enterPrivateDevice();
+  return RUN_ALL_TESTS();
+}
