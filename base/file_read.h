@@ -18,6 +18,10 @@ inline constexpr std::size_t kMaxFileSize = std::size_t{256} * 1024 * 1024;
 /// Errors: kNotFound; kRefused for whatever is not a regular file; kSystem.
 [[nodiscard]] Result<UniqueFd> openRegular(const std::string& path);
 
+/// Reads from `fd` to its end. `name` is what messages call it. The memory is wiped when released. Errors: kTooLarge
+/// over `limit` bytes; kSystem.
+[[nodiscard]] Result<SecretBytes> readAll(int fd, const std::string& name, std::size_t limit = kMaxFileSize);
+
 /// Reads a whole regular file, whatever its size says meanwhile. The memory is wiped when released, since any file may
 /// hold a key. Errors as openRegular, and kTooLarge over `limit` bytes.
 [[nodiscard]] Result<SecretBytes> readFile(const std::string& path, std::size_t limit = kMaxFileSize);

@@ -18,8 +18,12 @@ void wipe(void* memory, std::size_t bytes) {
   if (memory != nullptr) ::explicit_bzero(memory, bytes);
 }
 
-void wipe(std::string& text) { wipeString(text); }
+void wipe(std::string& text) {
+  wipeString(text);
+}
 
-void wipe(std::wstring& text) { wipeString(text); }
+void wipe(std::wstring& text) {
+  wipeString(text);
+}
 
 }  // namespace kelt::base

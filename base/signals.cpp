@@ -1,1 +1,43 @@
-// signals.cpp
+#include "base/signals.h"
+
+#include <initializer_list>
+
+namespace kelt::base {
+namespace {
+
+void setAction(int signal, void (*handler)(int)) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  ::sigaction(signal, &action, nullptr);
+}
+
+}  // namespace
+
+void ignoreOutputSignals() {
+  setAction(SIGPIPE, SIG_IGN);
+  setAction(SIGXFSZ, SIG_IGN);
+}
+
+void resetSignalsForChild() {
+  // The actions first: what is unblocked at the end then meets no handler of ours. The few signals that cannot be set
+  // have nothing to reset.
+  for (int signal = 1; signal < NSIG; ++signal)
+    setAction(signal, SIG_DFL);
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+DeferredSignals::DeferredSignals() : m_before() {
+  sigset_t deferred;
+  ::sigemptyset(&deferred);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    ::sigaddset(&deferred, signal);
+  ::sigprocmask(SIG_BLOCK, &deferred, &m_before);
+}
+
+DeferredSignals::~DeferredSignals() {
+  ::sigprocmask(SIG_SETMASK, &m_before, nullptr);
+}
+
+}  // namespace kelt::base

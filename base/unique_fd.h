@@ -2,7 +2,6 @@
 // Ownership of one file descriptor.
 
 #include <unistd.h>
-
 #include <utility>
 
 namespace kelt::base {

@@ -6,8 +6,8 @@
 
 namespace kelt::base {
 
-/// Decodes UTF-8 (RFC 3629: no overlong forms, no surrogates, at most U+10FFFF), one code point per unit. Each byte that
-/// is not part of a valid sequence becomes U+DC00 + byte, so that toUtf8 gives the same bytes back. Never fails.
+/// Decodes UTF-8 (RFC 3629: no overlong forms, no surrogates, at most U+10FFFF), one code point per unit. Each byte
+/// that is not part of a valid sequence becomes U+DC00 + byte, so that toUtf8 gives the same bytes back. Never fails.
 [[nodiscard]] std::wstring toWide(std::string_view utf8);
 
 /// Encodes as UTF-8. A unit U+DC80..U+DCFF becomes the single byte 0x80..0xFF. Other surrogates and values beyond
