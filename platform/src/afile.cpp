@@ -1,1 +1,145 @@
-// afile.cpp
+#include "platform/afile.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/file_read.h"
+#include "base/file_replace.h"
+#include "base/retry.h"
+#include "base/utf.h"
+
+namespace {
+
+using kelt::base::UniqueFd;
+
+std::string narrow(const AString& path) {
+  return kelt::base::toUtf8(path.str());
+}
+
+bool bAbsent(int error) {
+  return error == ENOENT || error == ENOTDIR;
+}
+
+/// Errors of faccessat that say no, and not that the question could not be answered.
+bool bDenied(int error) {
+  return error == EACCES || error == EPERM || error == EROFS || error == ETXTBSY;
+}
+
+int modeFor(AFiler::AFileAccess access) {
+  switch (access) {
+    case AFiler::kRead:
+      return R_OK;
+    case AFiler::kWrite:
+      return W_OK;
+    case AFiler::kExistence:
+      break;
+  }
+  return F_OK;
+}
+
+enum class Standing { kAbsent, kDenied, kAccessible, kUnknown };
+
+/// Looks first whether the file is there at all, because an EACCES of the second question alone could come from the
+/// file or from a directory above it.
+Standing examine(const std::string& path, AFiler::AFileAccess access) {
+  struct stat info {};
+  if (::stat(path.c_str(), &info) != 0) return bAbsent(errno) ? Standing::kAbsent : Standing::kUnknown;
+  if (::faccessat(AT_FDCWD, path.c_str(), modeFor(access), AT_EACCESS) == 0) return Standing::kAccessible;
+  if (bAbsent(errno)) return Standing::kAbsent;
+  return bDenied(errno) ? Standing::kDenied : Standing::kUnknown;
+}
+
+bool bRegular(int fd) {
+  struct stat info {};
+  return ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+/// Asked before opening, because merely opening a device can have an effect.
+bool bRegular(const std::string& path) {
+  struct stat info {};
+  return ::lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+/// The file at `path`, made 0600 whatever the umask is where there is none.
+UniqueFd openOrCreate(const std::string& path) {
+  constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  const auto open = [&](int more) {
+    return UniqueFd(kelt::base::retryInterrupted([&] { return ::open(path.c_str(), kFlags | more, 0600); }));
+  };
+  UniqueFd made = open(O_CREAT | O_EXCL);
+  if (!made) return errno == EEXIST && bRegular(path) ? open(0) : UniqueFd();
+  if (::fchmod(made.get(), 0600) != 0) return {};
+  return made;
+}
+
+bool readWhole(const AString& path, ABuffer& content) {
+  const auto bytes = kelt::base::readFile(narrow(path));
+  if (!bytes) return false;
+  content = ABuffer(bytes.value());
+  return true;
+}
+
+}  // namespace
+
+bool AFiler::getFileAccessibility(const AString& path, AFileAccess access, bool& exists) {
+  bool bAccessible = false;
+  bool bThere = false;
+  if (!getFileAccessibility(path, access, bAccessible, bThere)) return false;
+  exists = bAccessible && bThere;
+  return true;
+}
+
+bool AFiler::getFileAccessibility(const AString& path, AFileAccess access, bool& accessible, bool& exists) {
+  const Standing standing = examine(narrow(path), access);
+  if (standing == Standing::kUnknown) return false;
+  accessible = standing == Standing::kAccessible;
+  exists = standing != Standing::kAbsent;
+  return true;
+}
+
+bool AFiler::tryGetFileSize(const AString& path, std::uint64_t& size) {
+  const auto known = kelt::base::regularFileSize(narrow(path));
+  if (!known) return false;
+  size = known.value();
+  return true;
+}
+
+bool AFiler::deleteFile(const AString& path) {
+  return ::unlink(narrow(path).c_str()) == 0;
+}
+
+bool AFiler::copyFile(const AString& from, const AString& to) {
+  return kelt::base::copyFile(narrow(from), narrow(to)).ok();
+}
+
+bool AFile::readExisting(const AString& path, ABuffer& content) {
+  return readWhole(path, content);
+}
+
+bool AFile::tryRead(const AString& path, ABuffer& content) {
+  return readWhole(path, content);
+}
+
+bool AFile::write(const AString& path, const ABuffer& content) {
+  return kelt::base::replaceFile(narrow(path), content.span()).ok();
+}
+
+bool AFile::openWrite(const AString& path, bool truncate) {
+  close();
+  UniqueFd fd = openOrCreate(narrow(path));
+  if (!fd || !bRegular(fd.get())) return false;
+  if (truncate && ::ftruncate(fd.get(), 0) != 0) return false;
+  m_fd = std::move(fd);
+  return true;
+}
+
+bool AFile::openAlways(const AString& path) {
+  return openWrite(path, false);
+}
+
+void AFile::close() {
+  m_fd.reset();
+}
