@@ -21,8 +21,8 @@ using LogCallback = void (*)(const wchar_t* source, const wchar_t* message);
 /// The callbacks through which the library speaks; any may be null. Only the first two are used.
 class CryptShimLogger {
  public:
-  CryptShimLogger(LogCallback error, LogCallback info, LogCallback reserved1, LogCallback reserved2)
-      : m_error(error), m_info(info), m_reserved1(reserved1), m_reserved2(reserved2) {}
+  CryptShimLogger(LogCallback onError, LogCallback onInfo, LogCallback reserved1, LogCallback reserved2)
+      : m_error(onError), m_info(onInfo), m_reserved1(reserved1), m_reserved2(reserved2) {}
 
   void error(const std::wstring& message) const;
   void info(const std::wstring& message) const;
