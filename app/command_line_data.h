@@ -4,10 +4,16 @@
 
 namespace kelt::app {
 
-/// What the user asked for: filled by the parser, read by the driver.
+/// What the user asked for: filled by the parser, read by the driver. Owns its strings and wipes the password when it
+/// is replaced and when the record ends; a copy of it that a getter hands out is the caller's to wipe.
+///
+/// A setter replaces the value whole, an earlier one is gone. No setter fails; those with a result always return true.
 class CommandLineData {
  public:
   CommandLineData() = default;
+  CommandLineData(const CommandLineData&) = delete;
+  CommandLineData& operator=(const CommandLineData&) = delete;
+  ~CommandLineData();
 
   bool SetCheckVersion(std::wstring& version);
   [[nodiscard]] std::wstring GetCheckVersion() const;
@@ -26,7 +32,7 @@ class CommandLineData {
 
   /// Adds one custom property, an element `CustomProps<number>` (1 to 4) with `value`, to the custom properties file in
   /// the agent's data directory, which is made when it is missing. Returns true when the file was written; otherwise it
-  /// is as it was.
+  /// is as it was. Defined in custom_properties.cpp.
   bool writeCustomProps(std::wstring& value, int number);
 
   void SetCustomProp1(const std::wstring& value);
@@ -39,17 +45,13 @@ class CommandLineData {
   std::wstring& GetCustomProp3();
   std::wstring& GetCustomProp4();
 
-  ~CommandLineData();
-  CommandLineData(const CommandLineData&) = delete;
-  CommandLineData& operator=(const CommandLineData&) = delete;
-
  private:
   std::wstring checkVersion;
   std::wstring conflictList;
-  std::wstring siteListPath;
+  std::wstring siteListPath;  // the source directory
   std::wstring zentorServer;
   std::wstring zentorUser;
-  std::wstring zentorPassword;  // wiped by the destructor
+  std::wstring zentorPassword;
   std::wstring logFile;
   std::wstring customProp1;
   std::wstring customProp2;
@@ -59,19 +61,19 @@ class CommandLineData {
  public:
   bool startService = false;
   bool stopService = false;
-  bool checkVersionGiven = false;   ///< set when the value is stored
-  bool conflictListGiven = false;   ///< set when the value is stored
+  bool checkVersionGiven = false;  ///< set when the value is stored
+  bool conflictListGiven = false;  ///< set when the value is stored
   bool managedMode = false;
   bool unmanagedMode = false;
-  bool sourceDirGiven = false;      ///< set when the option is seen
+  bool sourceDirGiven = false;  ///< set when the option is seen
   bool provision = false;
   bool pFlag = false;
   bool fFlag = false;
-  bool logFileGiven = false;        ///< set when the option is seen
+  bool logFileGiven = false;  ///< set when the option is seen
   bool noStart = false;
   bool showVersion = false;
   bool importKeysOnly = false;
-  bool customPropsGiven = false;    ///< set when a value is stored
+  bool customPropsGiven = false;  ///< set when a value is stored
 };
 
 }  // namespace kelt::app

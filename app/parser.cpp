@@ -1,1 +1,181 @@
-// parser.cpp
+#include "app/parser.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+
+#include "app/help.h"
+#include "app/messages.h"
+#include "base/console.h"
+#include "base/secret.h"
+#include "helper/encoding.h"
+#include "platform/astring.h"
+
+namespace kelt::app {
+namespace {
+
+using Flag = bool CommandLineData::*;
+
+/// One option: what seeing it does, and what its value does.
+struct Option {
+  std::wstring_view name;                                    // as typed behind the first "-"
+  Flag flagWhenSeen = nullptr;                               // null: none
+  void (*store)(CommandLineData&, std::wstring&) = nullptr;  // null: takes no value
+  bool bSecret = false;                                      // its value must not stay in the argument list
+};
+
+void storeCheckVersion(CommandLineData& data, std::wstring& value) {
+  data.checkVersionGiven = data.SetCheckVersion(value);
+}
+
+void storeConflictList(CommandLineData& data, std::wstring& value) {
+  data.conflictListGiven = data.SetConflictList(value);
+}
+
+template <void (CommandLineData::*set)(const std::wstring&)>
+void storeText(CommandLineData& data, std::wstring& value) {
+  (data.*set)(value);
+}
+
+template <void (CommandLineData::*set)(std::wstring&)>
+void storePath(CommandLineData& data, std::wstring& value) {
+  (data.*set)(value);
+}
+
+template <void (CommandLineData::*set)(const std::wstring&)>
+void storeCustomProperty(CommandLineData& data, std::wstring& value) {
+  (data.*set)(value);
+  data.customPropsGiven = true;
+}
+
+using Data = CommandLineData;
+constexpr Option kOptions[] = {
+    {L"start", &Data::startService},
+    {L"stop", &Data::stopService},
+    {L"checkHF", nullptr, storeCheckVersion},
+    {L"conflictList", nullptr, storeConflictList},
+    {L"m", &Data::managedMode},
+    {L"u", &Data::unmanagedMode},
+    {L"p", &Data::pFlag},
+    {L"f", &Data::fFlag},
+    {L"d", &Data::sourceDirGiven, storePath<&Data::SetSiteListPath>},
+    {L"z", &Data::provision},
+    {L"e", nullptr, storeText<&Data::SetZentorServer>},
+    {L"U", nullptr, storeText<&Data::SetZentorUser>},
+    {L"P", nullptr, storeText<&Data::SetZentorPassword>, true},
+    {L"l", &Data::logFileGiven, storePath<&Data::SetLogFile>},
+    {L"k", &Data::importKeysOnly},
+    {L"nostart", &Data::noStart},
+    {L"version", &Data::showVersion},
+    {L"CustomProps1", nullptr, storeCustomProperty<&Data::SetCustomProp1>},
+    {L"CustomProps2", nullptr, storeCustomProperty<&Data::SetCustomProp2>},
+    {L"CustomProps3", nullptr, storeCustomProperty<&Data::SetCustomProp3>},
+    {L"CustomProps4", nullptr, storeCustomProperty<&Data::SetCustomProp4>},
+};
+
+const Option* findOption(std::wstring_view name) {
+  const auto* const found =
+      std::find_if(std::begin(kOptions), std::end(kOptions), [&](const Option& option) { return option.name == name; });
+  return found == std::end(kOptions) ? nullptr : found;
+}
+
+bool bHelpName(std::wstring_view name) {
+  return name == L"-help" || name == L"h";
+}
+
+/// Goes through the arguments one by one.
+class Parser {
+ public:
+  explicit Parser(CommandLineData& data) : m_data(data) {}
+
+  /// Takes one argument, which is wiped if it is a secret. Returns false when the rest must not be looked at.
+  bool take(char* argument);
+
+  /// Returns whether all was understood.
+  bool finish();
+
+ private:
+  bool takeOption(std::wstring_view name);
+  void takeValue(std::wstring& value);
+  bool showHelp();
+  void fail(const char* message);
+
+  CommandLineData& m_data;
+  const Option* m_waiting = nullptr;  // the option whose value comes next
+  bool m_failed = false;
+};
+
+bool Parser::take(char* argument) {
+  std::string narrow(argument);
+  const base::WipeAtEnd wipeNarrow(narrow);
+  std::wstring wide = helper::latin1_to_unicode(narrow);
+  const base::WipeAtEnd wipeWide(wide);
+
+  if (wide == L"?") return showHelp();
+  if (m_waiting != nullptr) {
+    if (m_waiting->bSecret) base::wipe(argument, narrow.size());
+    takeValue(wide);
+    return true;
+  }
+  if (wide.starts_with(L'-')) return takeOption(std::wstring_view(wide).substr(1));
+  base::printLine(messages::argumentWithoutOption(wide));
+  m_failed = true;
+  return true;
+}
+
+bool Parser::takeOption(std::wstring_view name) {
+  const Option* const option = findOption(name);
+  if (option != nullptr) {
+    if (option->flagWhenSeen != nullptr) m_data.*(option->flagWhenSeen) = true;
+    if (option->store != nullptr) m_waiting = option;
+    return true;
+  }
+  if (bHelpName(name)) return showHelp();
+  fail(messages::kUnsupportedOption);
+  return false;
+}
+
+void Parser::takeValue(std::wstring& value) {
+  if (value.starts_with(L'-')) {
+    fail(messages::kMissingArgument);
+  } else {
+    m_waiting->store(m_data, value);
+  }
+  m_waiting = nullptr;
+}
+
+bool Parser::showHelp() {
+  DisplayHelp();
+  m_failed = true;
+  return false;
+}
+
+bool Parser::finish() {
+  if (m_waiting != nullptr) fail(messages::kMissingArgument);
+  return !m_failed;
+}
+
+void Parser::fail(const char* message) {
+  base::printLine(message);
+  m_failed = true;
+}
+
+}  // namespace
+
+bool ParseCommandLineArg(char** args, CommandLineData& data) {
+  if (*args == nullptr) {
+    base::printLine(messages::kNoOptions);
+    return false;
+  }
+  Parser parser(data);
+  while (*args != nullptr && **args != '\0' && parser.take(*args))
+    ++args;
+  return parser.finish();
+}
+
+std::wstring utf8_to_unicode(const std::string& utf8) {
+  return quorvane_com::orv::tellcomn_ansi_to_wide(utf8);
+}
+
+}  // namespace kelt::app

@@ -1,0 +1,43 @@
+#pragma once
+// The console texts of this folder, without their final line end. The blanks in them belong to them.
+
+#include <string>
+
+namespace kelt::app::messages {
+
+// The command line.
+inline constexpr const char* kNoOptions =
+    "Invalid command line : No options specified. Use keltconfig -h or ? or --help for help ";
+inline constexpr const char* kUnsupportedOption = "Unsupported option. Use keltconfig -h or ? or --help for help.";
+inline constexpr const char* kMissingArgument = "Missing option argument.";
+
+inline std::wstring argumentWithoutOption(const std::wstring& argument) {
+  return L"Argument " + argument + L" passed without a valid option";
+}
+
+// Preparing the run.
+inline constexpr const char* kNoCurrentDirectory = "Error : Failed to acquire current directory.";
+inline constexpr const wchar_t* kCryptoModeUnknown = L"Unable to find existing mode, assuming non_fips mode";
+
+inline std::string directoryNotEntered(const std::string& path) {
+  return "Error : Failed to change current directory to " + path;
+}
+
+// The work.
+inline constexpr const char* kVersion = "4.6.0.2545";
+inline constexpr const char* kConflict = "\n there is a conflict ";
+inline constexpr const char* kSourceDirMissing =
+    "Error : -d option is missing for following files\n"
+    "      1. sitelist &\n"
+    "      2. keyfiles (for Zentor4.0 or higher)";
+
+inline std::wstring fileNotDeleted(const std::wstring& path) {
+  return L"Error : Failed to delete file, " + path;
+}
+
+// What the crypto library says.
+inline constexpr const wchar_t* kLogPrefix = L"keltconfig\t";
+inline constexpr const wchar_t* kInfoPrefix = L"keltconfig\t[I] ";
+inline constexpr const wchar_t* kErrorPrefix = L"keltconfig\t[E] ";
+
+}  // namespace kelt::app::messages
