@@ -1,1 +1,90 @@
-// driver.cpp
+#include "app/driver.h"
+
+#include <stdexcept>
+
+#include "app/command_line_data.h"
+#include "app/console_log.h"
+#include "app/dispatch.h"
+#include "app/exit_status.h"
+#include "app/instance_lock.h"
+#include "app/messages.h"
+#include "app/parser.h"
+#include "app/working_directory.h"
+#include "base/console.h"
+#include "helper/unix_command_line_helper.h"
+#include "platform/crypto.h"
+#include "platform/logger.h"
+
+namespace kelt::app {
+namespace {
+
+namespace crypto = quorvane_com::QV::crypto;
+
+crypto::Mode agentCryptoMode(const crypto::KeyConf& keyConf) {
+  crypto::Mode mode = crypto::Mode::kNonFips;
+  if (keyConf.getCryptoMode(mode)) return mode;
+  logInfo(L"keltcfg", messages::kCryptoModeUnknown);
+  base::printLine(messages::kCryptoModeUnknown);
+  return crypto::Mode::kNonFips;
+}
+
+/// Null when it cannot be made, whatever the reason. The crypto library keeps it to the end of the process.
+crypto::CryptShimLogger* makeCryptoLogger() {
+  try {
+    return new crypto::CryptShimLogger(log_single_funce, log_single_funci, nullptr, nullptr);
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+bool bConfigureCrypto(const crypto::KeyConf& keyConf) {
+  const crypto::Mode mode = agentCryptoMode(keyConf);
+  crypto::CryptShimLogger* const logger = makeCryptoLogger();
+  if (logger == nullptr) return false;
+  crypto::CryptShim::configure(mode, crypto::Role::kDefault, logger, L"keltconfig.sig");
+  return true;
+}
+
+bool bParsed(char** args, CommandLineData& data) {
+  try {
+    return ParseCommandLineArg(args, data);
+  } catch (...) {
+    return false;
+  }
+}
+
+/// The one agent of the process. It is never destroyed; the pointer keeps it reachable.
+helper::CommandLineHelper& agent() {
+  static helper::CommandLineHelper* const theAgent = new helper::unixCommandLineHelper();
+  return *theAgent;
+}
+
+int runLocked(char** args) {
+  const std::optional<std::string> startedIn = currentDirectory();
+  if (!startedIn) {
+    base::printLine(messages::kNoCurrentDirectory);
+    return kNoWorkingDirectory;
+  }
+  const std::wstring currentDir = utf8_to_unicode(*startedIn);
+  if (!enterAgentBinDirectory()) return kNoWorkingDirectory;
+
+  CommandLineData data;
+  const crypto::KeyConf keyConf;
+  if (!bConfigureCrypto(keyConf)) return kNoCryptoLogger;
+  if (!bParsed(args, data)) return kCommandLineRefused;
+  return runOptions(data, currentDir, agent());
+}
+
+}  // namespace
+
+int runTool(int argc, char** argv) {
+  try {
+    const lock_raii lock;
+    return runLocked(argc > 0 ? argv + 1 : argv);
+  } catch (const std::runtime_error&) {
+    logInfo(L"keltcfg", L"Unable to acquire interprocess lock for keltconfig ");
+    return kNotLocked;
+  }
+}
+
+}  // namespace kelt::app

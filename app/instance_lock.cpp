@@ -1,1 +1,27 @@
-// instance_lock.cpp
+#include "app/instance_lock.h"
+
+#include <stdexcept>
+
+#include "platform/logger.h"
+
+namespace kelt::app {
+namespace {
+
+constexpr const char* kLockName = "71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex";
+constexpr std::uint32_t kLockSeconds = 300;
+
+}  // namespace
+
+lock_raii::lock_raii() : timeout(kLockSeconds), lock(kLockName) {
+  if (lock.lock(timeout)) return;
+  logInfo(L"keltcfg", L"Unable to acquire lock");
+  throw std::runtime_error("Failed to get keltconfig lock");
+}
+
+lock_raii::~lock_raii() {
+  if (!lock.unlock()) logInfo(L"keltcfg", L"Unable to unlock interprocess lock");
+  // Holding it again means that nobody waits for it or has it: only then may the object behind it go.
+  if (lock.tryLock() != 0) InterProcessWriteLock::cleanSemaphore(kLockName);
+}
+
+}  // namespace kelt::app

@@ -1,0 +1,110 @@
+#include "app/dispatch.h"
+
+#include <optional>
+
+#include "app/custom_properties.h"
+#include "app/exit_status.h"
+#include "app/messages.h"
+#include "base/console.h"
+#include "base/signals.h"
+
+namespace kelt::app {
+namespace {
+
+using helper::CommandLineHelper;
+
+/// A step's answer: the exit status where the run ends with it, nothing where it goes on.
+using Ended = std::optional<int>;
+
+Ended checkVersion(const CommandLineData& data, CommandLineHelper& agent) {
+  if (!data.checkVersionGiven) return std::nullopt;
+  std::wstring version = data.GetCheckVersion();
+  if (agent.CheckVersion(version)) return std::nullopt;
+  return kWrongVersion;
+}
+
+Ended checkConflicts(const CommandLineData& data, CommandLineHelper& agent) {
+  if (!data.conflictListGiven) return std::nullopt;
+  std::wstring conflicts = data.GetConflictList();
+  if (agent.CheckConflictList(conflicts)) return std::nullopt;
+  base::printLine(messages::kConflict);
+  return kHotfixConflict;
+}
+
+Ended showVersion(const CommandLineData& data) {
+  if (!data.showVersion) return std::nullopt;
+  base::printLine(messages::kVersion);
+  return kDone;
+}
+
+Ended switchToManaged(const CommandLineData& data, const std::wstring& currentDir, CommandLineHelper& agent) {
+  if (!data.managedMode) return std::nullopt;
+  if (!data.sourceDirGiven) {
+    base::printLine(messages::kSourceDirMissing);
+    return std::nullopt;
+  }
+  // The password's copy is made in the argument itself, which the switch wipes.
+  return agent.PrepareORV(true, data.noStart, data.GetSiteListPath(), currentDir, data.pFlag, data.GetLogFile(),
+                          data.fFlag, data.provision, data.GetZentorServer(), data.GetZentorUser(),
+                          data.GetZentorPassword());
+}
+
+Ended switchToUnmanaged(const CommandLineData& data, CommandLineHelper& agent) {
+  if (!data.unmanagedMode) return std::nullopt;
+  return agent.PrepareORV(false, data.noStart, L"", L"", false, L"", false, false, L"", L"", L"");
+}
+
+Ended startService(const CommandLineData& data, CommandLineHelper& agent) {
+  if (!data.startService || agent.StartORVService()) return std::nullopt;
+  return kServiceNotStarted;
+}
+
+Ended stopService(const CommandLineData& data, CommandLineHelper& agent) {
+  if (!data.stopService || agent.StopORVService()) return std::nullopt;
+  return kServiceNotStopped;
+}
+
+/// Where products with a script engine of their own wait for it to finish; this agent has none.
+void wait_for_script_engine() {}
+
+Ended importKeys(const CommandLineData& data, CommandLineHelper& agent) {
+  if (!data.importKeysOnly) return std::nullopt;
+  wait_for_script_engine();
+  const base::DeferredSignals untilItRunsAgain;
+  if (!agent.StopORVService()) return kServiceNotStopped;
+  if (!agent.ImportKeys(true)) {
+    (void)agent.StartORVService();
+    return kKeysNotImported;
+  }
+  if (data.noStart || agent.StartORVService()) return std::nullopt;
+  return kServiceNotStarted;
+}
+
+Ended checkAgent(const CommandLineData& data, CommandLineHelper& agent) {
+  if (const Ended ended = checkVersion(data, agent)) return ended;
+  if (const Ended ended = checkConflicts(data, agent)) return ended;
+  return showVersion(data);
+}
+
+Ended switchMode(const CommandLineData& data, const std::wstring& currentDir, CommandLineHelper& agent) {
+  if (const Ended ended = switchToManaged(data, currentDir, agent)) return ended;
+  return switchToUnmanaged(data, agent);
+}
+
+Ended controlService(const CommandLineData& data, CommandLineHelper& agent) {
+  if (const Ended ended = startService(data, agent)) return ended;
+  if (const Ended ended = stopService(data, agent)) return ended;
+  return importKeys(data, agent);
+}
+
+}  // namespace
+
+int runOptions(CommandLineData& data, const std::wstring& currentDir, CommandLineHelper& agent) {
+  if (const Ended ended = checkAgent(data, agent)) return *ended;
+  if (const Ended ended = switchMode(data, currentDir, agent)) return *ended;
+  if (const Ended ended = controlService(data, agent)) return *ended;
+  if (data.customPropsGiven) replaceCustomProperties(data);
+  return kDone;
+}
+
+}  // namespace kelt::app
