@@ -1,0 +1,19 @@
+#pragma once
+// Key files: one RSA key, and nothing else.
+
+#include <openssl/types.h>
+#include <span>
+#include <vector>
+
+#include "base/result.h"
+#include "base/secret.h"
+
+namespace kelt::platform {
+
+/// See CryptoEngine::publicKey and secretKey. May throw std::bad_alloc.
+[[nodiscard]] base::Result<std::vector<unsigned char>> parsePublicKey(OSSL_LIB_CTX* library,
+                                                                      std::span<const unsigned char> file);
+[[nodiscard]] base::Result<base::SecretBytes> parseSecretKey(OSSL_LIB_CTX* library,
+                                                             std::span<const unsigned char> file);
+
+}  // namespace kelt::platform
