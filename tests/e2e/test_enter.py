@@ -1,0 +1,66 @@
+"""The private device itself: what the other tests rely on."""
+
+import os
+import pathlib
+import subprocess
+
+import pytest
+
+ENTER = pathlib.Path(__file__).resolve().parents[2] / "device/enter"
+
+
+def enter(*arguments, **options):
+    return subprocess.run([ENTER, *arguments], capture_output=True, timeout=30, **options)
+
+
+def machine():
+    return [sorted(os.listdir(directory)) for directory in ("/etc", "/opt", "/run")]
+
+
+def test_the_machine_stays_as_it_is():
+    before = machine()
+    script = "touch /etc/orv.d/a /opt/Quorvane/b /run/c /etc/d /opt/e && mkdir /run/orv && ls /etc/passwd"
+    assert enter("sh", "-c", script).returncode == 0
+    assert machine() == before
+
+
+def test_the_command_is_root_on_a_device_of_its_own():
+    script = "id -u; stat -c '%u %a %n' /etc/orv.d /opt/Quorvane /run; ls /run; test -r /etc/passwd"
+    done = enter("sh", "-c", script)
+    assert done.stdout == b"0\n0 755 /etc/orv.d\n0 755 /opt/Quorvane\n0 755 /run\n"
+    assert (done.stderr, done.returncode) == (b"", 0)
+
+
+@pytest.mark.parametrize("script, status", [("exit 7", 7), ("kill -TERM $$", 143), ("kill -KILL $$", 137)])
+def test_the_status_is_that_of_the_command(script, status):
+    done = enter("sh", "-c", script)
+    assert (done.stdout, done.stderr, done.returncode) == (b"", b"", status)
+
+
+def test_standard_input_reaches_the_command():
+    assert enter("cat", input=b"text\0\n").stdout == b"text\0\n"
+
+
+def test_nothing_is_left_running():
+    done = enter("sh", "-c", "sleep 98765 >/dev/null 2>&1 & echo started")
+    assert done.stdout == b"started\n"
+    assert subprocess.run(["pgrep", "-f", "^sleep 98765"], check=False).returncode == 1
+
+
+def test_a_state_directory_is_found_again(tmp_path):
+    state = tmp_path / "a device"
+    enter("--state", state, "sh", "-c", "echo kept >/etc/orv.d/file; echo kept >/run/file; mkdir /opt/Quorvane/new")
+    done = enter("--state", state, "cat", "/etc/orv.d/file", "/run/file")
+    assert done.stdout == b"kept\nkept\n"
+    assert (state / "opt/Quorvane/new").is_dir()
+    assert sorted(path.name for path in (state / "run").iterdir()) == ["file"]
+
+
+def test_the_command_starts_where_it_was_called(tmp_path):
+    assert enter("pwd", cwd=tmp_path).stdout.decode() == f"{tmp_path}\n"
+
+
+def test_a_device_is_made_quickly(tmp_path):
+    lines = "time for n in 1 2 3 4 5; do %s true; done" % ENTER
+    done = subprocess.run(["bash", "-c", "TIMEFORMAT=%R; " + lines], capture_output=True, check=True)
+    assert float(done.stderr) / 5 < 0.5
