@@ -7,7 +7,9 @@
 namespace kelt::base {
 namespace {
 
-bool bOpen(int fd) { return ::fcntl(fd, F_GETFD) >= 0; }
+bool bOpen(int fd) {
+  return ::fcntl(fd, F_GETFD) >= 0;
+}
 
 TEST(UniqueFd, ClosesWhatItOwnsAtTheEndOfItsScope) {
   int raw = -1;

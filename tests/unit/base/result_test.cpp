@@ -1,0 +1,53 @@
+#include "base/result.h"
+
+#include <cerrno>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace kelt::base {
+namespace {
+
+TEST(Result, HoldsAValueOrAnError) {
+  const Result<int> value = 7;
+  EXPECT_TRUE(value.ok());
+  EXPECT_EQ(value.value(), 7);
+  const Result<int> error = Error{ErrorKind::kRefused, 0, "no"};
+  EXPECT_FALSE(error.ok());
+  EXPECT_EQ(error.error().message, "no");
+}
+
+TEST(Result, HandsOverWhatCannotBeCopied) {
+  Result<std::unique_ptr<int>> made = std::make_unique<int>(3);
+  const std::unique_ptr<int> taken = std::move(made).value();
+  EXPECT_EQ(*taken, 3);
+}
+
+TEST(Result, WithoutAValueIsGoodUntilItHoldsAnError) {
+  EXPECT_TRUE(Status().ok());
+  EXPECT_FALSE(Status(Error{}).ok());
+}
+
+TEST(SystemError, SaysWhatFailedAndWhy) {
+  const Error error = systemError("open /etc/orv.d", EACCES);
+  EXPECT_EQ(error.kind, ErrorKind::kSystem);
+  EXPECT_EQ(error.sysErrno, EACCES);
+  EXPECT_EQ(error.message, "open /etc/orv.d: Permission denied");
+}
+
+TEST(SystemError, ReadsErrnoUnlessItIsGivenOne) {
+  errno = EIO;
+  EXPECT_EQ(systemError("read").sysErrno, EIO);
+}
+
+TEST(SystemError, TellsWhatIsMissingFromOtherFailures) {
+  EXPECT_EQ(systemError("x", ENOENT).kind, ErrorKind::kNotFound);
+  EXPECT_EQ(systemError("x", ENOTDIR).kind, ErrorKind::kNotFound);
+  EXPECT_EQ(systemError("x", ELOOP).kind, ErrorKind::kSystem);
+}
+
+TEST(SystemError, HasASentenceForANumberThatTheSystemDoesNotKnow) {
+  EXPECT_EQ(systemError("x", 9999).message, "x: Unknown error 9999");
+}
+
+}  // namespace
+}  // namespace kelt::base

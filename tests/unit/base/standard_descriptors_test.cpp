@@ -1,0 +1,74 @@
+#include "base/standard_descriptors.h"
+
+#include <fcntl.h>
+#include <functional>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/private_device.h"
+
+namespace kelt::base {
+namespace {
+
+/// Exit status of a child that runs `action`, whose result it is.
+int childStatus(const std::function<int()>& action) {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(action());
+  int status = 0;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool bSameFile(int fd, const char* path) {
+  struct stat open {};
+  struct stat named {};
+  return ::fstat(fd, &open) == 0 && ::stat(path, &named) == 0 && open.st_ino == named.st_ino &&
+         open.st_rdev == named.st_rdev;
+}
+
+class StandardDescriptors : public tests::PrivateDevice {};
+
+TEST_F(StandardDescriptors, PutsTheNullDeviceWhereOneIsClosed) {
+  for (int closed = 0; closed <= 2; ++closed) {
+    const int status = childStatus([closed] {
+      ::close(closed);
+      if (!openStandardDescriptors()) return 1;
+      if (!bSameFile(closed, "/dev/null")) return 2;
+      return ::fcntl(closed, F_GETFD) == 0 ? 0 : 3;  // started commands inherit it
+    });
+    EXPECT_EQ(status, 0) << closed;
+  }
+}
+
+TEST_F(StandardDescriptors, KeepsALaterFileFromBecomingOne) {
+  EXPECT_EQ(childStatus([] {
+              for (int fd = 0; fd <= 2; ++fd)
+                ::close(fd);
+              if (!openStandardDescriptors()) return 1;
+              return ::open("/tmp/file", O_RDWR | O_CREAT | O_CLOEXEC, 0600) > 2 ? 0 : 2;
+            }),
+            0);
+}
+
+TEST_F(StandardDescriptors, LeavesOpenOnesAlone) {
+  tests::putFile("/tmp/in", "");
+  EXPECT_EQ(childStatus([] {
+              const int fd = ::open("/tmp/in", O_RDONLY | O_CLOEXEC);
+              ::dup2(fd, STDIN_FILENO);
+              return openStandardDescriptors() && bSameFile(STDIN_FILENO, "/tmp/in") ? 0 : 1;
+            }),
+            0);
+}
+
+TEST_F(StandardDescriptors, FailsWithoutANullDevice) {
+  EXPECT_EQ(childStatus([] {
+              ::close(STDIN_FILENO);
+              if (::chroot("/tmp") != 0) return 2;
+              return openStandardDescriptors() ? 1 : 0;
+            }),
+            0);
+}
+
+}  // namespace
+}  // namespace kelt::base
