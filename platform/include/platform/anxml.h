@@ -1,8 +1,12 @@
 #pragma once
-// XML documents of the agent's toolkit (XML 1.0, fifth edition; names compared as written, prefix included).
+// XML documents of the agent's toolkit (XML 1.0, characters in names as in its fourth edition; names are compared as
+// written, prefix included).
 //
 // Accepted: well-formed UTF-8 (with or without a byte order mark), US-ASCII, and ISO-8859-1 where the declaration says
-// so. Refused: everything else, a DOCTYPE, and nesting deeper than 256.
+// so. Refused: everything else, a DOCTYPE, nesting deeper than 256, and files over 64 MiB.
+//
+// The text of an element is that of the text and CDATA sections directly in it, joined; references are expanded. A null
+// name or value counts as the empty one.
 
 #include <memory>
 #include <string>
@@ -33,8 +37,10 @@ class AnXml {
                                    const wchar_t* reserved2);
 
   /// Replaces the file at `path` by this document: UTF-8 with the declaration
-  /// <?xml version="1.0" encoding="UTF-8"?>, everything else as loaded and edited. Both flags must be false. Returns
-  /// false, with the file as it was, when the document holds text that XML cannot hold, or the file cannot be replaced.
+  /// <?xml version="1.0" encoding="UTF-8"?>, everything else as loaded and edited (an empty element keeps its form;
+  /// blanks outside the root element and the kind of quotes do not). A new file gets mode 0600. Both flags must be
+  /// false. Returns false, with the file as it was, when a name or value is none that XML can hold, when the document
+  /// would not load again, or when the file cannot be replaced. The document stays as it is.
   [[nodiscard]] bool writeFile(const wchar_t* path, bool reserved1, bool reserved2);
 
   /// Forgets the document; nodes of it must not be used any more.
@@ -57,8 +63,8 @@ class AnXmlNode {
   ~AnXmlNode();
 
   /// Finds the first child element `name` which carries the attribute `attributeName` (null: the first of that name).
-  /// Puts it into `*found`, and the attribute's value, or the element's text, into `*text` unless that is null. The two
-  /// reserved arguments must be null. Returns false, with the outputs unchanged, when there is none.
+  /// Puts it into `*found`, and the attribute's value, or the element's text, into `*text`, unless these are null. The
+  /// two reserved arguments must be null. Returns false, with the outputs unchanged, when there is none.
   [[nodiscard]] bool getExistingChild(AnXmlNode* found, const wchar_t* name, const wchar_t* attributeName,
                                       const wchar_t* reserved1, const wchar_t* reserved2, AString* text) const;
 
@@ -66,12 +72,14 @@ class AnXmlNode {
   [[nodiscard]] bool tryGetChild(AnXmlNode* found, const wchar_t* name, const wchar_t* attributeName,
                                  const wchar_t* reserved1, const wchar_t* reserved2, AString* text) const;
 
-  /// Appends a child element `name` with the text `text` (null: no text), and puts it into `*newChild`. The reserved
-  /// argument must be null. Returns false, with nothing changed, on a node that is none.
+  /// Appends a child element `name` with the text `text` (null: no text), and puts it into `*newChild` unless that is
+  /// null. The reserved argument must be null. Returns false, with nothing changed, for an empty name and on a node
+  /// that is none. A name that XML cannot hold shows when the document is written.
   [[nodiscard]] bool addChild(AnXmlNode* newChild, const wchar_t* name, const wchar_t* reserved, const wchar_t* text);
 
   /// Sets the attribute `name` to `value`, or the element's own text where `name` is empty: the text replaces all text
-  /// directly in the element and leaves its child elements. Returns false on a node that is none.
+  /// directly in the element, in the place of the first, or stands before the child elements, which stay. Returns false
+  /// on a node that is none.
   bool setValue(const wchar_t* name, const wchar_t* value);
   bool setValue(const wchar_t* name, const void* value) = delete;
 
@@ -84,7 +92,8 @@ class AnXmlNode {
   std::unique_ptr<kelt::platform::XmlElement> m_element;
 };
 
-/// Steps through the child elements of one name, in document order.
+/// Steps through the child elements of one name, in document order. The one stepped to may be removed; the ones behind
+/// it must stay.
 class AnXmlChildIndex {
  public:
   AnXmlChildIndex(const AnXmlNode* parent, const wchar_t* name);
@@ -92,8 +101,9 @@ class AnXmlChildIndex {
   AnXmlChildIndex& operator=(const AnXmlChildIndex&) = delete;
   ~AnXmlChildIndex();
 
-  /// Steps to the next child (the first one at first) and stores the value of its attribute `attributeName`, or its text
-  /// where that is empty, into `*text`; an attribute that is missing reads as the empty string. Returns false, with
+  /// Steps to the next child (the first one at first) and stores the value of its attribute `attributeName`, or its
+  /// text where that is empty, into `*text`; an attribute that is missing reads as the empty string. Returns false,
+  /// with
   /// `*text` unchanged, when there is no further child.
   [[nodiscard]] bool moveNext(const wchar_t* attributeName, AString* text);
 
