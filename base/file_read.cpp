@@ -15,18 +15,23 @@ Error notRegular(const std::string& path) {
   return {ErrorKind::kRefused, 0, path + ": not a regular file"};
 }
 
-/// Bytes to begin with: one more than the file claims to have, so that an honest size needs a single read and a last
-/// one that finds the end.
-std::size_t firstGuess(int fd, std::size_t limit) {
+Error tooLarge(const std::string& name, std::size_t limit) {
+  return {ErrorKind::kTooLarge, 0, name + ": over " + std::to_string(limit) + " bytes"};
+}
+
+/// The size that the file claims to have; 0 where it claims none.
+std::uint64_t claimedSize(int fd) {
   struct stat info {};
-  if (::fstat(fd, &info) != 0 || info.st_size <= 0) return kChunk;
-  return static_cast<std::size_t>(std::min<std::uint64_t>(static_cast<std::uint64_t>(info.st_size), limit)) + 1;
+  return ::fstat(fd, &info) == 0 && info.st_size > 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
 }
 
 template <typename Buffer>
 Result<Buffer> readWhole(int fd, const std::string& name, std::size_t limit) {
+  const std::uint64_t claimed = claimedSize(fd);
+  if (claimed > limit) return tooLarge(name, limit);
   Buffer content;
-  content.resize(firstGuess(fd, limit));
+  // One byte more than claimed, so that an honest size needs a single read and a last one that finds the end.
+  content.resize(claimed == 0 ? kChunk : static_cast<std::size_t>(claimed) + 1);
   std::size_t used = 0;
   while (true) {
     if (used == content.size()) content.resize(used + std::max(used, kChunk));
@@ -34,7 +39,7 @@ Result<Buffer> readWhole(int fd, const std::string& name, std::size_t limit) {
     if (got < 0) return systemError("read " + name);
     if (got == 0) break;
     used += static_cast<std::size_t>(got);
-    if (used > limit) return Error{ErrorKind::kTooLarge, 0, name + ": over " + std::to_string(limit) + " bytes"};
+    if (used > limit) return tooLarge(name, limit);
   }
   content.resize(used);
   return content;

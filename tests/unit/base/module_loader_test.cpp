@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <filesystem>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include "support/private_device.h"
@@ -15,16 +16,24 @@ constexpr const char* kSymbol = "keltTestModuleAnswer";
 
 class ModuleLoader : public tests::PrivateDevice {
  protected:
-  /// Makes the installation's library directory for this test, on a file system of its own.
-  static std::string installDirectory() {
+  void TearDown() override {
+    if (!m_mounted.empty()) ::umount2(m_mounted.c_str(), MNT_DETACH);
+  }
+
+  /// Makes the installation's library directory for this test, on a file system of its own over the machine's.
+  std::string installDirectory() {
     const fs::path directory = KELT_MODULE_DIR;
     fs::path existing = directory.parent_path();
     while (!fs::is_directory(existing))
       existing = existing.parent_path();
-    tests::mountSmall(existing, std::size_t{16} * 1024 * 1024);
+    EXPECT_EQ(::mount("install", existing.c_str(), "tmpfs", 0, "mode=755"), 0);
+    m_mounted = existing;
     fs::create_directories(directory);
     return directory;
   }
+
+ private:
+  std::string m_mounted;
 };
 
 int answerOf(void* address) {
