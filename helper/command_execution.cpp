@@ -1,1 +1,74 @@
-// command_execution.cpp
+// Running the commands that the agent's configuration names.
+
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+#include <string_view>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+#include "base/signals.h"
+#include "helper/unix_command_line_helper.h"
+
+namespace kelt::helper {
+namespace {
+
+/// White space as the C locale has it, whatever locale is set and whether `char` is signed or not.
+bool bBlank(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+/// Becomes the program that `arguments` (null-terminated) names, or ends.
+[[noreturn]] void runInChild(char* const* arguments) {
+  base::resetSignalsForChild();
+  // The tool's own library path is no business of the agent's programs.
+  ::unsetenv("LD_LIBRARY_PATH");  // NOLINT(concurrency-mt-unsafe): there is one thread
+  if (*arguments != nullptr) ::execvp(*arguments, arguments);
+  ::_exit(1);
+}
+
+/// Waits until a child ends; there is never another one than the one just started. Returns at once when there is none.
+void waitForChild() {
+  int status = 0;
+  while (::wait(&status) < 0 && errno == EINTR) {
+  }
+}
+
+}  // namespace
+
+void unixCommandLineHelper::splitStringToParameters(std::wstring commandLine,
+                                                    std::vector<std::string>& parameters) const {
+  const ACharString narrow(commandLine.c_str());
+  std::string word;
+  bool bQuoted = false;
+  for (const char c : std::string_view(static_cast<const char*>(narrow))) {
+    if (c == '"') bQuoted = !bQuoted;
+    if (bQuoted || !bBlank(c)) {
+      word += c;
+    } else if (!word.empty()) {
+      parameters.push_back(std::exchange(word, {}));
+    }
+  }
+  if (!word.empty()) parameters.push_back(std::move(word));
+}
+
+bool unixCommandLineHelper::ExecCmd(AString commandLine) const {
+  // All memory is taken before the fork: where there is none, no second copy of the tool runs on.
+  std::vector<std::string> words;
+  std::vector<char*> arguments;
+  try {
+    splitStringToParameters(commandLine.str(), words);
+    for (std::string& word : words)
+      arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+
+  if (::fork() == 0) runInChild(arguments.data());
+  waitForChild();
+  return true;
+}
+
+}  // namespace kelt::helper
