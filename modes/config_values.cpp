@@ -1,1 +1,76 @@
-// config_values.cpp
+#include "modes/config_values.h"
+
+#include "base/file_read.h"
+#include "base/file_replace.h"
+#include "helper/agent_paths.h"
+#include "helper/product_directories.h"
+#include "platform/afile.h"
+
+namespace kelt::modes {
+namespace {
+
+namespace paths = helper::paths;
+using quorvane_com::orv::tellcomn_wide_to_ansi;
+
+/// A longer configuration file is not edited.
+constexpr std::size_t kMaxConfigSize = 4095;
+
+}  // namespace
+
+std::wstring getORVConfPath() {
+  return paths::kInstallDir;
+}
+
+std::wstring getORVScratchPath() {
+  return paths::kScratchDir;
+}
+
+void getconfigPath(std::string& path) {
+  const std::string root = tellcomn_wide_to_ansi(paths::kConfigDir);
+  helper::ProductDirectories directories(root);
+  while (const auto name = directories.next()) {
+    if (!helper::bAgentDirectory(*name)) continue;
+    path = root + "/" + *name + paths::kConfigFile;
+    return;
+  }
+}
+
+int load_file_to_buffer(const std::string& path, std::string& content) {
+  const auto text = base::readText(path, kMaxConfigSize);
+  if (!text) return 0;
+  content = text.value().substr(0, text.value().find('\0'));
+  return 1;
+}
+
+bool update_value_to_file(const std::string& content, const std::string& name, std::string value, std::string& path) {
+  const std::string startTag = "<" + name + ">";
+  const std::size_t start = content.find(startTag);
+  // Looked for from the start of the file, not from the start tag.
+  const std::size_t end = content.find("</" + name + ">");
+  if (start == std::string::npos || end == std::string::npos) return false;
+
+  const std::string updated = content.substr(0, start + startTag.size()) + value + content.substr(end);
+  // A failure leaves the old file, which holds a value that the agent can work with; callers do not act on it.
+  static_cast<void>(base::replaceFile(path, updated));
+  return true;
+}
+
+bool bSetServerPublicKeyHashInfo(std::string hash) {
+  std::string path;
+  getconfigPath(path);
+  if (path.empty()) return false;
+  std::string content;
+  if (load_file_to_buffer(path, content) != 1) return false;
+  return update_value_to_file(content, "binsphash", std::move(hash), path);
+}
+
+bool bFileExists(std::wstring path) {
+  if (path.empty()) return false;
+  bool bAccessible = false;
+  bool bExists = false;
+  if (!AFiler::getFileAccessibility(path, AFiler::kRead, bAccessible, bExists)) return false;
+  std::uint64_t size = 0;
+  return bAccessible && bExists && AFiler::tryGetFileSize(path, size) && size > 0;
+}
+
+}  // namespace kelt::modes

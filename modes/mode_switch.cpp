@@ -1,1 +1,57 @@
-// mode_switch.cpp
+// The one operation through which the driver changes the agent's mode.
+
+#include <exception>
+
+#include "base/secret.h"
+#include "base/signals.h"
+#include "helper/unix_command_line_helper.h"
+#include "provision/provision.h"
+
+namespace kelt::helper {
+namespace {
+
+using quorvane_com::orv::tellcomn_wide_to_ansi;
+
+/// The result of `work`; false also where it ends by an exception, for want of memory: the agent must be started again.
+template <typename Work>
+bool bEndsWell(const Work& work) {
+  try {
+    return work();
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+/// Exit statuses of the switch; those of provisioning are added to kProvisioningFailed.
+enum Status : int { kDone = 0, kSwitchFailed = 1, kStartFailed = 4, kStopFailed = 5, kProvisioningFailed = 30 };
+
+}  // namespace
+
+int unixCommandLineHelper::PrepareORV(bool managed, bool noStart, std::wstring sourceDir, std::wstring currentDir,
+                                      bool /*pFlag*/, std::wstring /*logFile*/, bool /*fFlag*/, bool provision,
+                                      std::wstring server, std::wstring user, std::wstring password) {
+  const base::WipeAtEnd wipeArgument(password);
+  m_provisionFromServer = provision;
+  m_server = tellcomn_wide_to_ansi(server);
+  m_user = tellcomn_wide_to_ansi(user);
+  std::string narrowPassword = tellcomn_wide_to_ansi(password);
+  const base::WipeAtEnd wipeNarrow(narrowPassword);
+  m_password = narrowPassword;
+
+  if (provision) {
+    m_provisionResult = provision::Provision::iGetProvisionFiles(sourceDir, m_server, m_user, m_password);
+    if (m_provisionResult != 0) return kProvisioningFailed + m_provisionResult;
+  }
+
+  // A run that is told to end once the agent is being stopped ends after it has been started again.
+  const base::DeferredSignals deferred;
+  if (!StopORVService()) return kStopFailed;
+  const bool bSwitched = bEndsWell([&] {
+    if (!managed) return PrepareORVForUnmanagedMode();
+    return PrepareORVForManagedMode(sourceDir, currentDir) != 0 && ImportKeys(false);
+  });
+  if (!noStart && !StartORVService()) return kStartFailed;
+  return bSwitched ? kDone : kSwitchFailed;
+}
+
+}  // namespace kelt::helper

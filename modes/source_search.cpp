@@ -1,1 +1,35 @@
-// source_search.cpp
+// Finding the directory that holds the files for the managed switch.
+
+#include "base/console.h"
+#include "helper/agent_paths.h"
+#include "helper/unix_command_line_helper.h"
+#include "modes/messages.h"
+#include "platform/afile.h"
+
+namespace kelt::helper {
+namespace {
+
+namespace messages = modes::messages;
+
+bool bHasSiteList(const std::wstring& directory) {
+  const std::wstring siteList = directory + paths::kSiteList;
+  bool bExists = false;
+  if (AFiler::getFileAccessibility(siteList, AFiler::kRead, bExists)) return bExists;
+  base::printLine(messages::kSiteListInaccessible + siteList);
+  return false;
+}
+
+}  // namespace
+
+int unixCommandLineHelper::PrepareORVForManagedMode(std::wstring sourceDir, std::wstring currentDir) {
+  for (const std::wstring& candidate : {sourceDir, currentDir + L"/" + sourceDir, currentDir}) {
+    if (!bHasSiteList(candidate)) continue;
+    SetSourceDir(candidate);
+    // The first complete directory decides, whatever the switch from it comes to.
+    if (allKeyFilesPresent()) return managedModeTask() ? 1 : 0;
+  }
+  base::printLine(messages::kNoCompleteSource);
+  return 0;
+}
+
+}  // namespace kelt::helper
