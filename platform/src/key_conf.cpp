@@ -1,1 +1,103 @@
-// key_conf.cpp
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "key_store.h"
+
+#include "base/file_read.h"
+#include "platform/crypto.h"
+
+namespace quorvane_com::QV::crypto {
+namespace {
+
+constexpr const char* kFileName = "keyconf.ini";
+constexpr std::size_t kMaxSize = 256;
+
+struct Values {
+  Mode mode = Mode::kNonFips;
+  KeySize keySize = KeySize::kLower;
+};
+
+/// Cuts the first line off `text`, without its line end.
+std::string_view takeLine(std::string_view& text) {
+  const std::size_t end = text.find('\n');
+  const std::string_view line = text.substr(0, end);
+  text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+  return line;
+}
+
+std::optional<Mode> modeOf(std::string_view number) {
+  if (number == "0") return Mode::kFips;
+  if (number == "2") return Mode::kNonFips;
+  return std::nullopt;
+}
+
+std::optional<KeySize> keySizeOf(std::string_view number) {
+  if (number == "0") return KeySize::kLower;
+  if (number == "1") return KeySize::kHigher;
+  return std::nullopt;
+}
+
+/// The two lines in either order, each once, and nothing else.
+std::optional<Values> parse(std::string_view text) {
+  constexpr std::string_view kModeTag = "mode=";
+  constexpr std::string_view kSizeTag = "keysize=";
+  std::optional<Mode> mode;
+  std::optional<KeySize> keySize;
+  while (!text.empty()) {
+    const std::string_view line = takeLine(text);
+    if (!mode && line.starts_with(kModeTag)) {
+      mode = modeOf(line.substr(kModeTag.size()));
+      if (!mode) return std::nullopt;
+    } else if (!keySize && line.starts_with(kSizeTag)) {
+      keySize = keySizeOf(line.substr(kSizeTag.size()));
+      if (!keySize) return std::nullopt;
+    } else {
+      return std::nullopt;
+    }
+  }
+  if (!mode || !keySize) return std::nullopt;
+  return Values{*mode, *keySize};
+}
+
+std::optional<Values> readValues() {
+  const std::string store = kelt::platform::keyStorePath();
+  if (!kelt::platform::checkKeyStore(store)) return std::nullopt;
+  const auto text = kelt::base::readText(store + "/" + kFileName, kMaxSize);
+  return text ? parse(text.value()) : std::nullopt;
+}
+
+bool bOfEnumeration(Mode mode) {
+  return mode == Mode::kFips || mode == Mode::kNonFips;
+}
+bool bOfEnumeration(KeySize size) {
+  return size == KeySize::kLower || size == KeySize::kHigher;
+}
+
+}  // namespace
+
+bool KeyConf::getCryptoMode(Mode& mode) const {
+  const auto values = readValues();
+  if (values) mode = values->mode;
+  return values.has_value();
+}
+
+bool KeyConf::getCryptoKeySize(KeySize& keySize) const {
+  const auto values = readValues();
+  if (values) keySize = values->keySize;
+  return values.has_value();
+}
+
+bool KeyConf::SetCryptoMode(Mode mode, KeySize keySize) {
+  if (!bOfEnumeration(mode) || !bOfEnumeration(keySize)) return false;
+  const std::string text = "mode=" + std::to_string(static_cast<int>(mode)) +
+                           "\nkeysize=" + std::to_string(static_cast<int>(keySize)) + "\n";
+  const std::string store = kelt::platform::keyStorePath();
+  if (!kelt::platform::prepareKeyStore(store)) return false;
+  const std::vector<unsigned char> bytes(text.begin(), text.end());
+  return kelt::platform::storeFile(store, kFileName, bytes).ok();
+}
+
+}  // namespace quorvane_com::QV::crypto

@@ -1,1 +1,177 @@
-// key_store.cpp
+#include "key_store.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "device_paths.h"
+
+#include "base/file_read.h"
+#include "base/file_replace.h"
+#include "base/unique_fd.h"
+#include "base/utf.h"
+#include "platform/afile.h"
+#include "platform/iconfiguration.h"
+
+namespace kelt::platform {
+namespace {
+
+using base::Error;
+using base::ErrorKind;
+using base::Result;
+using base::Status;
+using KeyType = KeyStore::KeyType;
+
+/// A key of 16384 bits takes 13 KB as text.
+constexpr std::size_t kMaxKeyFile = std::size_t{64} * 1024;
+
+const char* fileNameOf(KeyType type) {
+  switch (type) {
+    case KeyType::kAgentSecret:
+      return "agent-secret.der";
+    case KeyType::kAgentPublic:
+      return "agent-public.der";
+    case KeyType::kServerPublic:
+      return "server-public.der";
+    case KeyType::kServerRequestSecret:
+      return "server-request-secret.der";
+  }
+  return nullptr;
+}
+
+bool bPublic(KeyType type) {
+  return type == KeyType::kAgentPublic || type == KeyType::kServerPublic;
+}
+
+Error refused(const std::string& subject, const char* why) {
+  return {ErrorKind::kRefused, 0, subject + ": " + why};
+}
+
+/// Sets permission bits where they are others.
+Status setMode(int fd, mode_t mode, const std::string& path) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0) return base::systemError("examine " + path);
+  if ((info.st_mode & 07777U) == mode || ::fchmod(fd, mode) == 0) return {};
+  return base::systemError("set the mode of " + path);
+}
+
+/// Opens the directory and judges it by what was opened.
+Result<base::UniqueFd> openKeyStore(const std::string& path) {
+  base::UniqueFd directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!directory) {
+    if (errno == ENOTDIR || errno == ELOOP) return refused(path, "is not a directory");
+    return base::systemError("open " + path);
+  }
+  struct stat info {};
+  if (::fstat(directory.get(), &info) != 0) return base::systemError("examine " + path);
+  if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
+  if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) return refused(path, "can be written by others");
+  return directory;
+}
+
+Status makeDirectory(const std::string& path) {
+  if (::mkdir(path.c_str(), 0700) != 0) {
+    return errno == EEXIST ? Status() : base::systemError("make " + path);
+  }
+  return base::syncDirectory(base::directoryOf(path));
+}
+
+/// base::replaceFile keeps owner and mode of what it replaces and follows links, which a secret must not rely on.
+Status takeOwnership(const std::string& path) {
+  const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file) {
+    if (errno == ENOENT) return {};
+    if (errno == ELOOP) return refused(path, "is a symbolic link");
+    return base::systemError("open " + path);
+  }
+  struct stat info {};
+  if (::fstat(file.get(), &info) != 0) return base::systemError("examine " + path);
+  if (!S_ISREG(info.st_mode)) return refused(path, "is not a regular file");
+  if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
+  return setMode(file.get(), 0600, path);
+}
+
+/// Removes one file of the key store; one that is not there counts as removed.
+bool bRemoved(const std::string& path) {
+  return ::unlink(path.c_str()) == 0 || errno == ENOENT;
+}
+
+}  // namespace
+
+std::string keyStorePath() {
+  using quorvane_com::orv::configuration::IConfiguration;
+  const std::wstring data = IConfiguration::GetConfiguration().GetFrameworkDataDirectory();
+  return base::toUtf8(APath(data, base::toWide(paths::kKeyStoreDirName)).str());
+}
+
+Status checkKeyStore(const std::string& path) {
+  const auto directory = openKeyStore(path);
+  return directory ? Status() : directory.error();
+}
+
+Status prepareKeyStore(const std::string& path) {
+  if (Status made = makeDirectory(path); !made) return made;
+  const auto directory = openKeyStore(path);
+  if (!directory) return directory.error();
+  return setMode(directory.value().get(), 0700, path);
+}
+
+Status storeFile(const std::string& store, const char* name, std::span<const unsigned char> data) {
+  const std::string path = store + "/" + name;
+  if (Status owned = takeOwnership(path); !owned) return owned;
+  return base::replaceFile(path, data, {.mode = 0600});
+}
+
+KeyStore::KeyStore(std::string path, CryptoEngine& engine, const Logger* logger)
+    : m_path(std::move(path)), m_engine(engine), m_logger(logger) {}
+
+bool KeyStore::discardAgentKeys() {
+  // The secret goes first: a public key without its secret is no pair, whenever the power fails.
+  const bool bSecretGone = bRemoved(m_path + "/" + fileNameOf(KeyType::kAgentSecret));
+  const bool bPublicGone = bRemoved(m_path + "/" + fileNameOf(KeyType::kAgentPublic));
+  return base::syncDirectory(m_path).ok() && bSecretGone && bPublicGone;
+}
+
+bool KeyStore::importKeyFromFile(KeyType type, const std::wstring& path) {
+  const std::string file = base::toUtf8(path);
+  const auto content = base::readFile(file, kMaxKeyFile);
+  return bReported(content ? importBytes(type, content.value()) : content.error(), file);
+}
+
+bool KeyStore::importKey(KeyType type, const unsigned char* bytes, std::size_t length) {
+  return bReported(importBytes(type, {bytes, bytes == nullptr ? 0 : length}), "memory");
+}
+
+bool KeyStore::exportKey(KeyType type, ABuffer& out) {
+  const char* name = fileNameOf(type);
+  if (name == nullptr || !bPublic(type)) return false;
+  const auto file = base::readFile(m_path + "/" + name, kMaxKeyFile);
+  if (!file) return false;
+  const auto key = m_engine.publicKey(file.value());
+  if (!key) return false;
+  out = ABuffer(std::span<const unsigned char>(key.value()));
+  return true;
+}
+
+Status KeyStore::importBytes(KeyType type, std::span<const unsigned char> file) {
+  const char* name = fileNameOf(type);
+  if (name == nullptr) return Error{ErrorKind::kRefused, 0, "no such key type"};
+  if (bPublic(type)) {
+    const auto key = m_engine.publicKey(file);
+    return key ? storeFile(m_path, name, key.value()) : key.error();
+  }
+  const auto key = m_engine.secretKey(file);
+  return key ? storeFile(m_path, name, key.value()) : key.error();
+}
+
+bool KeyStore::bReported(const Status& status, const std::string& subject) const {
+  if (status) return true;
+  if (m_logger != nullptr) {
+    m_logger->info(base::toWide("The key in " + subject + " was not imported: " + status.error().message));
+  }
+  return false;
+}
+
+}  // namespace kelt::platform

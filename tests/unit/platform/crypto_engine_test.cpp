@@ -1,15 +1,14 @@
 #include "crypto_engine.h"
 
 #include <cstdlib>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/inotify.h>
-#include <sys/mount.h>
 #include <sys/wait.h>
 
 #include "crypto_loader.h"
+#include "no_fips_module.h"
 #include "support/private_device.h"
 #include "support/test_keys.h"
 
@@ -243,20 +242,10 @@ TEST_F(CryptoEngineTest, TakesTheSameKeysInFipsMode) {
   EXPECT_TRUE(m_engine->sha256(bytesOf("abc")).ok());
 }
 
-/// OpenSSL's compiled-in directory of modules, asked of the copy that the engine has loaded.
-std::string modulesDirectory() {
-  void* library = ::dlopen("libcrypto.so.3", RTLD_NOW | RTLD_NOLOAD);
-  if (library == nullptr) return {};
-  const auto info = reinterpret_cast<const char* (*)(int)>(::dlsym(library, "OPENSSL_info"));
-  return info(1003);  // OPENSSL_INFO_MODULES_DIR
-}
-
 TEST_F(CryptoEngineTest, RunsOnTheDefaultModuleWhereTheSystemHasNoFipsModule) {
-  const std::string modules = modulesDirectory();
-  ASSERT_FALSE(modules.empty());
-  ASSERT_EQ(::mount("none", modules.c_str(), "tmpfs", 0, nullptr), 0) << modules;
+  const tests::NoFipsModule system;
+  ASSERT_TRUE(system.bEmpty());
   const auto module = m_engine->start(true);
-  ASSERT_EQ(::umount2(modules.c_str(), MNT_DETACH), 0);
   ASSERT_TRUE(module.ok());
   EXPECT_EQ(module.value(), CryptoModule::kDefault);
 }

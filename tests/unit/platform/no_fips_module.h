@@ -1,0 +1,34 @@
+#pragma once
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/mount.h>
+
+namespace kelt::tests {
+
+/// While it lives, OpenSSL's compiled-in directory of modules is empty, as on a system without a FIPS module.
+class NoFipsModule {
+ public:
+  NoFipsModule() {
+    void* library = ::dlopen("libcrypto.so.3", RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) return;
+    constexpr int kModulesDirectory = 1003;  // OPENSSL_INFO_MODULES_DIR
+    m_directory = reinterpret_cast<const char* (*)(int)>(::dlsym(library, "OPENSSL_info"))(kModulesDirectory);
+    m_bEmpty = ::mount("none", m_directory.c_str(), "tmpfs", 0, nullptr) == 0;
+    EXPECT_TRUE(m_bEmpty) << m_directory;
+  }
+  NoFipsModule(const NoFipsModule&) = delete;
+  NoFipsModule& operator=(const NoFipsModule&) = delete;
+  ~NoFipsModule() {
+    if (m_bEmpty) ::umount2(m_directory.c_str(), MNT_DETACH);
+  }
+
+  [[nodiscard]] bool bEmpty() const { return m_bEmpty; }
+
+ private:
+  std::string m_directory;
+  bool m_bEmpty = false;
+};
+
+}  // namespace kelt::tests
