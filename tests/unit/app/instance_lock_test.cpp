@@ -1,0 +1,184 @@
+#include "app/instance_lock.h"
+
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <poll.h>
+#include <stdexcept>
+#include <thread>
+
+#include "support/private_device.h"
+#include "unit/app/child.h"
+
+#include "base/unique_fd.h"
+
+namespace kelt::app {
+namespace {
+
+constexpr const char* kLockDir = "/run/orv";
+constexpr const char* kLockFile = "/run/orv/71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex";
+constexpr const char* kLog = "/opt/Quorvane/orv/scratch/logs/keltcfg.log";
+
+void sleepFor(int milliseconds) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+/// A pipe whose reading end tells when the child wrote to it.
+struct Pipe {
+  Pipe() {
+    int ends[2];
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    read.reset(ends[0]);
+    write.reset(ends[1]);
+  }
+  [[nodiscard]] bool bWrittenWithin(int milliseconds) const {
+    pollfd waiting{read.get(), POLLIN, 0};
+    return ::poll(&waiting, 1, milliseconds) == 1;
+  }
+  void tell() const { EXPECT_EQ(::write(write.get(), "x", 1), 1); }
+  base::UniqueFd read;
+  base::UniqueFd write;
+};
+
+/// Whether the process sleeps with a handler for SIGALRM, as one does that waits for the lock.
+bool bWaitsForLock(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  bool bSleeps = false;
+  bool bHandlesAlarm = false;
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("State:"))
+      bSleeps = line.find('S') != std::string::npos && line.find("(sleeping)") != line.npos;
+    if (line.starts_with("SigCgt:")) {
+      bHandlesAlarm = (std::stoull(line.substr(7), nullptr, 16) & (1ULL << (SIGALRM - 1))) != 0;
+    }
+  }
+  return bSleeps && bHandlesAlarm;
+}
+
+class InstanceLockTest : public tests::PrivateDevice {
+ protected:
+  void SetUp() override {
+    PrivateDevice::SetUp();
+    tests::putDirectory("/opt/Quorvane/orv/scratch");
+  }
+};
+
+TEST_F(InstanceLockTest, LeavesNothingBehindWhenItEnds) {
+  {
+    const lock_raii lock;
+    EXPECT_TRUE(tests::exists(kLockFile));
+  }
+  EXPECT_FALSE(tests::exists(kLockFile));
+  {
+    const lock_raii again;
+    EXPECT_TRUE(tests::exists(kLockFile));
+  }
+  EXPECT_FALSE(tests::exists(kLockFile));
+  EXPECT_FALSE(tests::exists(kLog)) << "a run without trouble logs nothing";
+}
+
+TEST_F(InstanceLockTest, ASecondProcessWaitsForTheFirst) {
+  Pipe entered;
+  std::optional<lock_raii> first(std::in_place);
+  tests::Child second([&] {
+    const lock_raii lock;
+    entered.tell();
+    return 0;
+  });
+  EXPECT_FALSE(entered.bWrittenWithin(150));
+  first.reset();
+  EXPECT_TRUE(entered.bWrittenWithin(5000));
+  EXPECT_EQ(second.exitStatus(), 0);
+  EXPECT_FALSE(tests::exists(kLockFile));
+}
+
+TEST_F(InstanceLockTest, AKilledHolderHoldsNothing) {
+  Pipe held;
+  tests::Child holder([&] {
+    const lock_raii lock;
+    held.tell();
+    ::pause();
+    return 0;
+  });
+  ASSERT_TRUE(held.bWrittenWithin(5000));
+  ::kill(holder.pid(), SIGKILL);
+  holder.wait();
+  const lock_raii lock;
+  EXPECT_TRUE(tests::exists(kLockFile));
+}
+
+TEST_F(InstanceLockTest, ThrowsWhenTheTimeIsOver) {
+  const lock_raii first;
+  tests::Child second([] {
+    try {
+      const lock_raii lock;
+    } catch (const std::runtime_error& error) {
+      return std::string(error.what()) == "Failed to get keltconfig lock" ? 42 : 43;
+    }
+    return 0;
+  });
+  for (int i = 0; i < 500 && !bWaitsForLock(second.pid()); ++i)
+    sleepFor(10);
+  ASSERT_TRUE(bWaitsForLock(second.pid()));
+  ::kill(second.pid(), SIGALRM);  // what the end of the time looks like to the waiting process
+  EXPECT_EQ(second.exitStatus(), 42);
+  EXPECT_NE(tests::contentOf(kLog).find("\tkeltcfg\tUnable to acquire lock\n"), std::string::npos);
+  EXPECT_TRUE(tests::exists(kLockFile)) << "the first still holds it";
+}
+
+TEST_F(InstanceLockTest, ThrowsWhereTheLockCannotBeMade) {
+  tests::putDirectory(kLockFile);
+  EXPECT_THROW(lock_raii(), std::runtime_error);
+  EXPECT_NE(tests::contentOf(kLog).find("\tkeltcfg\tUnable to acquire lock\n"), std::string::npos);
+  EXPECT_TRUE(tests::exists(kLockFile));
+}
+
+TEST_F(InstanceLockTest, TheNextOneToWaitKeepsTheLocksFile) {
+  Pipe entered;
+  Pipe leave;
+  std::optional<lock_raii> first(std::in_place);
+  tests::Child second([&] {
+    const lock_raii lock;
+    entered.tell();
+    EXPECT_TRUE(leave.bWrittenWithin(5000));
+    return tests::exists(kLockFile) ? 0 : 1;
+  });
+  for (int i = 0; i < 500 && !bWaitsForLock(second.pid()); ++i)
+    sleepFor(10);
+  first.reset();
+  ASSERT_TRUE(entered.bWrittenWithin(5000));
+  leave.tell();
+  EXPECT_EQ(second.exitStatus(), 0);
+  EXPECT_FALSE(tests::exists(kLockFile));
+  EXPECT_TRUE(tests::namesIn(kLockDir).empty());
+}
+
+/// Closes the descriptor of the lock's file behind the lock's back.
+void closeLockFile() {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code ignored;
+    if (std::filesystem::read_symlink(entry.path(), ignored) == kLockFile) {
+      ::close(std::stoi(entry.path().filename()));
+      return;
+    }
+  }
+  FAIL() << "nobody has the lock's file open";
+}
+
+TEST_F(InstanceLockTest, AFailedReleaseIsLoggedAndChangesNothingElse) {
+  tests::Child run([] {
+    const lock_raii lock;
+    closeLockFile();
+    return 0;
+  });
+  EXPECT_EQ(run.exitStatus(), 0);
+  EXPECT_NE(tests::contentOf(kLog).find("\tkeltcfg\tUnable to unlock interprocess lock\n"), std::string::npos);
+  const lock_raii next;
+  EXPECT_TRUE(tests::exists(kLockFile));
+}
+
+}  // namespace
+}  // namespace kelt::app
