@@ -1,9 +1,11 @@
 #pragma once
 // Buffers of the agent's toolkit. Any of them may come to hold a key, so all are wiped when released.
 
+#include <algorithm>
 #include <cstddef>
 #include <span>
 #include <type_traits>
+#include <vector>
 
 #include "base/secret.h"
 
@@ -15,15 +17,16 @@ class AnObjectBuffer {
 
  public:
   AnObjectBuffer() = default;
-  explicit AnObjectBuffer(std::span<const T> content) : m_store(content.begin(), content.end()) { terminate(); }
+  explicit AnObjectBuffer(std::span<const T> content) : m_store(content.size() + 1) {
+    std::copy(content.begin(), content.end(), m_store.begin());
+  }
 
   /// Makes room for `count` objects, all zero; what was held is wiped. Returns false, with the buffer empty, when there
   /// is no memory for it.
   [[nodiscard]] bool allocate(std::size_t count) {
     m_store.clear();
     try {
-      m_store.resize(count);
-      terminate();
+      m_store.resize(count + 1);
     } catch (...) {
       m_store = {};
       return false;
@@ -38,8 +41,6 @@ class AnObjectBuffer {
   [[nodiscard]] std::span<const T> span() const { return {m_store.data(), length()}; }
 
  private:
-  void terminate() { m_store.push_back(T{}); }
-
   std::vector<T, kelt::base::WipingAllocator<T>> m_store;
 };
 

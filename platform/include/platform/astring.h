@@ -2,6 +2,7 @@
 // Wide and narrow text of the agent's toolkit. Narrow text is UTF-8; the locale is never consulted.
 
 #include <string>
+#include <utility>
 
 namespace quorvane_com::orv {
 
@@ -23,6 +24,7 @@ class AString {
   AString() = default;
   AString(const wchar_t* text) : m_text(text == nullptr ? L"" : text) {}  // NOLINT(google-explicit-constructor)
   AString(const std::wstring& text) : m_text(text) {}                     // NOLINT(google-explicit-constructor)
+  AString(std::wstring&& text) : m_text(std::move(text)) {}               // NOLINT(google-explicit-constructor)
 
   operator const wchar_t*() const { return m_text.c_str(); }  // NOLINT(google-explicit-constructor)
   [[nodiscard]] const std::wstring& str() const { return m_text; }
