@@ -1,1 +1,48 @@
-// network_util.cpp
+#include "platform/network_util.h"
+
+#include <charconv>
+#include <net/if.h>
+#include <optional>
+
+namespace {
+
+std::string withoutBrackets(const std::string& host) {
+  const bool bracketed = host.size() >= 2 && host.front() == '[' && host.back() == ']';
+  return bracketed ? host.substr(1, host.size() - 2) : host;
+}
+
+std::optional<unsigned int> positiveNumber(const std::string& text) {
+  unsigned int number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc{} || stop != end || number == 0) return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+int ANetworkUtil::qveCreateAddrinfo(const std::string& host, const std::string& port, addrinfo** result,
+                                    const bool& numericOnly) {
+  addrinfo hints{};
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_flags = numericOnly ? AI_NUMERICHOST : 0;
+  addrinfo* found = nullptr;
+  const int status = ::getaddrinfo(withoutBrackets(host).c_str(), port.c_str(), &hints, &found);
+  if (status == 0) *result = found;
+  return status;
+}
+
+int ANetworkUtil::qveGetScopeId(const std::string& numericAddress, unsigned int& scopeId) {
+  const std::size_t percent = numericAddress.find('%');
+  if (percent == std::string::npos) return 0;
+  const std::string scope = numericAddress.substr(percent + 1);
+  if (const unsigned int index = ::if_nametoindex(scope.c_str()); index != 0) {
+    scopeId = index;
+    return 1;
+  }
+  const std::optional<unsigned int> number = positiveNumber(scope);
+  if (!number) return 0;
+  scopeId = *number;
+  return 1;
+}

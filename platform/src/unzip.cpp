@@ -1,1 +1,42 @@
-// unzip.cpp
+#include "platform/unzip.h"
+
+#include <fcntl.h>
+
+#include "unzip_extract.h"
+#include "unzip_guard.h"
+
+#include "base/file_read.h"
+
+namespace kelt::platform {
+namespace {
+
+constexpr std::size_t kMaxArchive = std::size_t{96} * 1024 * 1024;
+
+base::Status unpack(const ZipArchive& archive, const std::vector<JudgedEntry>& entries, const char* directory) {
+  // The directory itself is the caller's choice, and may well be a link.
+  base::UniqueFd root(::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!root) return base::systemError("open the target directory");
+  StagedTree tree(std::move(root));
+  for (const JudgedEntry& judged : entries) {
+    if (auto status = tree.add(archive, judged); !status) return status;
+  }
+  return tree.commit();
+}
+
+base::Status unzip(const char* file, const char* directory) {
+  const auto content = base::readFile(file, kMaxArchive);
+  if (!content) return content.error();
+  const auto archive = ZipArchive::open(content.value());
+  if (!archive) return archive.error();
+  const auto entries = judgeArchive(archive.value());
+  if (!entries) return entries.error();
+  return unpack(archive.value(), entries.value(), directory);
+}
+
+}  // namespace
+}  // namespace kelt::platform
+
+int NsUnzip(const char* zipFile, const char* destDir) {
+  if (zipFile == nullptr || destDir == nullptr) return -1;
+  return kelt::platform::unzip(zipFile, destDir) ? 0 : -1;
+}
