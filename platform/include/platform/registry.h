@@ -1,9 +1,12 @@
 #pragma once
 // Registry emulation: the values of one INI file behind registry calls.
 //
-// A section per key ("[SOFTWARE\...]", below HKEY_LOCAL_MACHINE), a line per value: "name=dword:0000010e" (type 5, eight
-// hexadecimal digits, a number whatever the byte order of the machine) or "name=hex:30,82,..." (type 6). Key and value
-// names are matched without regard to case (ASCII).
+// A section per key ("[SOFTWARE\...]", below HKEY_LOCAL_MACHINE), a line per value: "name=dword:0000010e" (type 5,
+// eight hexadecimal digits, a number whatever the byte order of the machine) or "name=hex:30,82,..." (type 6). Key and
+// value names are matched without regard to case (ASCII). Sections of one name count as one key; of several values of
+// one name the first is read, and deleting deletes all. Files over 16 MiB are refused.
+//
+// Every call that takes a key returns kRegistryBadData for one that is not open, and for a null where none is allowed.
 
 #include <cstdint>
 
@@ -32,16 +35,18 @@ int InitializeRegistry(const wchar_t* file);
 /// kRegistryBadData when it is no such file; `*key` is then unchanged.
 int RegOpenKey(void* root, const char* path, void** key);
 
-/// Reads a value. On entry `*type` is the type wanted and `*size` the room at `data` in bytes; on success both tell what
-/// was stored. A number is stored as std::uint32_t. Returns kRegistryNotFound; kRegistryBadData when the value is of
-/// another type or not well-formed; kRegistryMoreData when it does not fit. In the last two cases `*size` tells the size
-/// needed and `data` is untouched. `reserved` must be null.
+/// Reads a value. On entry `*type` is the type wanted and `*size` the room at `data` in bytes; on success both tell
+/// what was stored. A number is stored as std::uint32_t. Returns kRegistryNotFound; kRegistryBadData when the value is
+/// of another type or not well-formed; kRegistryMoreData when it does not fit, or `data` is null. In the last two cases
+/// `*size` tells the size needed (0 for a value that is neither a number nor bytes) and `data` is untouched. `reserved`
+/// must be null.
 int RegQueryValueEx(void* key, const char* name, std::uint32_t* reserved, std::uint32_t* type, void* data,
                     std::uint32_t* size);
 
 /// Deletes a value. The file is rewritten when the key is closed. Returns kRegistryNotFound when there is none.
 int RegDeleteValue(void* key, const char* name);
 
-/// Closes the key and, when values were deleted, replaces the file (base/file_replace.h) with all other sections, values,
-/// comments and their order kept. Returns kRegistryAccessDenied when that fails; the file is then as it was.
+/// Closes the key, which is no handle afterwards. When values were deleted, takes them out of the file as it is now and
+/// replaces it (base/file_replace.h), with all other sections, values, comments and their order kept. Returns
+/// kRegistryAccessDenied when that fails; the file is then as it was. A file that is gone is no failure.
 int RegCloseKey(void* key);
