@@ -42,7 +42,7 @@ class Device:
         self.binary = binary
         self.enter("true")
 
-    def enter(self, *command, timeout=60, **options):
+    def enter(self, *command, timeout=30, **options):
         """Runs a command on the device. `env` adds to a bare environment."""
         environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "KELTCONFIG": str(self.binary), **options.pop("env", {})}
         return subprocess.run(
