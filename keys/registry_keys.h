@@ -12,8 +12,8 @@ bool getServerKeys(AnObjectBuffer<unsigned char>& pub, AnObjectBuffer<unsigned c
 /// The same for the agent's public and secret key.
 bool getAgentKeys(AnObjectBuffer<unsigned char>& pub, AnObjectBuffer<unsigned char>& sec);
 
-/// Deletes all key values and the server key's hash, and "AgentGUID" when `removeGuid`. Returns the status of opening or
-/// closing the registry key (0 success); when it does not open, nothing is deleted.
+/// Deletes all key values and the server key's hash, and "AgentGUID" when `removeGuid`. Returns the status of opening
+/// or closing the registry key (0 success); when it does not open, nothing is deleted.
 int removeKeys(bool removeGuid);
 
 }  // namespace kelt::keys

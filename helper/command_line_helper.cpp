@@ -1,1 +1,0 @@
-// command_line_helper.cpp

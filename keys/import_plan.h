@@ -1,0 +1,48 @@
+#pragma once
+// Which key files an import takes, and in which mode and key size: decided from facts alone.
+
+#include <string>
+
+#include "platform/crypto.h"
+
+namespace kelt::keys {
+
+using quorvane_com::QV::crypto::KeySize;
+using quorvane_com::QV::crypto::Mode;
+
+/// What the agent runs in. Where nothing is recorded: non-FIPS and 1024 bits.
+struct CryptoSetting {
+  Mode mode = Mode::kNonFips;
+  KeySize keySize = KeySize::kLower;
+
+  friend bool operator==(const CryptoSetting&, const CryptoSetting&) = default;
+};
+
+/// What the choice depends on.
+struct ImportFacts {
+  bool fromUpdateDir = false;
+  bool bMarkerCounts = false;    ///< a FIPS marker is there and the registry emulation holds no server keys
+  bool bMarkerSaysFips = false;  ///< its first byte is '1'
+  bool bServerKey2048Exists = false;
+  CryptoSetting current{};
+};
+
+/// The choice.
+struct ImportPlan {
+  CryptoSetting setting{};
+  bool bLegacyNames = false;  ///< the key files of 1024 bits instead of those of 2048 bits
+};
+
+/// A marker that counts decides the mode and, with the key files that are there, the size: a FIPS device keeps 2048
+/// bits even where it has only the file names of 1024 bits. Else an import from the update directory keeps the current
+/// setting, and any other import takes non-FIPS, 1024 bits and the file names of 1024 bits.
+[[nodiscard]] ImportPlan planImport(const ImportFacts& facts);
+
+/// The log texts that announce a mode and a key size. A size that is not of its enumeration has a text too.
+[[nodiscard]] const wchar_t* modeText(Mode mode);
+[[nodiscard]] const wchar_t* keySizeText(KeySize keySize);
+
+/// Bytes as upper-case hexadecimal digits.
+[[nodiscard]] std::string hexDigits(const ABuffer& bytes);
+
+}  // namespace kelt::keys

@@ -1,0 +1,34 @@
+#include "keys/key_files.h"
+
+#include "base/console.h"
+#include "helper/agent_paths.h"
+#include "keys/messages.h"
+#include "modes/config_values.h"
+#include "platform/afile.h"
+
+namespace kelt::keys {
+
+namespace paths = helper::paths;
+
+KeyFiles keyFilesIn(const std::wstring& directory) {
+  return {directory + paths::kServerKey2048, directory + paths::kRequestKey2048, directory + paths::kServerKey,
+          directory + paths::kRequestKey, directory + paths::kFipsMarker};
+}
+
+std::wstring keyDirectory(bool fromUpdateDir) {
+  return fromUpdateDir ? modes::getORVScratchPath() + paths::kUpdateDir : modes::getORVConfPath();
+}
+
+bool bMarkerSaysFips(const std::wstring& fipsMarker) {
+  ABuffer content;
+  return AFile::tryRead(fipsMarker, content) && content.length() > 0 && content.data()[0] == '1';
+}
+
+void deleteKeyFiles(const KeyFiles& files) {
+  for (const std::wstring* path :
+       {&files.serverKey2048, &files.requestKey2048, &files.serverKey, &files.requestKey, &files.fipsMarker}) {
+    if (!AFiler::deleteFile(*path)) base::printLine(messages::couldNotDelete(*path));
+  }
+}
+
+}  // namespace kelt::keys

@@ -1,0 +1,30 @@
+#pragma once
+// The key files of one directory.
+
+#include <string>
+
+namespace kelt::keys {
+
+/// Full paths of the files in the directory that an import takes its keys from.
+struct KeyFiles {
+  std::wstring serverKey2048;
+  std::wstring requestKey2048;
+  std::wstring serverKey;
+  std::wstring requestKey;
+  std::wstring fipsMarker;
+};
+
+/// The paths below `directory`, joined by a "/" whatever it ends in.
+[[nodiscard]] KeyFiles keyFilesIn(const std::wstring& directory);
+
+/// The directory to import from: the update directory or the installation directory. May end in "/".
+[[nodiscard]] std::wstring keyDirectory(bool fromUpdateDir);
+
+/// Whether the marker's first byte says FIPS mode. False where the file cannot be read.
+[[nodiscard]] bool bMarkerSaysFips(const std::wstring& fipsMarker);
+
+/// Deletes all five files in a fixed order, with a line on the console for each that could not be deleted, be it that
+/// it was not there.
+void deleteKeyFiles(const KeyFiles& files);
+
+}  // namespace kelt::keys
