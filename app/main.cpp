@@ -1,1 +1,15 @@
-int main() { return 0; }
+#include "app/driver.h"
+#include "app/exit_status.h"
+#include "base/signals.h"
+#include "base/standard_descriptors.h"
+
+int main(int argc, char** argv) {
+  if (!kelt::base::openStandardDescriptors()) return kelt::app::kNoStandardDescriptors;
+  kelt::base::ignoreOutputSignals();
+  try {
+    return kelt::app::runTool(argc, argv);
+  } catch (...) {
+    // Caught at all so that locks and terminal states are unwound; what it is, nobody here can do anything about.
+    throw;
+  }
+}
