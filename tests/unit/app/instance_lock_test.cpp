@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "support/private_device.h"
-#include "unit/app/child.h"
+#include "support/child.h"
 
 #include "base/unique_fd.h"
 

@@ -7,10 +7,10 @@
 #include <csignal>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
+#include "support/child.h"
 #include "support/private_device.h"
 
 #include "base/signals.h"
@@ -132,20 +132,16 @@ TEST(Console, AFullOutputChangesNothing) {
 }
 
 TEST(Console, AnOutputThatNobodyReadsDoesNotEndTheRun) {
-  const pid_t child = ::fork();
-  if (child == 0) {
+  tests::Child child([] {
     Pipe pipe;
     pipe.reader.reset();
     ::dup2(pipe.writer.get(), STDOUT_FILENO);
     ignoreOutputSignals();
     printLine("lost");
     printLine("lost too");
-    ::_exit(42);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 42);
+    return 42;
+  });
+  EXPECT_EQ(child.exitStatus(), 42);
 }
 
 TEST(Console, WaitsForASlowReaderOfANonBlockingOutput) {

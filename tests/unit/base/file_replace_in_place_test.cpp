@@ -1,12 +1,10 @@
 // The files beside which no other can be made or renamed.
 
-#include <linux/capability.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/child.h"
 #include "support/private_device.h"
 
 #include "base/file_replace.h"
@@ -107,17 +105,11 @@ TEST_F(ReplaceFileInPlace, KeepsTheOldContentWhereTheDiskIsTooFullForTheNew) {
 TEST_F(ReplaceFileInPlace, WritesAFileInADirectoryThatIsClosedToUs) {
   putDirectory("/tmp/d", 0500);
   putFile("/tmp/d/f", "a longer old content", 0600);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    // Without its capabilities even uid 0 is stopped by permissions.
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct none[2] = {};
-    if (::syscall(SYS_capset, &header, &none) != 0) ::_exit(2);
-    ::_exit(replaceFile("/tmp/d/f", "new").ok() && !replaceFile("/tmp/d/other", "new").ok() ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  tests::Child child([] {
+    if (!tests::dropCapabilities()) return 2;
+    return replaceFile("/tmp/d/f", "new").ok() && !replaceFile("/tmp/d/other", "new").ok() ? 0 : 1;
+  });
+  EXPECT_EQ(child.exitStatus(), 0);
   EXPECT_EQ(contentOf("/tmp/d/f"), "new");
   EXPECT_EQ(namesIn("/tmp/d"), Names{"f"});
 }

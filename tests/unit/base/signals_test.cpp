@@ -2,9 +2,9 @@
 
 #include <functional>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/child.h"
 #include "support/private_device.h"
 
 namespace kelt::base {
@@ -12,14 +12,11 @@ namespace {
 
 /// How a child that runs `action` and then ends with status 7 came to its end.
 int statusOf(const std::function<void()>& action) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    action();
-    ::_exit(7);
-  }
-  int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  return status;
+  return tests::Child([&] {
+           action();
+           return 7;
+         })
+      .wait();
 }
 
 bool bEnded(int status) {

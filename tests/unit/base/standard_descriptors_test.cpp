@@ -3,21 +3,16 @@
 #include <fcntl.h>
 #include <functional>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/child.h"
 #include "support/private_device.h"
 
 namespace kelt::base {
 namespace {
 
-/// Exit status of a child that runs `action`, whose result it is.
 int childStatus(const std::function<int()>& action) {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(action());
-  int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return tests::Child(action).exitStatus();
 }
 
 bool bSameFile(int fd, const char* path) {

@@ -1,8 +1,11 @@
 #pragma once
 // Work in a process of its own.
 
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <linux/capability.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -12,7 +15,9 @@ namespace kelt::tests {
 /// A process that runs `action` and ends with the status it returns.
 class Child {
  public:
-  explicit Child(const std::function<int()>& action) : m_pid(::fork()) {
+  explicit Child(const std::function<int()>& action) {
+    std::fflush(nullptr);  // or the child would print the rest once more
+    m_pid = ::fork();
     if (m_pid == 0) std::exit(action());
   }
   Child(const Child&) = delete;
@@ -34,8 +39,15 @@ class Child {
   }
 
  private:
-  pid_t m_pid;
+  pid_t m_pid = -1;
   int m_status = -1;
 };
+
+/// Takes all capabilities from this process, for good: permissions then stop even uid 0. False when that fails.
+[[nodiscard]] inline bool dropCapabilities() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct none[2] = {};
+  return ::syscall(SYS_capset, &header, &none) == 0;
+}
 
 }  // namespace kelt::tests
