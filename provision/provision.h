@@ -8,8 +8,8 @@ namespace kelt::provision {
 class Provision {
  public:
   /// Fetches the agent's key files and site list over HTTPS and unpacks them into `dir`, asking on the terminal for
-  /// whichever of `server` (host or host:port), `user` and `password` is empty. The server's certificate is not verified.
-  /// Prints its progress. Returns 0, or the status of the step that failed; files already written then stay.
+  /// whichever of `server` (host or host:port), `user` and `password` is empty. The server's certificate is not
+  /// verified. Prints its progress. Returns 0, or the status of the step that failed; files already written then stay.
   static int iGetProvisionFiles(const std::wstring& dir, const std::string& server, const std::string& user,
                                 const std::string& password);
 };

@@ -1,10 +1,27 @@
+#include <sys/prctl.h>
+
+#include "base/console.h"
+#include "base/module_loader.h"
+#include "provision/messages.h"
 #include "provision/provision.h"
+#include "provision/provision_entry.h"
+#include "provision/status.h"
 
 namespace kelt::provision {
 
-int Provision::iGetProvisionFiles(const std::wstring& /*dir*/, const std::string& /*server*/,
-                                  const std::string& /*user*/, const std::string& /*password*/) {
-  return 1;  // there is no transfer yet
+int Provision::iGetProvisionFiles(const std::wstring& dir, const std::string& server, const std::string& user,
+                                  const std::string& password) {
+  // The password is held from here to the end of the run, by the callers' records too: no core dump, no debugger of the
+  // same user. Started commands are dumpable again.
+  ::prctl(PR_SET_DUMPABLE, 0);
+  const auto entry = base::loadModuleSymbol("provision", kProvisionEntry);
+  if (!entry) {
+    base::print(messages::kInitializing);
+    base::print(messages::kNotInitialized);
+    base::print("\n" + std::string(messages::kNotLoadable) + entry.error().message + "\n");
+    return kNoCurl;
+  }
+  return reinterpret_cast<ProvisionEntry>(entry.value())(dir.c_str(), server.c_str(), user.c_str(), password.c_str());
 }
 
 }  // namespace kelt::provision

@@ -1,0 +1,38 @@
+#include "provision/line_reader.h"
+
+#include <utility>
+
+#include "base/secret.h"
+
+namespace kelt::provision {
+
+LineReader::~LineReader() {
+  base::wipe(m_buffer.data(), m_buffer.size());
+}
+
+std::string LineReader::next() {
+  std::string line;
+  line.reserve(kMaxLength);  // no copies of a password are left behind by growing
+  while (!m_over) {
+    const int byte = peek();
+    if (byte == kEnd || (byte != '\n' && line.size() == kMaxLength)) {
+      m_over = true;
+      break;
+    }
+    ++m_at;
+    if (byte == '\n') break;
+    line += static_cast<char>(byte);
+  }
+  if (const std::size_t zero = line.find('\0'); zero != std::string::npos) line.resize(zero);
+  return line;
+}
+
+int LineReader::peek() {
+  if (m_at == m_filled) {
+    m_at = 0;
+    m_filled = m_source(m_buffer);
+  }
+  return m_at == m_filled ? kEnd : static_cast<unsigned char>(m_buffer[m_at]);
+}
+
+}  // namespace kelt::provision

@@ -1,0 +1,128 @@
+#include "provision/provision_client.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <iterator>
+
+#include "base/console.h"
+#include "platform/afile.h"
+#include "platform/base64.h"
+#include "platform/sites_helper.h"
+#include "platform/unzip.h"
+#include "provision/fresh_file.h"
+#include "provision/messages.h"
+#include "provision/server_address.h"
+#include "provision/terminal_prompts.h"
+#include "provision/transfer.h"
+
+namespace kelt::provision {
+
+boost::mutex mtxProvision;
+
+namespace {
+
+constexpr std::string_view kSuccessMark = "OK:\r\n";
+constexpr std::string_view kDefaultPort = "8443";
+
+/// Completes the line of a progress text, and passes on what the step came to.
+Status completed(bool done, Status failure) {
+  base::print(done ? messages::kDone : messages::kFailed);
+  return done ? kSuccess : failure;
+}
+
+Status fetch(const std::string& server, const std::string& user, const std::string& password) {
+  ServerAccess access(server, user, password);
+  askForMissing(access);
+  std::string host;
+  std::string port;
+  if (!split_host_and_port(access.server, host, port)) {
+    port = kDefaultPort;
+    access.server.append(":").append(kDefaultPort);
+  }
+  return fetchPackage(access, host, port);
+}
+
+Status examineReply() {
+  base::print(messages::kExamining);
+  const Status status = completed(sB64data.starts_with(kSuccessMark) && !bReplyCut(), kBadReply);
+  if (status != kSuccess && sB64data.empty() && !bReplyCut()) base::print(messages::kNoResponse);
+  return status;
+}
+
+/// The archive in the reply; empty where the reply is no base64, or there is no memory for it: no archive either way.
+ABuffer decodeReply() {
+  try {
+    std::wstring text(sB64data.size() - kSuccessMark.size(), L'\0');
+    std::transform(sB64data.begin() + std::ssize(kSuccessMark), sB64data.end(), text.begin(),
+                   [](char byte) { return static_cast<wchar_t>(static_cast<unsigned char>(byte)); });
+    return ABase64Encode::decode(std::move(text));
+  } catch (const std::exception&) {
+    return {};
+  }
+}
+
+Status writeZip(const std::string& path, const ABuffer& archive) {
+  base::print(messages::kCreatingZip);
+  auto zip = FreshFile::create(path);
+  if (const Status status = completed(zip.ok(), kZipNotCreated); status != kSuccess) return status;
+  base::print(messages::kWritingZip);
+  return completed(zip.value().write(archive.span()).ok() && zip.value().publish().ok(), kZipNotWritten);
+}
+
+Status unzip(const std::string& zip, const std::string& directory) {
+  base::print(messages::kUnzipping);
+  const Status status = completed(NsUnzip(zip.c_str(), directory.c_str()) != -1, kNotUnzipped);
+  if (status == kSuccess) (void)AFiler::deleteFile(quorvane_com::orv::tellcomn_ansi_to_wide(zip));
+  return status;
+}
+
+Status readMode(const std::wstring& dir, std::wstring& mode) {
+  base::print(messages::kReadingMode);
+  const std::wstring path = dir + L"/sitelist.xml";
+  // An archive without a site list must not make somebody else's file the agent's.
+  const bool own = bOwnFile(ACharString(path.c_str()).str());
+  return completed(own && sitehlp::CSitesHelper(path).GetSitelistFipsMode(path, mode) == 0, kModeNotRead);
+}
+
+bool bWritten(const std::string& path, const std::string& text) {
+  auto file = FreshFile::create(path);
+  if (!file) return false;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  return file.value().write({bytes, text.size()}).ok() && file.value().publish().ok();
+}
+
+Status writeMode(const std::string& path, const std::wstring& mode) {
+  base::print(messages::kWritingMode);
+  return completed(bWritten(path, ACharString(mode.c_str()).str()), kModeNotWritten);
+}
+
+Status renameSiteList(const std::string& directory) {
+  base::print(messages::kRenaming);
+  const std::string from = directory + "/sitelist.xml";
+  const std::string to = directory + "/SiteList.xml";
+  return completed(std::rename(from.c_str(), to.c_str()) == 0, kNotRenamed);
+}
+
+Status unpackReply(const std::string& directory) {
+  const std::string zip = directory + "/keltconfig_keystemp.zip";
+  if (const Status status = writeZip(zip, decodeReply()); status != kSuccess) return status;
+  return unzip(zip, directory);
+}
+
+}  // namespace
+
+Status provisionFiles(const std::wstring& dir, const std::string& server, const std::string& user,
+                      const std::string& password) {
+  const boost::mutex::scoped_lock lock(mtxProvision);
+  const std::string directory = ACharString(dir.c_str()).str();
+  if (const Status status = fetch(server, user, password); status != kSuccess) return status;
+  if (const Status status = examineReply(); status != kSuccess) return status;
+  if (const Status status = unpackReply(directory); status != kSuccess) return status;
+  std::wstring mode;
+  if (const Status status = readMode(dir, mode); status != kSuccess) return status;
+  if (const Status status = writeMode(directory + "/agentfipsmode", mode); status != kSuccess) return status;
+  return renameSiteList(directory);
+}
+
+}  // namespace kelt::provision

@@ -1,0 +1,18 @@
+#include <exception>
+
+#include "base/console.h"
+#include "provision/messages.h"
+#include "provision/provision_client.h"
+#include "provision/provision_entry.h"
+
+int kelt_provision_files(const wchar_t* dir, const char* server, const char* user, const char* password) noexcept {
+  try {
+    return kelt::provision::provisionFiles(dir, server, user, password);
+  } catch (const std::exception&) {
+    // Nothing throws but a lack of memory. It came between two progress texts or behind one; a line of its own is
+    // clear.
+    kelt::base::print("\n");
+    kelt::base::printLine(kelt::provision::messages::kOutOfMemory);
+    return kelt::provision::kTransferFailed;
+  }
+}

@@ -1,0 +1,41 @@
+#pragma once
+// Reading from a terminal that does not echo, and that nobody is left alone with.
+
+#include <array>
+#include <csignal>
+#include <cstddef>
+#include <span>
+
+namespace kelt::provision {
+
+/// While it lives, the terminal `fd` does not echo; its destructor puts the terminal back. SIGINT, SIGTERM, SIGHUP,
+/// SIGQUIT and SIGTSTP wait until read, which puts the terminal back before it lets them act: the run dies by such a
+/// signal, or stops by it and goes on without echo when it is continued. What is no terminal is read all the same. One
+/// at a time.
+class QuietTerminal {
+ public:
+  explicit QuietTerminal(int fd);
+  QuietTerminal(const QuietTerminal&) = delete;
+  QuietTerminal& operator=(const QuietTerminal&) = delete;
+  ~QuietTerminal();
+
+  /// Waits for input and reads up to the size of `buffer` bytes. Returns their number, 0 at the end of the input or on
+  /// an error.
+  [[nodiscard]] std::size_t read(std::span<char> buffer);
+
+ private:
+  static constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
+
+  void quieten();
+  void putBack() const;
+  bool waitForInput();
+  void letCaughtSignalsAct();
+  void letAct(std::size_t index);
+
+  int m_fd;
+  bool m_saved = false;
+  sigset_t m_before{};
+  std::array<struct sigaction, kSignals.size()> m_actions{};
+};
+
+}  // namespace kelt::provision

@@ -1,0 +1,25 @@
+#include "provision/terminal_modes.h"
+
+namespace kelt::provision {
+
+termio tioSave{};
+termio tioMode{};
+
+int TtySave(int fd) {
+  return ::ioctl(fd, TCGETA, &tioSave);
+}
+
+int TtyNoEcho(int fd) {
+  if (::ioctl(fd, TCGETA, &tioMode) < 0) return -1;
+  constexpr unsigned int kEcho = ECHO | ECHOE | ECHOK | ECHONL;
+  tioMode.c_lflag = static_cast<unsigned short>(tioMode.c_lflag & ~kEcho);
+  tioMode.c_cflag = static_cast<unsigned short>(tioMode.c_cflag | CREAD);
+  return ::ioctl(fd, TCSETA, &tioMode);
+}
+
+int TtyRestore(int fd) {
+  ::ioctl(fd, TCGETA, &tioMode);
+  return ::ioctl(fd, TCSETAW, &tioSave);
+}
+
+}  // namespace kelt::provision

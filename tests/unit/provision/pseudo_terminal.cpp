@@ -1,0 +1,82 @@
+#include "pseudo_terminal.h"
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kelt::tests {
+namespace {
+
+constexpr int kPatience = 10000;  // milliseconds
+
+}  // namespace
+
+TerminalChild::TerminalChild(const std::function<int()>& action) {
+  int terminal = -1;
+  m_child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (m_child == 0) ::_exit(action());
+  EXPECT_GT(m_child, 0);
+  m_terminal.reset(terminal);
+}
+
+TerminalChild::~TerminalChild() {
+  if (m_child <= 0) return;
+  ::kill(m_child, SIGKILL);
+  ::waitpid(m_child, nullptr, 0);
+}
+
+void TerminalChild::type(const std::string& text) const {
+  EXPECT_EQ(::write(m_terminal.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
+
+void TerminalChild::expect(const std::string& text) {
+  while (!m_shown.ends_with(text)) {
+    if (readMore(kPatience)) continue;
+    ADD_FAILURE() << "waited for \"" << text << "\", shown was \"" << m_shown << "\"";
+    return;
+  }
+}
+
+termios TerminalChild::modes() const {
+  termios modes{};
+  EXPECT_EQ(::tcgetattr(m_terminal.get(), &modes), 0);
+  return modes;
+}
+
+void TerminalChild::expectEcho(bool on) const {
+  for (int waited = 0; bEchoes() != on; waited += 5) {
+    if (waited > kPatience) {
+      ADD_FAILURE() << "the terminal " << (on ? "does not echo" : "echoes");
+      return;
+    }
+    ::usleep(5000);
+  }
+}
+
+void TerminalChild::send(int signal) const {
+  ::kill(m_child, signal);
+}
+
+int TerminalChild::end() {
+  while (readMore(kPatience)) {
+  }
+  int status = -1;
+  EXPECT_EQ(::waitpid(m_child, &status, 0), m_child);
+  m_child = -1;
+  return status;
+}
+
+bool TerminalChild::readMore(int milliseconds) {
+  pollfd waited{m_terminal.get(), POLLIN, 0};
+  if (::poll(&waited, 1, milliseconds) <= 0) return false;
+  char buffer[1024];
+  const ssize_t got = ::read(m_terminal.get(), buffer, sizeof buffer);
+  if (got <= 0) return false;
+  m_shown.append(buffer, static_cast<std::size_t>(got));
+  return true;
+}
+
+}  // namespace kelt::tests
