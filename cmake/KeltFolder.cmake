@@ -30,4 +30,6 @@ function(kelt_loadable name)
                OUTPUT_NAME keltconfig-${name}
                LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
   target_link_libraries(kelt_loadable_${name} PRIVATE kelt_options kelt_runtime ${ARG_LINKS})
+  # Nothing of the static libraries in it is anybody else's to see or to replace, the C++ runtime included.
+  target_link_options(kelt_loadable_${name} PRIVATE -Wl,--exclude-libs,ALL)
 endfunction()
