@@ -37,6 +37,7 @@ void waitForChild() {
 
 }  // namespace
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is given
 void unixCommandLineHelper::splitStringToParameters(std::wstring commandLine,
                                                     std::vector<std::string>& parameters) const {
   const ACharString narrow(commandLine.c_str());
@@ -53,6 +54,7 @@ void unixCommandLineHelper::splitStringToParameters(std::wstring commandLine,
   if (!word.empty()) parameters.push_back(std::move(word));
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is given
 bool unixCommandLineHelper::ExecCmd(AString commandLine) const {
   // All memory is taken before the fork: where there is none, no second copy of the tool runs on.
   std::vector<std::string> words;

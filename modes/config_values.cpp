@@ -1,5 +1,7 @@
 #include "modes/config_values.h"
 
+#include <utility>
+
 #include "base/file_read.h"
 #include "base/file_replace.h"
 #include "helper/agent_paths.h"
@@ -49,7 +51,9 @@ bool update_value_to_file(const std::string& content, const std::string& name, s
   const std::size_t end = content.find("</" + name + ">");
   if (start == std::string::npos || end == std::string::npos) return false;
 
-  const std::string updated = content.substr(0, start + startTag.size()) + value + content.substr(end);
+  std::string updated = std::move(value);
+  updated.insert(0, content, 0, start + startTag.size());
+  updated.append(content, end);
   // A failure leaves the old file, which holds a value that the agent can work with; callers do not act on it.
   static_cast<void>(base::replaceFile(path, updated));
   return true;
@@ -65,12 +69,12 @@ bool bSetServerPublicKeyHashInfo(std::string hash) {
 }
 
 bool bFileExists(std::wstring path) {
-  if (path.empty()) return false;
+  const AString file(std::move(path));
   bool bAccessible = false;
   bool bExists = false;
-  if (!AFiler::getFileAccessibility(path, AFiler::kRead, bAccessible, bExists)) return false;
+  if (file.empty() || !AFiler::getFileAccessibility(file, AFiler::kRead, bAccessible, bExists)) return false;
   std::uint64_t size = 0;
-  return bAccessible && bExists && AFiler::tryGetFileSize(path, size) && size > 0;
+  return bAccessible && bExists && AFiler::tryGetFileSize(file, size) && size > 0;
 }
 
 }  // namespace kelt::modes

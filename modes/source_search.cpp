@@ -1,5 +1,7 @@
 // Finding the directory that holds the files for the managed switch.
 
+#include <utility>
+
 #include "base/console.h"
 #include "helper/agent_paths.h"
 #include "helper/unix_command_line_helper.h"
@@ -22,7 +24,9 @@ bool bHasSiteList(const std::wstring& directory) {
 }  // namespace
 
 int unixCommandLineHelper::PrepareORVForManagedMode(std::wstring sourceDir, std::wstring currentDir) {
-  for (const std::wstring& candidate : {sourceDir, currentDir + L"/" + sourceDir, currentDir}) {
+  std::wstring joined = currentDir;
+  joined.append(L"/").append(sourceDir);
+  for (const std::wstring& candidate : {std::move(sourceDir), std::move(joined), std::move(currentDir)}) {
     if (!bHasSiteList(candidate)) continue;
     SetSourceDir(candidate);
     // The first complete directory decides, whatever the switch from it comes to.

@@ -1,8 +1,8 @@
 // The unmanaged switch: the installed site list loses its servers, and what belongs to the server goes.
 //
-// The site list comes first, replaced as a whole: a power cut leaves an agent that is managed as before, or one without
-// servers. In the latter case files of the server may be left over, and another run, which finds no servers, leaves
-// them too; the agent does not use them without a server.
+// The site list comes first, replaced as a whole. A power cut before that leaves an agent that is managed as it was and
+// can be switched again; one after it leaves an agent without servers, and possibly legacy keys and caches of the
+// server that the next switch to managed mode replaces and clears.
 
 #include <array>
 
