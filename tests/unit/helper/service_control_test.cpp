@@ -1,0 +1,335 @@
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "support/agent_on_device.h"
+#include "support/private_device.h"
+
+#include "helper/unix_command_line_helper.h"
+
+using kelt::helper::unixCommandLineHelper;
+using kelt::tests::calls;
+using kelt::tests::namesAsListed;
+using kelt::tests::outputOf;
+using kelt::tests::putCommand;
+using kelt::tests::putDirectory;
+using kelt::tests::putFile;
+using kelt::tests::putProduct;
+using kelt::tests::WhenRead;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+constexpr const char* kAgentDirectory = "/etc/orv.d/ZENTORAGENT3000";
+
+class ServiceControl : public kelt::tests::PrivateDevice {
+ protected:
+  void SetUp() override {
+    PrivateDevice::SetUp();
+    m_agent = putCommand("agent");
+    m_plugIn = putCommand("plugin");
+  }
+
+  void putAgent() const {
+    putProduct("ZENTORAGENT3000", {{"StartCommand", m_agent + " start"}, {"StopCommand", m_agent + " stop"}});
+  }
+
+  /// A product whose commands tell its name.
+  void putPlugIn(const std::string& name) const {
+    putProduct(name, {{"LoadOrvPluginCommand", m_plugIn + " load " + name},
+                      {"UnloadOrvPluginCommand", m_plugIn + " unload " + name}});
+  }
+
+  /// Starts or stops, expecting a result and an output.
+  static void expectStart(bool result, const std::string& output = "") {
+    const auto printed = outputOf([&] { EXPECT_EQ(unixCommandLineHelper().StartORVService(), result); });
+    EXPECT_EQ(printed.out, output);
+    EXPECT_EQ(printed.err, "");
+  }
+  static void expectStop(bool result, const std::string& output = "") {
+    const auto printed = outputOf([&] { EXPECT_EQ(unixCommandLineHelper().StopORVService(), result); });
+    EXPECT_EQ(printed.out, output);
+    EXPECT_EQ(printed.err, "");
+  }
+
+  std::string m_agent;
+  std::string m_plugIn;
+};
+
+TEST_F(ServiceControl, FailsSilentlyWithoutAnAgent) {
+  expectStart(false);
+  expectStop(false);
+  putPlugIn("PRODUCT");
+  expectStart(false);
+  expectStop(false);
+  EXPECT_EQ(calls(), Lines{});
+}
+
+TEST_F(ServiceControl, RunsOneCommandForAnAgentAlone) {
+  putAgent();
+  expectStart(true);
+  EXPECT_EQ(calls(), Lines{"agent start"});
+  expectStop(true);
+  EXPECT_EQ(calls(), (Lines{"agent start", "agent stop"}));
+}
+
+TEST_F(ServiceControl, StartsTheAgentFirstAndStopsItLast) {
+  putAgent();
+  for (const char* name : {"B_PRODUCT", "A_PRODUCT", "C_PRODUCT"})
+    putPlugIn(name);
+  Lines starting{"agent start"};
+  Lines stopping;
+  for (const std::string& name : namesAsListed("/etc/orv.d")) {
+    if (name == "ZENTORAGENT3000") continue;
+    starting.push_back("plugin load " + name);
+    stopping.push_back("plugin unload " + name);
+  }
+  stopping.emplace_back("agent stop");
+
+  expectStart(true);
+  EXPECT_EQ(calls(), starting);
+  ASSERT_EQ(::unlink("/tmp/calls"), 0);
+  expectStop(true);
+  EXPECT_EQ(calls(), stopping);
+}
+
+TEST_F(ServiceControl, WaitsForEachCommandBeforeTheNext) {
+  const std::string slow = putCommand("slow", "sleep 0.1; echo slow finished >> /tmp/calls");
+  putProduct("ZENTORAGENT", {{"StartCommand", slow}, {"StopCommand", m_agent + " stop"}});
+  putProduct("PRODUCT", {{"LoadOrvPluginCommand", m_plugIn}, {"UnloadOrvPluginCommand", slow}});
+  expectStart(true);
+  expectStop(true);
+  EXPECT_EQ(calls(), (Lines{"slow", "slow finished", "plugin", "slow", "slow finished", "agent stop"}));
+}
+
+TEST_F(ServiceControl, PassesProductsThatHaveNothingToRun) {
+  putAgent();
+  putProduct("WITHOUT_ELEMENTS", {{"Version", "1"}});
+  putDirectory("/etc/orv.d/WITHOUT_FILE");
+  putDirectory("/etc/orv.d/DIRECTORY_FOR_FILE/config.xml");
+  putFile("/etc/orv.d/MALFORMED/config.xml", "<Configuration><LoadOrvPluginCommand>" + m_plugIn);
+  putFile("/etc/orv.d/OTHER_ROOT/config.xml",
+          "<Config><LoadOrvPluginCommand>" + m_plugIn + "</LoadOrvPluginCommand></Config>");
+  putFile("/etc/orv.d/REGULAR_FILE", "<Configuration/>");
+  ASSERT_EQ(::symlink("/opt/nowhere", "/etc/orv.d/DANGLING"), 0);
+  ASSERT_EQ(::mkfifo("/etc/orv.d/WITHOUT_FILE/config.xml", 0644), 0);
+  putPlugIn("PRODUCT");
+  expectStart(true);
+  expectStop(true);
+  EXPECT_EQ(calls(), (Lines{"agent start", "plugin load PRODUCT", "plugin unload PRODUCT", "agent stop"}));
+}
+
+TEST_F(ServiceControl, TakesTheFirstElementOfAName) {
+  putProduct("ZENTORAGENT", {{"StartCommand", m_agent + " first"}, {"StartCommand", m_agent + " second"}});
+  putProduct("PRODUCT", {{"LoadOrvPluginCommand", m_plugIn + " first"}, {"LoadOrvPluginCommand", m_plugIn}});
+  expectStart(true);
+  EXPECT_EQ(calls(), (Lines{"agent first", "plugin first"}));
+}
+
+TEST_F(ServiceControl, GoesOnWithoutACommandForTheAgent) {
+  putProduct("ZENTORAGENT", {{"Version", "1"}});
+  putPlugIn("PRODUCT");
+  expectStart(true);
+  expectStop(true);
+  EXPECT_EQ(calls(), (Lines{"plugin load PRODUCT", "plugin unload PRODUCT"}));
+}
+
+TEST_F(ServiceControl, IsContentHoweverTheCommandsEnd) {
+  const std::string failing = putCommand("failing", "exit 3");
+  putProduct("ZENTORAGENT", {{"StartCommand", failing + " start"}, {"StopCommand", "/tmp/missing"}});
+  putProduct("PRODUCT", {{"LoadOrvPluginCommand", failing + " load"}, {"UnloadOrvPluginCommand", failing}});
+  expectStart(true);
+  expectStop(true);
+  EXPECT_EQ(calls(), (Lines{"failing start", "failing load", "failing"}));
+}
+
+TEST_F(ServiceControl, TakesNoDirectoryWithTheMarkerForAPlugIn) {
+  putAgent();
+  putPlugIn("ZENTORAGENT-old");
+  expectStart(true);
+  // Whichever of the two the system lists first counts as the agent's; no plug-in is loaded from the other.
+  const bool bAgentFirst = namesAsListed("/etc/orv.d").front() == "ZENTORAGENT3000";
+  EXPECT_EQ(calls(), bAgentFirst ? Lines{"agent start"} : Lines{});
+}
+
+TEST_F(ServiceControl, FailsSilentlyWhenTheAgentsFileDoesNotLoad) {
+  putPlugIn("PRODUCT");
+  const std::string path = std::string(kAgentDirectory) + "/config.xml";
+  for (const std::string content : {"", "<Configuration>", "<Other/>", "<Configuration>&</Configuration>"}) {
+    putFile(path, content);
+    expectStart(false);
+    expectStop(false);
+  }
+  ASSERT_EQ(::unlink(path.c_str()), 0);
+  expectStart(false);
+  expectStop(false);
+  EXPECT_EQ(calls(), Lines{});
+}
+
+TEST_F(ServiceControl, RunsNothingFromAConfigurationDirectoryThatOthersMayWriteTo) {
+  putAgent();
+  putPlugIn("PRODUCT");
+  ASSERT_EQ(::chmod("/etc/orv.d", 0777), 0);
+  expectStart(false);
+  expectStop(false);
+  EXPECT_EQ(calls(), Lines{});
+}
+
+TEST_F(ServiceControl, RunsNothingWithoutAConfigurationDirectory) {
+  ASSERT_EQ(::rmdir("/etc/orv.d"), 0);
+  expectStart(false);
+  expectStop(false);
+}
+
+TEST_F(ServiceControl, RunsNothingThatOthersMayHaveWrittenForTheAgent) {
+  putPlugIn("PRODUCT");
+  putAgent();
+  const std::string file = std::string(kAgentDirectory) + "/config.xml";
+  for (const std::string& path : {file, std::string(kAgentDirectory)}) {
+    const mode_t mode = kelt::tests::modeOf(path);
+    ASSERT_EQ(::chmod(path.c_str(), mode | 0002U), 0);
+    expectStart(false);
+    expectStop(false);
+    ASSERT_EQ(::chmod(path.c_str(), mode | 0020U), 0);
+  }
+  EXPECT_EQ(calls(), Lines{});
+  expectStart(true);
+  EXPECT_EQ(calls(), (Lines{"agent start", "plugin load PRODUCT"}));
+}
+
+TEST_F(ServiceControl, RunsNothingThatOthersMayHaveWrittenForAPlugIn) {
+  putAgent();
+  putPlugIn("FILE");
+  putPlugIn("DIRECTORY");
+  putPlugIn("LINKED");
+  ASSERT_EQ(::chmod("/etc/orv.d/FILE/config.xml", 0646), 0);
+  ASSERT_EQ(::chmod("/etc/orv.d/DIRECTORY", 0777), 0);
+  ASSERT_EQ(::rename("/etc/orv.d/LINKED/config.xml", "/tmp/linked.xml"), 0);
+  ASSERT_EQ(::chmod("/tmp/linked.xml", 0666), 0);
+  ASSERT_EQ(::symlink("/tmp/linked.xml", "/etc/orv.d/LINKED/config.xml"), 0);
+  expectStart(true);
+  expectStop(true);
+  EXPECT_EQ(calls(), (Lines{"agent start", "agent stop"}));
+
+  ASSERT_EQ(::chmod("/tmp/linked.xml", 0644), 0);
+  expectStart(true);
+  EXPECT_EQ(calls(), (Lines{"agent start", "agent stop", "agent start", "plugin load LINKED"}));
+}
+
+TEST_F(ServiceControl, RunsNothingFromDirectoriesThatAreNotRoots) {
+  putAgent();
+  putPlugIn("PRODUCT");
+  kelt::tests::putForeignDirectory("/etc/orv.d/PRODUCT");
+  expectStart(true);
+  expectStop(true);
+  EXPECT_EQ(calls(), (Lines{"agent start", "agent stop"}));
+  kelt::tests::putForeignDirectory(kAgentDirectory);
+  expectStart(false);
+  expectStop(false);
+  EXPECT_EQ(calls(), (Lines{"agent start", "agent stop"}));
+}
+
+TEST_F(ServiceControl, RunsNothingFromFilesThatAreNotRoots) {
+  putAgent();
+  putPlugIn("PRODUCT");
+  // In a namespace of one user no file can be given away, but what the machine's root owns is foreign there.
+  const char* file = "/etc/orv.d/PRODUCT/config.xml";
+  if (::chown(file, 65534, 0) != 0) {
+    ASSERT_EQ(::unlink(file), 0);
+    ASSERT_EQ(::symlink("/etc/passwd", file), 0);
+  }
+  expectStart(true);
+  expectStop(true);
+  EXPECT_EQ(calls(), (Lines{"agent start", "agent stop"}));
+}
+
+// What follows is a configuration directory that changes between being searched for the agent and for plug-ins.
+
+TEST_F(ServiceControl, LoadsNoPlugInsWhenStartingOpensTheDirectoryToOthers) {
+  putProduct("ZENTORAGENT", {{"StartCommand", putCommand("open", "chmod 0777 /etc/orv.d")}});
+  putPlugIn("PRODUCT");
+  expectStart(true, "Security Issue, Config Dir is writable by non root.\n");
+  EXPECT_EQ(calls(), Lines{"open"});
+}
+
+TEST_F(ServiceControl, LoadsNoPlugInsWhenStartingRemovesTheDirectory) {
+  putProduct("ZENTORAGENT", {{"StartCommand", putCommand("remove", "mv /etc/orv.d /tmp/moved")}});
+  putPlugIn("PRODUCT");
+  expectStart(true, "Failed to Access Config Dir.\n");
+  EXPECT_EQ(calls(), Lines{"remove"});
+}
+
+/// No descriptor can be opened while it lives; what is open stays usable.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    ::getrlimit(RLIMIT_NOFILE, &m_before);
+    s_none = m_before;
+    s_none.rlim_cur = 0;
+  }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+  ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &m_before); }
+  static void begin() { ::setrlimit(RLIMIT_NOFILE, &s_none); }
+
+ private:
+  rlimit m_before{};
+  static inline rlimit s_none{};
+};
+
+TEST_F(ServiceControl, LoadsNoPlugInsWhenTheDirectoryCannotBeOpenedAnyMore) {
+  putProduct("ZENTORAGENT", {{"StartCommand", putCommand("starve", "kill -USR1 $PPID")}});
+  putPlugIn("PRODUCT");
+  const auto before = std::signal(SIGUSR1, [](int) { NoDescriptors::begin(); });
+  const auto printed = outputOf([] {
+    const NoDescriptors limit;
+    EXPECT_TRUE(unixCommandLineHelper().StartORVService());
+  });
+  static_cast<void>(std::signal(SIGUSR1, before));
+  EXPECT_EQ(printed.out, "Opendir failed for config directory.\n");
+  EXPECT_EQ(calls(), Lines{"starve"});
+}
+
+TEST_F(ServiceControl, DoesNotStopWhenTheDirectoryIsOpenedToOthersMeanwhile) {
+  putAgent();
+  putPlugIn("PRODUCT");
+  const WhenRead change(kAgentDirectory, [] { static_cast<void>(::chmod("/etc/orv.d", 0777)); });
+  expectStop(true, "Security Issue, Config Dir is writable by non root.\n");
+  EXPECT_EQ(calls(), Lines{});
+}
+
+TEST_F(ServiceControl, DoesNotStopWhenTheDirectoryGoesMeanwhile) {
+  putAgent();
+  putPlugIn("PRODUCT");
+  const WhenRead change(kAgentDirectory, [] { static_cast<void>(::rename("/etc/orv.d", "/etc/moved")); });
+  expectStop(true, "Failed to Access Config Dir.\n");
+  EXPECT_EQ(calls(), Lines{});
+  ASSERT_EQ(::rename("/etc/moved", "/etc/orv.d"), 0);
+}
+
+TEST_F(ServiceControl, DoesNotStopWhenTheDirectoryCannotBeOpenedAnyMore) {
+  putAgent();
+  putPlugIn("PRODUCT");
+  const auto printed = outputOf([] {
+    const NoDescriptors limit;
+    const WhenRead change(kAgentDirectory, [] { NoDescriptors::begin(); });
+    EXPECT_TRUE(unixCommandLineHelper().StopORVService());
+  });
+  EXPECT_EQ(printed.out, "Opendir failed for config directory.\n");
+  EXPECT_EQ(calls(), Lines{});
+}
+
+TEST_F(ServiceControl, HandsNoDescriptorToACommand) {
+  putAgent();
+  putProduct("PRODUCT", {{"LoadOrvPluginCommand", "ls -l /proc/self/fd"}});
+  const auto printed = outputOf([] { EXPECT_TRUE(unixCommandLineHelper().StartORVService()); });
+  EXPECT_NE(printed.out.find(" 1 -> "), std::string::npos) << printed.out;
+  EXPECT_EQ(printed.out.find("/etc/orv.d"), std::string::npos) << printed.out;
+}
+
+}  // namespace
