@@ -13,7 +13,7 @@ small() {
   rm -r /run/moved
 }
 fill() { dd if=/dev/zero of="$1/filler" bs=4096 2>/dev/null || true; }
-use_up() { n=0; while : >"$1/filler.$n"; do n=$((n+1)); done 2>/dev/null; }
+use_up() { n=0; while printf "" >"$1/filler.$n"; do n=$((n+1)); done 2>/dev/null; }
 """
 # Brings what is left there to where the test can look at it, fillers aside.
 BACK = """

@@ -45,8 +45,9 @@ class Device:
     def enter(self, *command, timeout=30, **options):
         """Runs a command on the device. `env` adds to a bare environment."""
         environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "KELTCONFIG": str(self.binary), **options.pop("env", {})}
+        words = [word if isinstance(word, bytes) else str(word) for word in command]
         return subprocess.run(
-            [ROOT / "device/enter", "--state", self.state, "--", *map(str, command)],
+            [ROOT / "device/enter", "--state", self.state, "--", *words],
             capture_output="stdout" not in options,
             stdin=options.pop("stdin", subprocess.DEVNULL),
             env=environment,
