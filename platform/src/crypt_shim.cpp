@@ -23,8 +23,9 @@ constexpr const wchar_t* kSource = L"cryptshim";
 class Library final : public CryptShim {
  public:
   static Library& get() {
-    static Library library;
-    return library;
+    // Never destroyed: it keeps the loggers for the life of the process.
+    static auto* const library = new Library;
+    return *library;
   }
 
   void configureWith(Mode mode, CryptShimLogger* logger) {

@@ -23,6 +23,8 @@ enum class CryptoModule {
 /// Keys and hashes. In every mode only RSA and SHA-256 are ever asked for.
 class CryptoEngine {
  public:
+  virtual ~CryptoEngine() = default;
+
   /// Starts the library, or starts it anew in another mode. With `bFips` the system's FIPS provider is taken where it
   /// has one that passes its self-test, else the default provider; the result tells which. OpenSSL's configuration file
   /// and the environment variables that name configuration, modules and engines are not consulted: the FIPS provider
@@ -45,9 +47,6 @@ class CryptoEngine {
 
   /// SHA-256, 32 bytes. Errors: kSystem; kRefused when the library is not started.
   [[nodiscard]] virtual base::Result<std::vector<unsigned char>> sha256(std::span<const unsigned char> data) = 0;
-
- protected:
-  ~CryptoEngine() = default;
 };
 
 /// The name under which the loadable object offers its entry, a CryptoEngineEntry.

@@ -3,6 +3,7 @@
 #include "support/private_device.h"
 
 #include "platform/crypto.h"
+#include "platform/iconfiguration.h"
 
 namespace quorvane_com::QV::crypto {
 namespace {
@@ -21,6 +22,7 @@ class KeyConfTest : public kelt::tests::PrivateDevice {
  protected:
   void SetUp() override {
     PrivateDevice::SetUp();
+    orv::configuration::IConfiguration::GetConfiguration().SetConfigurationDirectory(L"/etc/orv.d");
     putDirectory("/opt/Quorvane/orv/scratch");
   }
 
