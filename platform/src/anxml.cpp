@@ -1,6 +1,5 @@
 #include "platform/anxml.h"
 
-#include <cstdint>
 #include <optional>
 #include <utility>
 
@@ -30,7 +29,7 @@ std::string xmlTextOf(const wchar_t* text) {
   if (text == nullptr) return {};
   std::string out;
   for (; *text != L'\0'; ++text) {
-    const auto unit = static_cast<std::uint32_t>(*text);
+    const auto unit = static_cast<char32_t>(*text);
     const bool bCharacter = unit < 0xD800 || (unit > 0xDFFF && unit <= 0x10FFFF);
     out += bCharacter ? kelt::base::toUtf8({text, 1}) : "\xFF";
   }
@@ -102,7 +101,7 @@ AnXmlNode::AnXmlNode(AnXml* document) {
   m_element = elementOf(document->m_document.get(), document->m_document->root());
 }
 
-AnXmlNode::AnXmlNode(const AnXmlNode& other) : m_element(copyOf(other.m_element)) {}
+AnXmlNode::AnXmlNode(const AnXmlNode& other) { *this = other; }
 
 AnXmlNode& AnXmlNode::operator=(const AnXmlNode& other) {
   if (this != &other) m_element = copyOf(other.m_element);

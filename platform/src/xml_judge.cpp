@@ -94,14 +94,8 @@ Error failureOf(const Judgement& judgement) {
   return malformed(reason + " in line " + std::to_string(XML_GetCurrentLineNumber(judgement.parser)));
 }
 
-}  // namespace
-
-Result<XmlVerdict> judgeXml(std::span<const unsigned char> document) {
-  // Expat would take UTF-16; no document in it is without a zero byte, and no other document has one.
-  if (std::find(document.begin(), document.end(), 0) != document.end()) return malformed("a zero byte");
-  if (document.size() > INT_MAX) return malformed("more bytes than a parser takes");
-
-  const Parser parser(XML_ParserCreate(nullptr), &XML_ParserFree);
+Result<XmlVerdict> judgeAs(std::span<const unsigned char> document, const char* encoding) {
+  const Parser parser(XML_ParserCreate(encoding), &XML_ParserFree);
   if (!parser) return malformed("no memory to parse it");
   Judgement judgement{parser.get(), bStartsWithByteOrderMark(document), 0, {}, nullptr};
   installHandlers(parser.get(), judgement);
@@ -111,6 +105,30 @@ Result<XmlVerdict> judgeXml(std::span<const unsigned char> document) {
   const XML_Status status = XML_Parse(parser.get(), text, static_cast<int>(document.size()), XML_TRUE);
   if (status != XML_STATUS_OK || judgement.refusal != nullptr) return failureOf(judgement);
   return std::move(judgement.verdict);
+}
+
+std::vector<unsigned char> utf8Of(std::span<const unsigned char> latin1) {
+  std::vector<unsigned char> utf8;
+  utf8.reserve(latin1.size() + latin1.size() / 8);
+  for (const unsigned char byte : latin1) {
+    if (byte >= 0x80) utf8.push_back(static_cast<unsigned char>(0xC0U | byte >> 6U));
+    utf8.push_back(byte < 0x80 ? byte : static_cast<unsigned char>(0x80U | (byte & 0x3FU)));
+  }
+  return utf8;
+}
+
+}  // namespace
+
+Result<XmlVerdict> judgeXml(std::span<const unsigned char> document) {
+  // Expat would take UTF-16; no document in it is without a zero byte, and no other document has one.
+  if (std::find(document.begin(), document.end(), 0) != document.end()) return malformed("a zero byte");
+  if (document.size() > INT_MAX / 2) return malformed("more bytes than a parser takes");
+
+  auto verdict = judgeAs(document, nullptr);
+  if (!verdict || verdict.value().encoding == XmlEncoding::kUtf8) return verdict;
+  // In ISO-8859-1 Expat takes three characters in names (0xAA, 0xB5, 0xBA) that it refuses in UTF-8. A document with
+  // one of them could never be written again.
+  return judgeAs(utf8Of(document), "UTF-8");
 }
 
 }  // namespace kelt::platform

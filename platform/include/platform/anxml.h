@@ -15,7 +15,7 @@
 
 namespace kelt::platform {
 class XmlDocument;
-class XmlElement;
+struct XmlElement;
 }  // namespace kelt::platform
 
 /// One document, loaded from a file or new.

@@ -165,6 +165,16 @@ TEST(JudgeXml, TellsLatin1WhereTheDeclarationSaysSo) {
   }
 }
 
+TEST(JudgeXml, RefusesNamesInLatin1ThatItRefusesInUtf8) {
+  for (const char* name : {"\xAA", "p\xB5", "\xBA", "\xD7", "a\xF7"}) {
+    EXPECT_FALSE(judgeXml(bytesOf("<?xml version='1.0' encoding='ISO-8859-1'?><a><"s + name + "/></a>")).ok());
+    EXPECT_FALSE(judgeXml(bytesOf("<?xml version='1.0' encoding='ISO-8859-1'?><a><?"s + name + "?></a>")).ok());
+  }
+  const auto letter = judgeXml(bytesOf("<?xml version='1.0' encoding='ISO-8859-1'?><\xC0/>"));
+  ASSERT_TRUE(letter.ok()) << letter.error().message;
+  EXPECT_EQ(letter.value().encoding, XmlEncoding::kLatin1);
+}
+
 TEST(JudgeXml, AcceptsADepthOf256AndRefuses257) {
   EXPECT_TRUE(judgeXml(bytesOf(nested(256))).ok());
   const auto verdict = judgeXml(bytesOf(nested(257)));
