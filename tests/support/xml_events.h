@@ -49,11 +49,18 @@ class XmlEvents {
 
   void add(const std::string& line) {
     endText();
-    m_lines += line + "\n";
+    addLine(line);
+  }
+
+  /// Adds a line, line ends in it spelled so that they end none.
+  void addLine(const std::string& line) {
+    for (const char c : line)
+      m_lines += c == '\n' ? "\\n" : c == '\\' ? "\\\\" : std::string(1, c);
+    m_lines += '\n';
   }
 
   void endText() {
-    if (!m_text.empty()) m_lines += "text [" + m_text + "]\n";
+    if (!m_text.empty()) addLine("text [" + m_text + "]");
     m_text.clear();
   }
 
