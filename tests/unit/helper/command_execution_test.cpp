@@ -4,13 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <new>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 
+#include "limited_memory.h"
 #include "support/agent_on_device.h"
 #include "support/private_device.h"
 
@@ -23,25 +23,6 @@ using kelt::tests::outputOf;
 using kelt::tests::putCommand;
 using ::testing::Test;
 using Words = std::vector<std::string>;
-
-namespace {
-
-/// The largest block of memory that can be had, so that running out of it can be tried.
-std::size_t g_largestBlock = SIZE_MAX;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  void* block = size <= g_largestBlock ? std::malloc(size) : nullptr;
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-void operator delete(void* block) noexcept {
-  std::free(block);
-}
-void operator delete(void* block, std::size_t /*size*/) noexcept {
-  std::free(block);
-}
 
 namespace {
 
@@ -243,9 +224,9 @@ TEST_F(CommandExecution, RunsNothingWithoutMemoryForTheCommand) {
   const std::string command = putCommand("never");
   const unixCommandLineHelper helper;
   AString line(quorvane_com::orv::tellcomn_ansi_to_wide(command + " " + std::string(100000, 'x')));
-  g_largestBlock = 65536;
+  kelt::tests::limitBlocks(65536);
   const bool bResult = helper.ExecCmd(std::move(line));
-  g_largestBlock = SIZE_MAX;
+  kelt::tests::limitBlocks(SIZE_MAX);
   EXPECT_FALSE(bResult);
   EXPECT_EQ(calls(), Words{});
 }
