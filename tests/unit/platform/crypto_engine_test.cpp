@@ -242,12 +242,18 @@ TEST_F(CryptoEngineTest, TakesTheSameKeysInFipsMode) {
   EXPECT_TRUE(m_engine->sha256(bytesOf("abc")).ok());
 }
 
-TEST_F(CryptoEngineTest, RunsOnTheDefaultModuleWhereTheSystemHasNoFipsModule) {
+[[noreturn]] void startWithoutFipsModule() {
   const tests::NoFipsModule system;
-  ASSERT_TRUE(system.bEmpty());
-  const auto module = m_engine->start(true);
-  ASSERT_TRUE(module.ok());
-  EXPECT_EQ(module.value(), CryptoModule::kDefault);
+  const auto engine = loadCryptoEngine();
+  if (!system.bEmpty() || !engine) ::_exit(2);
+  const auto module = engine.value()->start(true);
+  ::_exit(module.ok() && module.value() == CryptoModule::kDefault ? 0 : 1);
+}
+
+TEST(CryptoEngineDeathTest, RunsOnTheDefaultModuleWhereTheSystemHasNoFipsModule) {
+  // In a process of its own: a module that was loaded once is found again.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(startWithoutFipsModule(), ::testing::ExitedWithCode(0), "");
 }
 
 /// Ends the process: 0 when starting and using the engine opened neither of the two, which its environment names.
