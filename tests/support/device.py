@@ -43,7 +43,7 @@ class Device:
         self.enter("true")
 
     def enter(self, *command, timeout=30, **options):
-        """Runs a command on the device. `env` adds to a bare environment."""
+        """Runs a command on the device, from its state directory. `env` adds to a bare environment."""
         environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "KELTCONFIG": str(self.binary), **options.pop("env", {})}
         words = [word if isinstance(word, bytes) else str(word) for word in command]
         return subprocess.run(
@@ -52,6 +52,7 @@ class Device:
             stdin=options.pop("stdin", subprocess.DEVNULL),
             env=environment,
             timeout=timeout,
+            cwd=options.pop("cwd", self.state if self.state.exists() else "/"),
             **options,
         )
 
