@@ -12,13 +12,16 @@
 
 namespace kelt::tests {
 
+/// What a Child ends with whose action threw.
+inline constexpr int kThrew = 250;
+
 /// A process that runs `action` and ends with the status it returns.
 class Child {
  public:
   explicit Child(const std::function<int()>& action) {
     std::fflush(nullptr);  // or the child would print the rest once more
     m_pid = ::fork();
-    if (m_pid == 0) std::exit(action());
+    if (m_pid == 0) std::exit(statusOf(action));
   }
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
@@ -39,6 +42,15 @@ class Child {
   }
 
  private:
+  // Nothing may reach the test runner, which would go on with the next test in this process too.
+  static int statusOf(const std::function<int()>& action) {
+    try {
+      return action();
+    } catch (...) {
+      return kThrew;
+    }
+  }
+
   pid_t m_pid = -1;
   int m_status = -1;
 };

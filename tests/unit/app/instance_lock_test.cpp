@@ -10,8 +10,8 @@
 #include <stdexcept>
 #include <thread>
 
-#include "support/private_device.h"
 #include "support/child.h"
+#include "support/private_device.h"
 
 #include "base/unique_fd.h"
 

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstddef>
+
+namespace kelt::tests {
+
+/// Makes the `which`-th allocation of exactly `size` bytes from now on fail, in this process.
+void failAllocation(std::size_t size, int which);
+
+}  // namespace kelt::tests
