@@ -3,6 +3,7 @@
 #include <memory>
 #include <new>
 #include <span>
+#include <utility>
 
 #include "base/console.h"
 #include "helper/latin1_converter.h"
@@ -42,10 +43,11 @@ bool unixCommandLineHelper::ConvertToUtf8(const char* latin1, std::string& utf8)
 }
 
 bool unixCommandLineHelper::ConvertSiteListToUTF8(std::wstring path) const {
+  const AString file(std::move(path));
   ABuffer content;
   std::string utf8;
   const bool bConverted =
-      AFile::readExisting(path, content) && ConvertToUtf8(asText(content), utf8) && AFile::write(path, asBuffer(utf8));
+      AFile::readExisting(file, content) && ConvertToUtf8(asText(content), utf8) && AFile::write(file, asBuffer(utf8));
   base::printLine(bConverted ? messages::kSiteListConverted : messages::kSiteListNotConverted);
   return bConverted;
 }
