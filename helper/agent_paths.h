@@ -1,8 +1,8 @@
 #pragma once
 // The paths of the device. No other file above platform/ spells one.
 //
-// Directories and file names are joined by plain concatenation: where the directory ends in "/" and the name begins with
-// one, the doubled slash is kept, and shows in messages.
+// Directories and file names are joined by plain concatenation: where the directory ends in "/" and the name begins
+// with one, the doubled slash is kept, and shows in messages.
 
 namespace kelt::helper::paths {
 

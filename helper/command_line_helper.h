@@ -27,17 +27,17 @@ class CommandLineHelper {
   /// Whether neither the hotfix last given to CheckVersion nor any of the comma-separated `conflictList` is installed.
   virtual bool CheckConflictList(std::wstring& conflictList) = 0;
 
-  /// Switches the agent to managed or unmanaged mode and returns the exit status: 0 done; 1 the switch or the key import
-  /// failed; 4 the service could not be started; 5 it could not be stopped, nothing changed; 30 + n provisioning failed
-  /// with status n, nothing else done. `pFlag`, `logFile` and `fFlag` have no effect.
+  /// Switches the agent to managed or unmanaged mode and returns the exit status: 0 done; 1 the switch or the key
+  /// import failed; 4 the service could not be started; 5 it could not be stopped, nothing changed; 30 + n provisioning
+  /// failed with status n, nothing else done. `pFlag`, `logFile` and `fFlag` have no effect.
   virtual int PrepareORV(bool managed, bool noStart, std::wstring sourceDir, std::wstring currentDir, bool pFlag,
                          std::wstring logFile, bool fFlag, bool provision, std::wstring server, std::wstring user,
                          std::wstring password) = 0;
 
-  /// Imports the server's keys, and the agent's own where the registry emulation holds them, into the agent's key store.
-  /// `fromUpdateDir` takes the key files from the update directory instead of the installation directory. Returns true
-  /// when the server's public key was imported; key files and registry values are then removed. Before that point every
-  /// failure leaves them untouched.
+  /// Imports the server's keys, and the agent's own where the registry emulation holds them, into the agent's key
+  /// store. `fromUpdateDir` takes the key files from the update directory instead of the installation directory.
+  /// Returns true when the server's public key was imported; key files and registry values are then removed. Before
+  /// that point every failure leaves them untouched.
   virtual bool ImportKeys(bool fromUpdateDir);
 
   /// Kept for products that store passwords in a site list; this agent has none. Does nothing, returns true.

@@ -24,8 +24,8 @@ class unixCommandLineHelper : public CommandLineHelper {
                  std::wstring password) override;
 
   /// Finds the agent's own configuration file: "config.xml" in the first directory, as readdir yields them, whose name
-  /// contains "ZENTORAGENT". Leaves `path` as it was when there is none, or when the configuration directory is missing,
-  /// not owned by root, or writable by others.
+  /// contains "ZENTORAGENT". Leaves `path` as it was when there is none, or when the configuration directory is
+  /// missing, not owned by root, or writable by others.
   void GetORVPath(AString& path) const;
 
   /// The directory that holds the site list and key files to import, as typed.
@@ -48,8 +48,8 @@ class unixCommandLineHelper : public CommandLineHelper {
   /// leaves the file untouched.
   bool ConvertSiteListToUTF8(std::wstring path) const;
 
-  /// Records in the agent's configuration file whether it is to run in FIPS mode: "1" for the modes 0 and 1, "0" for all
-  /// others. Returns false, with a message, when the file is not found or does not load.
+  /// Records in the agent's configuration file whether it is to run in FIPS mode: "1" for the modes 0 and 1, "0" for
+  /// all others. Returns false, with a message, when the file is not found or does not load.
   bool SaveFIPSInfoInRegistry(std::int32_t mode) const;
 
   /// Checks that the source directory holds every key file, prints a line per problem, and creates a missing legacy key
@@ -60,8 +60,8 @@ class unixCommandLineHelper : public CommandLineHelper {
   /// switches to managed mode from the first complete one. Returns 1 when the switch succeeded, else 0.
   int PrepareORVForManagedMode(std::wstring sourceDir, std::wstring currentDir);
 
-  /// The switch itself, from the directory set with SetSourceDir; what it changes, and takes back on failure, is told in
-  /// modes/managed_mode.cpp.
+  /// The switch itself, from the directory set with SetSourceDir; what it changes, and takes back on failure, is told
+  /// in modes/managed_mode.cpp.
   bool managedModeTask();
 
   /// Empties the installed site list of its servers and deletes the legacy key files and the cached server data.

@@ -20,8 +20,8 @@ int load_file_to_buffer(const std::string& path, std::string& content);
 /// leaves the file as it was.
 bool update_value_to_file(const std::string& content, const std::string& name, std::string value, std::string& path);
 
-/// Stores the server public key's hash as the text of "binsphash" in the agent's configuration file. Returns false, with
-/// nothing changed, when the file is not found, too large, or has no such element.
+/// Stores the server public key's hash as the text of "binsphash" in the agent's configuration file. Returns false,
+/// with nothing changed, when the file is not found, too large, or has no such element.
 bool bSetServerPublicKeyHashInfo(std::string hash);
 
 /// Whether there is a readable regular file of more than 0 bytes at `path`.

@@ -1,4 +1,6 @@
 // What run-startup compares with: the least that a C++ program with a stream does.
 #include <iostream>
 
-int main() { std::cout << "4.6.0.2545\n"; }
+int main() {
+  std::cout << "4.6.0.2545\n";
+}

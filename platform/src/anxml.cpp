@@ -101,7 +101,9 @@ AnXmlNode::AnXmlNode(AnXml* document) {
   m_element = elementOf(document->m_document.get(), document->m_document->root());
 }
 
-AnXmlNode::AnXmlNode(const AnXmlNode& other) { *this = other; }
+AnXmlNode::AnXmlNode(const AnXmlNode& other) {
+  *this = other;
+}
 
 AnXmlNode& AnXmlNode::operator=(const AnXmlNode& other) {
   if (this != &other) m_element = copyOf(other.m_element);

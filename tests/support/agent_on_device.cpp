@@ -1,9 +1,9 @@
 #include "support/agent_on_device.h"
 
 #include <csignal>
-#include <filesystem>
 #include <dirent.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -25,7 +25,8 @@ std::string putCommand(const std::string& name, const std::string& andThen = "")
 /// The names that readdir yields in `directory`, in its order, "." and ".." left out.
 [[nodiscard]] std::vector<std::string> namesAsListed(const std::string& directory);
 
-/// Everything below a directory: path to kind, mode and content (or the target of a link). For comparing before and after.
+/// Everything below a directory: path to kind, mode and content (or the target of a link). For comparing before and
+/// after.
 using Tree = std::map<std::string, std::string>;
 [[nodiscard]] Tree treeOf(const std::string& directory);
 

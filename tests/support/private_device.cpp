@@ -1,22 +1,21 @@
 #include "support/private_device.h"
 
-#include <fcntl.h>
-#include <sched.h>
-#include <sys/mman.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "base/unique_fd.h"
 
@@ -88,8 +87,8 @@ void enterNewRoot() {
   const std::string source = fs::canonical(fs::path(KELT_SOURCE_DIR));
   const std::string root = stagingDirectory({binary, source});
   require(::mount("device", root.c_str(), "tmpfs", 0, "mode=755") == 0, "mount the root");
-  for (const char* path : {"/usr", "/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32", "/dev", "/proc",
-                           "/etc/ssl", "/etc/ld.so.cache", "/etc/alternatives", "/etc/passwd", "/etc/group"}) {
+  for (const char* path : {"/usr", "/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32", "/dev", "/proc", "/etc/ssl",
+                           "/etc/ld.so.cache", "/etc/alternatives", "/etc/passwd", "/etc/group"}) {
     bindInto(root, path);
   }
   bindInto(root, source);
@@ -168,7 +167,9 @@ std::string contentOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-bool exists(const std::string& path) { return fs::exists(fs::symlink_status(path)); }
+bool exists(const std::string& path) {
+  return fs::exists(fs::symlink_status(path));
+}
 
 mode_t modeOf(const std::string& path) {
   struct stat info {};
@@ -177,7 +178,8 @@ mode_t modeOf(const std::string& path) {
 
 std::vector<std::string> namesIn(const std::string& directory) {
   std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(directory)) names.push_back(entry.path().filename());
+  for (const auto& entry : fs::directory_iterator(directory))
+    names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
 }

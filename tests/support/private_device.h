@@ -1,22 +1,22 @@
 #pragma once
 // The device that unit tests run on: a root file system of their own, in memory, in namespaces of their own.
 
-#include <gtest/gtest.h>
-#include <sys/types.h>
-
 #include <functional>
+#include <gtest/gtest.h>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace kelt::tests {
 
 /// Moves this process into a private device: new mount, IPC, network and host name namespaces (and a user namespace in
-/// which it is uid 0, when it is not root), a root in memory with the machine's /usr, /dev and /proc, the source and the
-/// build tree, and an empty device below /etc/orv.d, /opt, /run and /tmp. Nothing outside can be changed from there
+/// which it is uid 0, when it is not root), a root in memory with the machine's /usr, /dev and /proc, the source and
+/// the build tree, and an empty device below /etc/orv.d, /opt, /run and /tmp. Nothing outside can be changed from there
 /// except the build tree. Ends the program with a message where the system refuses that.
 void enterPrivateDevice();
 
-/// Empties /etc/orv.d, /opt/Quorvane, /run and /tmp, which then exist as directories of root with mode 0755 (/tmp 1777).
+/// Empties /etc/orv.d, /opt/Quorvane, /run and /tmp, which then exist as directories of root with mode 0755 (/tmp
+/// 1777).
 void resetDevice();
 
 /// A test that starts on an empty device, with the working directory "/".

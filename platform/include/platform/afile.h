@@ -7,13 +7,14 @@
 #include "platform/abuffer.h"
 #include "platform/astring.h"
 
-/// A directory and a name joined with exactly one "/", whatever stands at the end of the one and the start of the other.
+/// A directory and a name joined with exactly one "/", whatever stands at the end of the one and the start of the
+/// other.
 class APath {
  public:
   APath(const AString& directory, const AString& name);
 
-  operator const AString&() const { return m_path; }          // NOLINT(google-explicit-constructor)
-  operator const wchar_t*() const { return m_path; }          // NOLINT(google-explicit-constructor)
+  operator const AString&() const { return m_path; }  // NOLINT(google-explicit-constructor)
+  operator const wchar_t*() const { return m_path; }  // NOLINT(google-explicit-constructor)
   [[nodiscard]] const std::wstring& str() const { return m_path.str(); }
 
  private:
@@ -45,8 +46,8 @@ class AFiler {
   /// Removes a file or a symbolic link. False when there is nothing to remove, for a directory, and on any other error.
   [[nodiscard]] static bool deleteFile(const AString& path);
 
-  /// Replaces `to` by the content of the regular file `from` (see base/file_replace.h). An existing `to` keeps owner and
-  /// mode, a new one gets the permission bits of `from`. False on any failure; `to` is then as it was.
+  /// Replaces `to` by the content of the regular file `from` (see base/file_replace.h). An existing `to` keeps owner
+  /// and mode, a new one gets the permission bits of `from`. False on any failure; `to` is then as it was.
   [[nodiscard]] static bool copyFile(const AString& from, const AString& to);
 };
 

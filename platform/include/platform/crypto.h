@@ -1,5 +1,6 @@
 #pragma once
-// The agent's crypto library: its mode, its key store, and hashing. On OpenSSL 3, which only runs that touch a key load.
+// The agent's crypto library: its mode, its key store, and hashing. On OpenSSL 3, which only runs that touch a key
+// load.
 
 #include <cstddef>
 #include <memory>
@@ -94,8 +95,8 @@ class CryptShim {
   /// Selects the key size in which the agent makes its own keys; imports accept any size.
   static void set_key_size_to_use(KeySize keySize);
 
-  /// Starts the library in the configured mode. FIPS mode uses OpenSSL's FIPS provider where the system has one, else the
-  /// default provider restricted to approved algorithms, said once through the information callback. False, with a
+  /// Starts the library in the configured mode. FIPS mode uses OpenSSL's FIPS provider where the system has one, else
+  /// the default provider restricted to approved algorithms, said once through the information callback. False, with a
   /// message through the error callback, when OpenSSL cannot be started.
   virtual bool initialize() = 0;
 

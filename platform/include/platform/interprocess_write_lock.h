@@ -17,9 +17,9 @@ class InterProcessWriteLock {
   /// Releases the lock if it is held.
   ~InterProcessWriteLock();
 
-  /// Takes the lock, waiting up to `seconds`; SIGALRM ends the wait at once. Returns false when the time is over, or the
-  /// lock file cannot be used (not a regular file of this user with one link and no permission for others; a directory
-  /// that others may write to).
+  /// Takes the lock, waiting up to `seconds`; SIGALRM ends the wait at once. Returns false when the time is over, or
+  /// the lock file cannot be used (not a regular file of this user with one link and no permission for others; a
+  /// directory that others may write to).
   [[nodiscard]] bool lock(unsigned int seconds);
 
   /// Releases the lock. Returns false when it was not held.

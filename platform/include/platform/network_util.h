@@ -2,7 +2,6 @@
 // Addresses.
 
 #include <netdb.h>
-
 #include <string>
 
 class ANetworkUtil {
@@ -12,7 +11,8 @@ class ANetworkUtil {
   /// code, with `*result` unchanged.
   int qveCreateAddrinfo(const std::string& host, const std::string& port, addrinfo** result, const bool& numericOnly);
 
-  /// The scope of a numeric IPv6 address: the part behind "%", as an interface name or number. Returns non-zero and fills
-  /// `scopeId` when there is one that names an existing interface or is a positive number; else 0, `scopeId` unchanged.
+  /// The scope of a numeric IPv6 address: the part behind "%", as an interface name or number. Returns non-zero and
+  /// fills `scopeId` when there is one that names an existing interface or is a positive number; else 0, `scopeId`
+  /// unchanged.
   int qveGetScopeId(const std::string& numericAddress, unsigned int& scopeId);
 };

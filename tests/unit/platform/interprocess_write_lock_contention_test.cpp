@@ -34,7 +34,9 @@ struct Counts {
 };
 static_assert(std::atomic<unsigned>::is_always_lock_free);
 
-void pause(unsigned long microseconds) { ::usleep(static_cast<useconds_t>(microseconds)); }
+void pause(unsigned long microseconds) {
+  ::usleep(static_cast<useconds_t>(microseconds));
+}
 
 /// Shows who is inside, and forgets one that is killed. A lock of the process, which goes before the descriptors of a
 /// killed process are closed, so that this never outlives the lock that is tested.
