@@ -96,7 +96,7 @@ std::string toUtf8(std::wstring_view wide) {
   std::string utf8;
   utf8.reserve(wide.size());
   for (const wchar_t unit : wide) {
-    const auto value = static_cast<std::uint32_t>(unit);
+    const std::uint32_t value = std::char_traits<wchar_t>::to_int_type(unit);
     if (value >= kFirstEscaped && value <= kLastEscaped) {
       appendByte(utf8, value - kByteEscape);
     } else {

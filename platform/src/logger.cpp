@@ -40,7 +40,7 @@ std::string escapedUnit(std::uint32_t unit) {
   if (unit == '\r') return "\\r";
   if (unit == '\t') return "\\t";
   std::array<char, 16> buffer{};
-  std::snprintf(buffer.data(), buffer.size(), "\\u%04x", unit);
+  static_cast<void>(std::snprintf(buffer.data(), buffer.size(), "\\u%04x", unit));
   return buffer.data();
 }
 
@@ -48,7 +48,7 @@ std::string escaped(const wchar_t* text) {
   std::string out;
   if (text == nullptr) return out;
   for (const wchar_t unit : std::wstring_view(text)) {
-    const auto value = static_cast<std::uint32_t>(unit);
+    const std::uint32_t value = std::char_traits<wchar_t>::to_int_type(unit);
     out += bUnprintable(value) ? escapedUnit(value) : kelt::base::toUtf8({&unit, 1});
   }
   return out;

@@ -17,15 +17,16 @@ class InterProcessWriteLock {
   /// Releases the lock if it is held.
   ~InterProcessWriteLock();
 
-  /// Takes the lock, waiting up to `seconds`; SIGALRM ends the wait at once. Returns false when the time is over, or
-  /// the lock file cannot be used (not a regular file of this user with one link and no permission for others; a
-  /// directory that others may write to).
+  /// Takes the lock, waiting up to `seconds`; SIGALRM ends the wait at once (the caller's handler, mask and timer are
+  /// put aside for its length). A lock that this object holds already counts as taken. Returns false when the time is
+  /// over, or the lock file cannot be used (not a regular file of this user with one link and no permission for others;
+  /// a directory that others may write to).
   [[nodiscard]] bool lock(unsigned int seconds);
 
   /// Releases the lock. Returns false when it was not held.
   [[nodiscard]] bool unlock();
 
-  /// Takes the lock if that is possible without waiting. Returns non-zero when it was taken.
+  /// Takes the lock if that is possible without waiting, or holds it already. Returns non-zero then.
   [[nodiscard]] int tryLock();
 
   /// Removes the named object. To be called while holding the lock (tryLock), as the last act before its destruction:

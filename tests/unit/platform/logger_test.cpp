@@ -1,6 +1,7 @@
 #include "platform/logger.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
@@ -14,6 +15,7 @@
 #include "support/child.h"
 #include "support/private_device.h"
 
+#include "base/file_read.h"
 #include "base/unique_fd.h"
 #include "platform/iconfiguration.h"
 
@@ -208,15 +210,60 @@ TEST_F(Logger, GoesOnInTheSameFileWhereItCannotBeRotated) {
   EXPECT_EQ(messageOf(linesOf(kLog).at(1)), "keltcfg\ttext");
 }
 
+/// Takes a lock on the log, as another process does while it writes (shared) or rotates (exclusive).
+base::UniqueFd lockLog(short type) {
+  base::UniqueFd held(::open(kLog.c_str(), O_RDWR | O_CLOEXEC));
+  struct flock whole {};
+  whole.l_type = type;
+  whole.l_whence = SEEK_SET;
+  EXPECT_EQ(::fcntl(held.get(), F_OFD_SETLK, &whole), 0);
+  return held;
+}
+
 TEST_F(Logger, DoesNotWaitForAProcessThatStandsStill) {
   putFile(kLog, "", 0600);
-  const base::UniqueFd held(::open(kLog.c_str(), O_RDWR | O_CLOEXEC));
-  struct flock whole {};
-  whole.l_type = F_WRLCK;
-  whole.l_whence = SEEK_SET;
-  ASSERT_EQ(::fcntl(held.get(), F_OFD_SETLK, &whole), 0);
+  const base::UniqueFd held = lockLog(F_WRLCK);
   logInfo(L"keltcfg", L"text");
   EXPECT_EQ(linesOf(kLog).size(), 1U);
+}
+
+TEST_F(Logger, IsNotRotatedWhileAnotherProcessWrites) {
+  putFile(kLog, std::string(kLimit, 'o') + "\n", 0600);
+  base::UniqueFd held = lockLog(F_RDLCK);
+  logInfo(L"keltcfg", L"one");
+  EXPECT_EQ(namesIn(kLogs), Names{"keltcfg.log"});
+  held.reset();
+  logInfo(L"keltcfg", L"two");
+  EXPECT_EQ(messageOf(linesOf(kLog + ".1").at(1)), "keltcfg\tone");
+  EXPECT_EQ(messageOf(linesOf(kLog).at(0)), "keltcfg\ttwo");
+}
+
+TEST_F(Logger, IsRotatedOnceWhenSeveralProcessesFindItTooLong) {
+  constexpr int kWriters = 4;
+  for (int round = 0; round < 30; ++round) {
+    putFile(kLog, "", 0600);
+    ASSERT_EQ(::truncate(kLog.c_str(), kLimit + 1), 0);
+    std::array<int, 2> gate{};
+    ASSERT_EQ(::pipe2(gate.data(), O_CLOEXEC), 0);
+    std::vector<std::unique_ptr<Child>> writers;
+    for (int writer = 0; writer < kWriters; ++writer) {
+      writers.push_back(std::make_unique<Child>([&gate] {
+        ::close(gate[1]);
+        char byte = 0;
+        static_cast<void>(::read(gate[0], &byte, 1));  // until the gate opens
+        logInfo(L"keltcfg", L"text");
+        return 0;
+      }));
+    }
+    ::close(gate[0]);
+    ::close(gate[1]);
+    for (const auto& writer : writers)
+      ASSERT_EQ(writer->exitStatus(), 0);
+    const std::string older = base::readText(kLog + ".1").value();
+    ASSERT_GT(older.size(), kLimit) << "rotated twice, and the older log is lost";
+    const std::string all = older + base::readText(kLog).value();
+    ASSERT_EQ(std::count(all.begin(), all.end(), '\n'), kWriters);
+  }
 }
 
 TEST_F(Logger, LosesAndTearsNoLineOfManyWritersWhileItIsRotated) {
