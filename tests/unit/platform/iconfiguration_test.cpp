@@ -25,6 +25,9 @@ class Configuration : public PrivateDevice {
     m_configuration.SetConfigurationDirectory(L"/etc/orv.d");
   }
 
+  /// The object is the process's: other tests find it as it was.
+  void TearDown() override { m_configuration.SetConfigurationDirectory(L"/etc/orv.d"); }
+
   void expectDefaults() {
     EXPECT_EQ(m_configuration.GetAgentBinDirectory(), L"/opt/Quorvane/orv/bin");
     EXPECT_EQ(m_configuration.GetFrameworkDataDirectory(), L"/opt/Quorvane/orv/scratch");
