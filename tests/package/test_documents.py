@@ -1,0 +1,76 @@
+"""The manual page, the help text, the completions, the parser and the table of statuses agree."""
+import re
+import subprocess
+from pathlib import Path
+
+import pytest
+
+SOURCE = Path(__file__).resolve().parents[2]
+PAGE = (SOURCE / "packaging/keltconfig.8").read_text()
+DOCUMENTED = {"-m", "-d", "-z", "-e", "-U", "-P", "-nostart", "-u",
+              "-CustomProps1", "-CustomProps2", "-CustomProps3", "-CustomProps4"}
+HELP_SPELLINGS = {"-h", "--help", "?"}
+
+
+def section(name):
+    return re.search(rf"^\.Sh {name}\n(.*?)(?=^\.Sh |\Z)", PAGE, re.M | re.S).group(1)
+
+
+def items(text):
+    found = re.findall(r"^\.It (Fl (\S+)|\?\\&)", text, re.M)
+    return {"?" if not name else "-" + name for _, name in found}
+
+
+def parser_options():
+    source = (SOURCE / "app/parser.cpp").read_text()
+    names = set(re.findall(r'\{\s*L"([A-Za-z0-9-]+)"', source))
+    assert len(names) >= 20, "the parser's table was not found in its source"
+    return {"-" + name for name in names}
+
+
+def help_options():
+    return set(re.findall(r"(?<![\w-])-[A-Za-z][A-Za-z0-9]*", (SOURCE / "app/help.cpp").read_text()))
+
+
+def test_manual_page_documents_exactly_the_parsers_options():
+    on_page = items(section("OPTIONS")) | items(section("OPTIONS FOR INSTALLERS"))
+    assert on_page == parser_options() | HELP_SPELLINGS
+
+
+def test_options_section_holds_what_the_help_text_shows():
+    assert items(section("OPTIONS")) == DOCUMENTED | HELP_SPELLINGS
+    assert DOCUMENTED <= help_options()
+
+
+def test_options_for_installers_are_not_in_the_help_text():
+    hidden = items(section("OPTIONS FOR INSTALLERS"))
+    assert hidden and not hidden & help_options()
+
+
+@pytest.mark.parametrize("name", ["keltconfig.bash", "_keltconfig"])
+def test_completion_offers_the_documented_options_and_no_others(name):
+    text = (SOURCE / "packaging/completion" / name).read_text()
+    offered = set(re.findall(r"(?<![\w-])-(?:CustomProps[1-4]|nostart|[mdzeUPu])(?![\w-])", text))
+    assert offered == DOCUMENTED
+    assert not re.search(r"-(start|stop|checkHF|conflictList|version|k)\b", text)
+
+
+def test_statuses_of_the_page_are_those_of_the_console_table():
+    on_page = re.findall(r"^\.It (\d+)$", section("EXIT STATUS"), re.M)
+    table = re.findall(r"^\| (\d+) \|", (SOURCE / "docs/console.md").read_text(), re.M)
+    assert on_page == table and len(table) == 20
+
+
+def test_every_console_text_has_a_diagnostic():
+    diagnostics = section("DIAGNOSTICS").replace("\\ ", " ").replace("\\e", "\\").replace("...", "…")
+    table = re.findall(r'^\| "(.+?)" \| (?!Help)', (SOURCE / "docs/console.md").read_text(), re.M)
+    missing = [text for text in table
+               if text not in (" OK", " ERROR", "4.6.0.2545", "Initializing CURL...") and
+               text.replace("...", "…") not in diagnostics]
+    assert missing == []
+
+
+@pytest.mark.parametrize("command", [["mandoc", "-Tlint"], ["groff", "-ww", "-mdoc", "-Tutf8", "-z"]])
+def test_manual_page_has_no_formatting_fault(command):
+    done = subprocess.run([*command, SOURCE / "packaging/keltconfig.8"], capture_output=True, text=True)
+    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
