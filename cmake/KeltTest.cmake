@@ -8,6 +8,9 @@ function(kelt_unit_test module)
   add_executable(kelt_test_${module} ${ARG_SOURCES})
   set_target_properties(kelt_test_${module} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
   target_compile_definitions(kelt_test_${module} PRIVATE KELT_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
+  # An optimising build warns without regard to a cast to void, or to a test that replaces the operators new and delete.
+  target_compile_options(kelt_test_${module} PRIVATE -Wno-unused-result
+                                                     $<$<CXX_COMPILER_ID:GNU>:-Wno-mismatched-new-delete>)
   target_link_libraries(kelt_test_${module} PRIVATE kelt_options kelt_test_support ${ARG_LINKS} GTest::gtest)
   gtest_discover_tests(kelt_test_${module} TEST_PREFIX "${module}." DISCOVERY_TIMEOUT 60
                        PROPERTIES TIMEOUT 120 LABELS unit)
