@@ -1,20 +1,16 @@
 #include "helper/encoding.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <span>
 
-#include "base/secret.h"
 #include "helper/latin1_converter.h"
 #include "platform/astring.h"
 
 namespace kelt::helper {
 namespace {
-
-/// An argument may be a password: whatever it passes through on its way is wiped.
-using WideBuffer = std::vector<wchar_t, base::WipingAllocator<wchar_t>>;
 
 /// Widens without the system's help: in ISO-8859-1 a byte is its own code point.
 void widenBytes(std::span<const char> latin1, std::span<wchar_t> wide) {
@@ -22,35 +18,53 @@ void widenBytes(std::span<const char> latin1, std::span<wchar_t> wide) {
                  [](char byte) { return static_cast<wchar_t>(static_cast<unsigned char>(byte)); });
 }
 
-/// Widens `latin1` into the larger `wide`, all zero before, which is terminated whatever happens.
-void widen(std::span<const char> latin1, std::span<wchar_t> wide) {
-  const std::span<wchar_t> units = wide.first(latin1.size());
+/// How many characters go through the system's conversion at once.
+constexpr std::size_t kPiece = 256;
+
+/// Widens `latin1` into as many units with the system's conversion. Returns false where there is none.
+bool bWidenPieces(std::span<const char> latin1, std::span<wchar_t> wide) {
   Latin1Converter converter(quorvane_com::orv::isBigEndian() ? "UCS-4BE" : "UCS-4LE");
-  const auto written = converter.convert(latin1, {reinterpret_cast<char*>(units.data()), units.size_bytes()});
-  if (written != units.size_bytes()) widenBytes(latin1, units);
+  const auto convert = [&](std::span<const char> from, std::span<wchar_t> to) {
+    return converter.convert(from, {reinterpret_cast<char*>(to.data()), to.size_bytes()}) == to.size_bytes();
+  };
+  for (std::size_t done = 0; done < latin1.size(); done += kPiece) {
+    const std::size_t count = std::min(kPiece, latin1.size() - done);
+    if (!convert(latin1.subspan(done, count), wide.subspan(done, count))) return false;
+  }
+  // The conversion keeps the last piece in a buffer of its own, which it gives back unwiped; an argument may be a
+  // password.
+  std::array<char, kPiece> blanks;
+  std::array<wchar_t, kPiece> ignored;
+  blanks.fill(' ');
+  return convert(blanks, ignored);
+}
+
+/// Widens `latin1` into as many units, whether or not the system can help.
+void widen(std::span<const char> latin1, std::span<wchar_t> wide) {
+  if (!bWidenPieces(latin1, wide)) widenBytes(latin1, wide);
 }
 
 }  // namespace
 
 std::wstring latin1_to_unicode(const std::string& latin1) {
-  const std::size_t length = latin1.size() + 1;
-  const std::unique_ptr<wchar_t[]> buffer(new (std::nothrow) wchar_t[length]());
-  if (buffer == nullptr) return {};
-  auto capacity = static_cast<std::int32_t>(length);
-  convert_latin1_to_unicode(latin1.c_str(), buffer.get(), &capacity);
-  std::wstring wide(buffer.get());
-  base::wipe(buffer.get(), length * sizeof(wchar_t));
+  std::wstring wide;
+  try {
+    wide.assign(latin1.size() + 1, L'\0');
+  } catch (const std::bad_alloc&) {
+    return {};
+  }
+  auto capacity = static_cast<std::int32_t>(wide.size());
+  convert_latin1_to_unicode(latin1.c_str(), wide.data(), &capacity);
+  wide.resize(wide.find(L'\0'));
   return wide;
 }
 
 std::int32_t convert_latin1_to_unicode(const char* latin1, wchar_t* out, std::int32_t* capacity) {
   if (latin1 == nullptr || out == nullptr || capacity == nullptr) return 1;
-  const std::size_t length = std::strlen(latin1) + 1;
+  const std::size_t length = std::strlen(latin1) + 1;  // the terminator is converted with the text
   if (*capacity < 0 || static_cast<std::size_t>(*capacity) < length) return 0;
-  WideBuffer wide(length + 1);
-  widen({latin1, length}, wide);
-  const auto end = std::find(wide.begin(), wide.end(), L'\0') + 1;
-  std::copy(wide.begin(), end, out);
+  // Straight into the caller's buffer: an argument may be a password, and every copy would have to be wiped.
+  widen({latin1, length}, {out, length});
   return 0;
 }
 

@@ -7,6 +7,7 @@
 #include <sys/mount.h>
 
 #include "support/private_device.h"
+#include "unit/helper/limited_memory.h"
 
 namespace kelt::helper {
 namespace {
@@ -45,6 +46,14 @@ TEST(Latin1ToUnicode, EndsAtTheFirstZeroByte) {
 
 TEST(Latin1ToUnicode, TakesALongText) {
   EXPECT_EQ(latin1_to_unicode(std::string(100000, '\xe4')), std::wstring(100000, L'\u00e4'));
+}
+
+TEST(Latin1ToUnicode, WithoutMemoryYieldsNothing) {
+  const std::string text(100000, 'a');
+  tests::limitBlocks(100000);
+  const std::wstring wide = latin1_to_unicode(text);
+  tests::limitBlocks(SIZE_MAX);
+  EXPECT_EQ(wide, L"");
 }
 
 TEST(ConvertLatin1ToUnicode, RefusesNullArguments) {
