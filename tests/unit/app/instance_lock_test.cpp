@@ -180,5 +180,25 @@ TEST_F(InstanceLockTest, AFailedReleaseIsLoggedAndChangesNothingElse) {
   EXPECT_TRUE(tests::exists(kLockFile));
 }
 
+TEST_F(InstanceLockTest, AHolderThatLostTheLockLeavesTheNextOnesFile) {
+  Pipe entered;
+  Pipe leave;
+  tests::Child run([&] {
+    std::optional<lock_raii> first(std::in_place);
+    closeLockFile();
+    tests::Child second([&] {
+      const lock_raii lock;
+      entered.tell();
+      return leave.bWrittenWithin(5000) && tests::exists(kLockFile) ? 0 : 1;
+    });
+    if (!entered.bWrittenWithin(5000)) return 2;
+    first.reset();
+    leave.tell();
+    return second.exitStatus();
+  });
+  EXPECT_EQ(run.exitStatus(), 0);
+  EXPECT_FALSE(tests::exists(kLockFile)) << "the last one removes it";
+}
+
 }  // namespace
 }  // namespace kelt::app
