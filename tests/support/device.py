@@ -37,17 +37,17 @@ class Run:
 
 
 class Device:
-    def __init__(self, state, binary):
+    def __init__(self, state, binary, *options):
         self.state = state
         self.binary = binary
+        self.options = options  # of device/enter
         self.enter("true")
 
     def enter(self, *command, timeout=30, **options):
         """Runs a command on the device, from its state directory. `env` adds to a bare environment."""
         environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "KELTCONFIG": str(self.binary), **options.pop("env", {})}
-        words = [word if isinstance(word, bytes) else str(word) for word in command]
         return subprocess.run(
-            [ROOT / "device/enter", "--state", self.state, "--", *words],
+            self.command(*command),
             capture_output="stdout" not in options,
             stdin=options.pop("stdin", subprocess.DEVNULL),
             env=environment,
@@ -55,6 +55,11 @@ class Device:
             cwd=options.pop("cwd", self.state if self.state.exists() else "/"),
             **options,
         )
+
+    def command(self, *command):
+        """What runs a command on the device."""
+        words = [word if isinstance(word, bytes) else str(word) for word in command]
+        return [ROOT / "device/enter", "--state", self.state, *self.options, "--", *words]
 
     def run(self, *arguments, before="", after="", via="", **options):
         """Runs the binary with these arguments. `before` and `after` are shell lines around it, `via` goes before its

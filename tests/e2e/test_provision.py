@@ -1,0 +1,106 @@
+"""Switching to managed mode with site list and keys from a management server of another make than ours."""
+
+import pytest
+
+from device import INSTALL, NO_MODE, SITE_LIST, Device
+from provisioning import CONTACTED, HINT, PROGRESS
+
+ACCESS = ["-U", "admin", "-P", "zentor 4711"]
+
+
+@pytest.fixture
+def served(tmp_path, binary, _packages):
+    """A device beside a management server, which hands out a package of 2048-bit keys."""
+    return Device(tmp_path / "device", binary, "--server", "--package", str(_packages(())))
+
+
+def files_of_agent(device):
+    """All but what the server and the tool's lock and log leave."""
+    apart = ("/run/server", "/run/orv", INSTALL + "/scratch/logs")
+    return {name: file for name, file in device.files().items() if not name.startswith(apart)}
+
+
+@pytest.mark.parametrize(
+    "server",
+    ["127.0.0.1", "127.0.0.1:8443", "127.0.0.1:8444", "[::1]", "[::1]:8444", "[fe80::1%lo]", "[fe80::1%lo]:8444"],
+)
+def test_a_switch_with_files_from_the_server(served, server):
+    run = served.run("-m", "-d", "/run/keys", "-z", "-e", server, *ACCESS, before="mkdir /run/keys", after="ls -A /run/keys")
+    assert run.result() == (NO_MODE + PROGRESS, b"", 0)
+    assert served.calls() == served.stopping() + served.starting()
+    assert b'ServerIP="192.0.2.10"' in served.read(SITE_LIST)
+    assert run.after == b""  # nothing of what was fetched stays in the source directory
+
+
+def test_a_name_of_the_server(served):
+    run = served.run("-m", "-d", "/run/keys", "-z", "-e", "localhost", *ACCESS, before="mkdir /run/keys")
+    assert run.result() == (NO_MODE + PROGRESS, b"", 0)
+
+
+def test_wrong_credentials_change_nothing(served):
+    served.shell("mkdir /run/keys")
+    before = files_of_agent(served)
+    run = served.run("-m", "-d", "/run/keys", "-z", "-e", "127.0.0.1", "-U", "admin", "-P", "wrong")
+    assert run.result() == (NO_MODE + CONTACTED + b" OK\nExamining response... ERROR\n", b"", 40)
+    assert served.calls() == []
+    assert files_of_agent(served) == before
+
+
+def test_a_server_that_does_not_listen(served):
+    run = served.run("-m", "-d", "/run", "-z", "-e", "127.0.0.1:1", *ACCESS)
+    assert run.result() == (NO_MODE + CONTACTED + b" ERROR\n", b"", 32)
+    assert served.calls() == []
+
+
+def test_nothing_is_provisioned_without_being_asked(served, package):
+    run = served.run("-m", "-d", package(), "-e", "127.0.0.1", *ACCESS)
+    assert run.result() == (NO_MODE, b"", 0)
+
+
+def test_an_empty_reply_hints_at_the_credentials(served):
+    reply = "/run/server/www/remote/RepositoryMgmt.PackageManagedAgentFilesCmd.do"
+    run = served.run("-m", "-d", "/run", "-z", "-e", "127.0.0.1", *ACCESS, before=f": >{reply}")
+    assert run.result() == (NO_MODE + CONTACTED + b" OK\nExamining response... ERROR\n" + HINT, b"", 40)
+
+
+def test_a_tool_without_its_provisioning_part(served, tmp_path, binary):
+    alone = tmp_path / "bin"
+    alone.mkdir()
+    for name in ["keltconfig", "keltconfig-crypto.so"]:
+        (alone / name).write_bytes((binary.parent / name).read_bytes())
+        (alone / name).chmod(0o755)
+    served.binary = alone / "keltconfig"
+    run = served.run("-m", "-d", "/run", "-z", "-e", "127.0.0.1", *ACCESS)
+    assert run.result() == (
+        NO_MODE + b"Initializing CURL...\nCurl initialization ERROR\n0\n"
+        b"Error : Provisioning is not available on this device, keltconfig-provision.so: not installed\n",
+        b"",
+        31,
+    )
+    assert served.calls() == []
+
+
+def test_only_a_provisioning_loads_what_it_needs(served, package):
+    trace = "strace -e trace=openat,open -o /run/trace"
+
+    def loaded(*arguments):
+        assert served.run(*arguments, via=trace).status == 0
+        text = served.take("/run/trace").decode()
+        return [name for name in ("keltconfig-provision.so", "libcurl", "libzip", "libssl") if name in text]
+
+    assert loaded("-version") == []
+    assert loaded("-m", "-d", package()) == []
+    served.shell("mkdir /run/keys")
+    assert loaded("-m", "-d", "/run/keys", "-z", "-e", "127.0.0.1", *ACCESS) == [
+        "keltconfig-provision.so",
+        "libcurl",
+        "libzip",
+        "libssl",
+    ]
+
+
+def test_a_second_provisioning_after_a_first(served):
+    for _ in range(2):
+        run = served.run("-m", "-d", "/run/keys", "-z", "-e", "127.0.0.1", *ACCESS, before="mkdir -p /run/keys")
+        assert run.status == 0
+        assert run.out.endswith(PROGRESS)
