@@ -8,6 +8,7 @@ import subprocess
 import pytest
 
 from device import Device
+from reply_server import make_certificate
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 
@@ -29,6 +30,12 @@ def binary(request):
 def device(tmp_path, binary):
     """A new device with its stand-in agent, whose files the test can look at while and after commands run on it."""
     return Device(tmp_path / "device", binary)
+
+
+@pytest.fixture(scope="session")
+def certificate(tmp_path_factory):
+    """A self-signed certificate with its key, for the management servers of tests."""
+    return make_certificate(tmp_path_factory.mktemp("certificate"))
 
 
 @pytest.fixture(scope="session")

@@ -1,4 +1,10 @@
-"""What provisioning says."""
+"""What provisioning says, and where it runs."""
+
+import os
+import subprocess
+import time
+
+from device import ROOT
 
 CONTACTED = b"Initializing CURL...\nCurl initialization OK\nContacting Zentor..."
 HINT = (
@@ -22,3 +28,25 @@ Writing agentfipsmode file... OK
 Renaming sitelist.xml to SiteList.xml... OK
 """
 )
+
+
+def make_reply(package):
+    """The body of a good reply with the files of a directory."""
+    made = subprocess.run([ROOT / "device/server/make-reply", package], check=True, capture_output=True)
+    return made.stdout
+
+
+def tool_process(device):
+    """The process id, as this machine counts, of the tool running with the device's state directory as an argument."""
+    name, argument = os.fsencode(device.binary) + b"\0", b"\0" + os.fsencode(device.state)
+    for _ in range(500):
+        for entry in filter(str.isdigit, os.listdir("/proc")):
+            try:
+                with open(f"/proc/{entry}/cmdline", "rb") as file:
+                    line = file.read()
+            except OSError:
+                continue  # it has ended meanwhile
+            if line.startswith(name) and argument in line:
+                return int(entry)
+        time.sleep(0.02)
+    raise AssertionError("the tool does not run")

@@ -1,0 +1,135 @@
+"""A management server that nobody verified may say anything: the agent keeps running in its old mode."""
+
+import base64
+import os
+import signal
+import subprocess
+import sys
+
+import pytest
+
+from device import NO_MODE, ROOT
+from provisioning import CONTACTED, HINT, NO_ARCHIVE, NO_SUCCESS, UNPACKED, make_reply, tool_process
+from reply_server import ReplyServer, ok, reset
+
+NO_MODE_READ = UNPACKED + b"Reading FIPS mode from sitelist... ERROR\n"
+MIB = 1 << 20
+
+
+@pytest.fixture
+def target(device):
+    directory = device.state / "target"
+    directory.mkdir()
+    return directory
+
+
+@pytest.fixture(scope="session")
+def archives(tmp_path_factory):
+    directory = tmp_path_factory.mktemp("archives")
+    subprocess.run([sys.executable, "-B", ROOT / "tests/data/archives/make_archives.py", directory], check=True)
+    return directory
+
+
+def refused(device, target, certificate, *answers):
+    """What a provisioning that must fail says and returns. The agent was left alone, and so was all but the target."""
+    before = sorted(str(path) for path in device.state.parent.rglob("*") if target not in path.parents)
+    with ReplyServer(certificate, *answers) as server:
+        run = device.run("-m", "-d", target, "-z", "-e", server.address, "-U", "admin", "-P", "pw")
+    assert device.calls() == []
+    after = sorted(str(path) for path in device.state.parent.rglob("*") if target not in path.parents)
+    own = ("/run/orv", "/logs")
+    assert [path for path in set(after) ^ set(before) if not any(part in path for part in own)] == []
+    assert run.out.startswith(NO_MODE)
+    assert run.err == b""
+    return run.out[len(NO_MODE) :], run.status
+
+
+def cut(connection):
+    connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\nOK:\r\n" + b"UEsD" * 1000)
+    reset(connection)
+
+
+REPLIES = {
+    "empty": (ok(b""), NO_SUCCESS + HINT, 40),
+    "short": (ok(b"OK:\r"), NO_SUCCESS, 40),
+    "wrong_prefix": (ok(b"ok:\r\nUEs="), NO_SUCCESS, 40),
+    "mark_alone": (ok(b"OK:\r\n"), NO_ARCHIVE, 35),
+    "garbage": (ok(b"OK:\r\n%%%%"), NO_ARCHIVE, 35),
+    "cut_base64": (ok(b"OK:\r\nUEsDB"), NO_ARCHIVE, 35),
+    "no_zip": (ok(b"OK:\r\n" + base64.b64encode(b"no archive")), NO_ARCHIVE, 35),
+    "reset": (cut, CONTACTED + b" ERROR\n", 32),
+    "no_http": (b"OK:\r\nUEs=", CONTACTED + b" ERROR\n", 32),
+    "redirect": (
+        b"HTTP/1.1 302 Found\r\nLocation: https://127.0.0.1:1/\r\nContent-Length: 0\r\n\r\n",
+        NO_SUCCESS + HINT,
+        40,
+    ),
+    "not_found": (b"HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\nnone", NO_SUCCESS, 40),
+    "server_error": (b"HTTP/1.1 500 Internal Server Error\r\nContent-Length: 4\r\n\r\nnone", NO_SUCCESS, 40),
+    "wrong_length": (b"HTTP/1.1 200 OK\r\nContent-Length: 99999\r\n\r\nOK:\r\n", CONTACTED + b" ERROR\n", 32),
+}
+
+
+@pytest.mark.parametrize("name", REPLIES)
+def test_a_reply_that_is_no_package(device, target, certificate, name):
+    answer, text, status = REPLIES[name]
+    assert refused(device, target, certificate, answer) == (text, status)
+    left = {"keltconfig_keystemp.zip"} if status == 35 else set()
+    assert {path.name for path in target.iterdir()} == left
+
+
+@pytest.mark.parametrize(
+    "name",
+    ["parent", "absolute", "backslash", "link", "file_through_link", "duplicate", "part_of_300", "entries_2000", "bomb"]
+    + ["bomb_that_lies", "wrong_checksum", "encrypted", "cut_in_content"],
+)
+def test_an_archive_that_is_hostile(device, target, certificate, archives, name):
+    archive = (archives / "hostile" / (name + ".zip")).read_bytes()
+    reply = ok(b"OK:\r\n" + base64.encodebytes(archive).replace(b"\n", b"\r\n"))
+    assert refused(device, target, certificate, reply) == (NO_ARCHIVE, 35)
+    assert [path.name for path in target.iterdir()] == ["keltconfig_keystemp.zip"]
+
+
+@pytest.mark.parametrize("name", ["empty", "stored"])
+def test_an_archive_without_a_site_list(device, target, certificate, archives, name):
+    reply = ok(b"OK:\r\n" + base64.b64encode((archives / "good" / (name + ".zip")).read_bytes()))
+    assert refused(device, target, certificate, reply) == (NO_MODE_READ, 38)
+
+
+def test_plain_http(device, target, certificate):
+    class Plain(ReplyServer):
+        def _converse(self, plain, answer):
+            with plain:
+                plain.sendall(answer)
+                plain.recv(4096)
+
+    with Plain(certificate, ok(b"OK:\r\n")) as server:
+        run = device.run("-m", "-d", target, "-z", "-e", server.address, "-U", "admin", "-P", "pw")
+    assert run.result() == (NO_MODE + CONTACTED + b" ERROR\n", b"", 32)
+
+
+def test_an_endless_reply_costs_no_more_memory_than_its_bound_and_ends_at_an_interrupt(device, target, certificate):
+    resident = []
+
+    def endless(connection):
+        connection.sendall(b"HTTP/1.1 200 OK\r\n\r\nOK:\r\n")
+        for _ in range(160):
+            connection.sendall(b"A" * MIB)
+        pid = tool_process(device)
+        with open(f"/proc/{pid}/status") as file:
+            resident.extend(int(line.split()[1]) // 1024 for line in file if line.startswith("VmHWM"))
+        os.kill(pid, signal.SIGINT)
+        connection.sendall(b"A" * MIB)
+
+    with ReplyServer(certificate, endless) as server:
+        run = device.run("-m", "-d", target, "-z", "-e", server.address, "-U", "admin", "-P", "pw")
+    assert run.result() == (NO_MODE + CONTACTED, b"", 128 + signal.SIGINT)
+    assert 96 < resident[0] < 8 * 96 + 16
+    assert device.calls() == []
+
+
+def test_a_second_server_is_never_asked(device, target, certificate, package):
+    with ReplyServer(certificate, ok(make_reply(package()))) as elsewhere:
+        location = f"HTTP/1.1 301 Moved Permanently\r\nLocation: https://{elsewhere.address}/\r\nContent-Length: 0\r\n\r\n"
+        assert refused(device, target, certificate, location.encode()) == (NO_SUCCESS + HINT, 40)
+    assert elsewhere.requests == []
