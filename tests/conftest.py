@@ -3,6 +3,7 @@
 import os
 import pathlib
 import shutil
+import signal
 import subprocess
 
 import pytest
@@ -16,6 +17,13 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 def pytest_addoption(parser):
     default = os.environ.get("KELT_BINARY", ROOT / "build/release/keltconfig")
     parser.addoption("--binary", default=str(default), help="the keltconfig to test (default: the release build)")
+
+
+def pytest_configure():
+    """Whatever runs the tests may ignore signals (nohup, a job in the background); the tool would take that over."""
+    signal.signal(signal.SIGINT, signal.default_int_handler)
+    for number in (signal.SIGHUP, signal.SIGQUIT, signal.SIGTERM):
+        signal.signal(number, signal.SIG_DFL)
 
 
 @pytest.fixture(scope="session")
