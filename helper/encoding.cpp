@@ -33,8 +33,8 @@ bool bWidenPieces(std::span<const char> latin1, std::span<wchar_t> wide) {
   }
   // The conversion keeps the last piece in a buffer of its own, which it gives back unwiped; an argument may be a
   // password.
-  std::array<char, kPiece> blanks;
-  std::array<wchar_t, kPiece> ignored;
+  std::array<char, kPiece> blanks{};
+  std::array<wchar_t, kPiece> ignored{};
   blanks.fill(' ');
   return convert(blanks, ignored);
 }
