@@ -35,10 +35,9 @@ class Library final : public CryptShim {
   }
 
   bool initialize() override {
-    if (m_engine != nullptr && m_startedMode == m_mode) return true;
-    const bool bStarted = start();
-    if (!bStarted) m_engine = nullptr;
-    return bStarted;
+    if (!bStarted()) return false;
+    if (m_bFipsMissing) tellThatNoFipsModule();
+    return true;
   }
 
   bool deinitialize() override {
@@ -47,7 +46,8 @@ class Library final : public CryptShim {
     return true;
   }
 
-  [[nodiscard]] CryptoEngine* engine() { return initialize() ? m_engine : nullptr; }
+  /// The engine in the configured mode, started when it has to be. Only initialize() speaks of a missing FIPS module.
+  [[nodiscard]] CryptoEngine* engine() { return bStarted() ? m_engine : nullptr; }
   [[nodiscard]] const CryptShimLogger* logger() const { return m_logger; }
 
   void report(const kelt::base::Error& error) const {
@@ -55,6 +55,13 @@ class Library final : public CryptShim {
   }
 
  private:
+  bool bStarted() {
+    if (m_engine != nullptr && m_startedMode == m_mode) return true;
+    if (start()) return true;
+    m_engine = nullptr;
+    return false;
+  }
+
   bool start() {
     const auto engine = kelt::platform::loadCryptoEngine();
     if (!engine) {
@@ -68,7 +75,7 @@ class Library final : public CryptShim {
       return false;
     }
     m_startedMode = m_mode;
-    if (m_mode == Mode::kFips && module.value() == CryptoModule::kDefault) tellThatNoFipsModule();
+    m_bFipsMissing = m_mode == Mode::kFips && module.value() == CryptoModule::kDefault;
     return true;
   }
 
@@ -85,6 +92,7 @@ class Library final : public CryptShim {
   CryptShimLogger* m_logger = nullptr;
   std::vector<CryptShimLogger*> m_keptLoggers;
   CryptoEngine* m_engine = nullptr;  ///< set while started
+  bool m_bFipsMissing = false;
   bool m_bToldNoFips = false;
 };
 

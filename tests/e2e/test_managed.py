@@ -8,10 +8,6 @@ from device import AGENT_CONFIG, INSTALL, KEY_FILES, KEYSTORE, LOG, NO_MODE, SCR
 
 STATUS = INSTALL + "/bin/agent status"
 BOOT = f"{INSTALL}/bin/agent start; rm /run/agent/calls"
-NO_FIPS_MODULE = (
-    b"keltconfig\t[I] This system has no usable FIPS module of OpenSSL. "
-    b"Its default module is used instead, restricted to RSA and SHA-256.\n"
-)
 TEMPLATE_TEXT = b"<binsphash></binsphash>"
 
 
@@ -143,10 +139,7 @@ def test_fips_marker_with_legacy_keys_keeps_the_larger_size(device, package):
 def test_a_device_in_fips_mode_stays_there_without_a_new_start_of_the_crypto_library(device, package, tmp_path):
     device.run("-m", "-d", package("--fips"))
     device.path(LOG).unlink()
-    run = device.run("-m", "-d", package("--fips", to=tmp_path / "again"))
-    assert (run.err, run.status) == (b"", 0)
-    # Debian has no FIPS module of OpenSSL; where there is one, nothing is said.
-    assert run.out in (b"", NO_FIPS_MODULE)
+    assert device.run("-m", "-d", package("--fips", to=tmp_path / "again")).result() == (b"", b"", 0)
     texts = [text for _, text in device.log()]
     assert "Trying to re-initialize crypto libraries." not in texts
     assert texts[-1] == "Successfully imported the keys."

@@ -103,8 +103,8 @@ class CryptShim {
   /// Ends it. True also when it was not started.
   virtual bool deinitialize() = 0;
 
-  /// The key store, or null where the library cannot be started (which this does when needed) or the key store's
-  /// directory cannot be used. To be given back with destroy_key_manager_object.
+  /// The key store, or null where the library cannot be started (which this does when needed, silently) or the key
+  /// store's directory cannot be used. To be given back with destroy_key_manager_object.
   [[nodiscard]] static IKeyManagement* create_key_manager_object();
   static void destroy_key_manager_object(IKeyManagement* keys);
 

@@ -123,6 +123,19 @@ TEST_F(CryptShimTest, StartsByItselfWhenAnObjectIsAskedFor) {
   ::_exit(system.bEmpty() && said() == expected ? 0 : 1);
 }
 
+[[noreturn]] void useWithoutFipsModule() {
+  const kelt::tests::NoFipsModule system;
+  static CryptShimLogger logger{onError, onInfo, nullptr, nullptr};
+  CryptShim::configure(Mode::kFips, Role::kDefault, &logger, L"keltconfig.sig");
+  const Hash hash(CryptShim::create_hash_object(HashType::kSha256));
+  ::_exit(hash != nullptr && said().empty() ? 0 : 1);
+}
+
+TEST(CryptShimDeathTest, SaysNothingOfTheFipsModuleWhereItStartsByItself) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(useWithoutFipsModule(), ::testing::ExitedWithCode(0), "");
+}
+
 TEST(CryptShimDeathTest, TellsOnceThatTheSystemHasNoFipsModuleAndGoesOn) {
   // In a process of its own: a module that was loaded once is found again.
   GTEST_FLAG_SET(death_test_style, "threadsafe");
