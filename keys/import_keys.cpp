@@ -1,6 +1,6 @@
-// The key import. Until the server's public key and the new setting are in the key store, a failure ends it with key
-// files and registry values as they were. From then on it goes through to the end, since everything that comes after
-// can be repeated, and the key files are removed last: a run that was cut short is repeated from them.
+// The key import. Until the server's public key is in the key store, a failure ends it with key files and registry
+// values as they were. From then on it goes through to the end, since everything that comes after can be repeated, and
+// the key files are removed last: a run that was cut short is repeated from them.
 
 #include <memory>
 
@@ -101,9 +101,8 @@ bool bServerKeysImported(IKeyManagement& keys, const std::wstring& publicFile, c
   if (!keys.importKeyFromFile(KeyType::kServerRequestSecret, secretFile)) {
     info(L"Failed to import the server private key, not treating as a failure");
   }
-  if (!conf.SetCryptoMode(setting.mode, setting.keySize)) {
-    return bFailed(L"Unable to record the crypto mode and key size");
-  }
+  // The keys are in the store: there is no way back, and the agent finds the rest of the import done.
+  if (!conf.SetCryptoMode(setting.mode, setting.keySize)) error(L"Unable to record the crypto mode and key size");
   return true;
 }
 
