@@ -13,8 +13,8 @@ namespace kelt::helper {
 
 /// Loads the configuration file at `path` as AgentConfig::load does, but only where nobody but root (and a group that
 /// root lets) could have written it: the file and the directory that it stands in belong to root and are not writable
-/// by others. The file that is examined is the one that is read, whatever is put in its place meanwhile. Returns false,
-/// with nothing loaded, where that is not so, for what is not a regular file, and where AgentConfig::load fails.
+/// by others. Returns false, with nothing loaded, where that is not so, for what is not a regular file, and where
+/// AgentConfig::load fails.
 [[nodiscard]] bool loadTrustedConfig(AgentConfig& config, const std::wstring& path);
 
 }  // namespace kelt::helper
