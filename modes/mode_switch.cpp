@@ -40,6 +40,7 @@ int unixCommandLineHelper::PrepareORV(bool managed, bool noStart, std::wstring s
 
   if (provision) {
     m_provisionResult = provision::Provision::iGetProvisionFiles(sourceDir, m_server, m_user, m_password);
+    base::wipe(m_password);  // nothing needs it any more
     if (m_provisionResult != 0) return kProvisioningFailed + m_provisionResult;
   }
 
