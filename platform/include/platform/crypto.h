@@ -31,8 +31,8 @@ class CryptShimLogger {
  private:
   LogCallback m_error;
   LogCallback m_info;
-  LogCallback m_reserved1;
-  LogCallback m_reserved2;
+  [[maybe_unused]] LogCallback m_reserved1;
+  [[maybe_unused]] LogCallback m_reserved2;
 };
 
 /// The mode and key size that the agent runs in: "keyconf.ini" in the key store, lines "mode=N" and "keysize=N".
