@@ -49,9 +49,9 @@ class UnmanagedMode : public kelt::tests::Installation {
   }
 
   static void expectServerRemoved() {
-    EXPECT_EQ(
-        withoutBlankText(contentOf(kInstalledSiteList)),
-        kDeclaration + "<ns:SiteLists xmlns:ns=\"urn:test:site-list\"><SiteList Default=\"1\"></SiteList></ns:SiteLists>");
+    EXPECT_EQ(withoutBlankText(contentOf(kInstalledSiteList)),
+              kDeclaration +
+                  "<ns:SiteLists xmlns:ns=\"urn:test:site-list\"><SiteList Default=\"1\"></SiteList></ns:SiteLists>");
   }
 };
 
