@@ -23,8 +23,11 @@ TEST(Result, HandsOverWhatCannotBeCopied) {
 }
 
 TEST(Result, WithoutAValueIsGoodUntilItHoldsAnError) {
-  EXPECT_TRUE(Status().ok());
-  EXPECT_FALSE(Status(Error{}).ok());
+  Status status;
+  EXPECT_TRUE(status.ok());
+  status = Error{ErrorKind::kTooLarge, 0, "too large"};
+  EXPECT_FALSE(status.ok());
+  EXPECT_EQ(status.error().kind, ErrorKind::kTooLarge);
 }
 
 TEST(SystemError, SaysWhatFailedAndWhy) {
