@@ -60,7 +60,7 @@ TEST_F(StandardDescriptors, FailsWithoutANullDevice) {
   EXPECT_EQ(childStatus([] {
               ::close(STDIN_FILENO);
               if (::chroot("/tmp") != 0) return 2;
-              return openStandardDescriptors() ? 1 : 0;
+              ::_exit(openStandardDescriptors() ? 1 : 0);  // a leak check at the exit would need /proc
             }),
             0);
 }

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
-#include <memory>
+#include <optional>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -245,19 +245,19 @@ TEST_F(Logger, IsRotatedOnceWhenSeveralProcessesFindItTooLong) {
     ASSERT_EQ(::truncate(kLog.c_str(), kLimit + 1), 0);
     std::array<int, 2> gate{};
     ASSERT_EQ(::pipe2(gate.data(), O_CLOEXEC), 0);
-    std::vector<std::unique_ptr<Child>> writers;
-    for (int writer = 0; writer < kWriters; ++writer) {
-      writers.push_back(std::make_unique<Child>([&gate] {
+    std::array<std::optional<Child>, kWriters> writers;
+    for (auto& writer : writers) {
+      writer.emplace([&gate] {
         ::close(gate[1]);
         char byte = 0;
         static_cast<void>(::read(gate[0], &byte, 1));  // until the gate opens
         logInfo(L"keltcfg", L"text");
         return 0;
-      }));
+      });
     }
     ::close(gate[0]);
     ::close(gate[1]);
-    for (const auto& writer : writers)
+    for (auto& writer : writers)
       ASSERT_EQ(writer->exitStatus(), 0);
     const std::string older = base::readText(kLog + ".1").value();
     ASSERT_GT(older.size(), kLimit) << "rotated twice, and the older log is lost";
@@ -274,16 +274,16 @@ TEST_F(Logger, LosesAndTearsNoLineOfManyWritersWhileItIsRotated) {
   while (old.size() + 40'000 < kLimit)
     old += filler + "\n";
   putFile(kLog, old, 0600);
-  std::vector<std::unique_ptr<Child>> writers;
-  for (int writer = 0; writer < kWriters; ++writer) {
-    writers.push_back(std::make_unique<Child>([writer] {
+  std::array<std::optional<Child>, kWriters> writers;
+  for (std::size_t writer = 0; writer < kWriters; ++writer) {
+    writers[writer].emplace([writer] {
       for (int line = 0; line < kLines; ++line) {
         logInfo(L"keltcfg", (std::to_wstring(writer) + L" " + std::to_wstring(line) + std::wstring(60, L'x')).c_str());
       }
       return 0;
-    }));
+    });
   }
-  for (const auto& writer : writers)
+  for (auto& writer : writers)
     ASSERT_EQ(writer->exitStatus(), 0);
   ASSERT_EQ(namesIn(kLogs), (Names{"keltcfg.log", "keltcfg.log.1"}));
   static const std::regex kMessage("keltcfg\t[0-9]+ [0-9]+x{60}");
