@@ -1,9 +1,7 @@
 #include "provision/provision_client.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <exception>
-#include <iterator>
 
 #include "base/console.h"
 #include "platform/afile.h"
@@ -53,9 +51,8 @@ Status examineReply() {
 /// The archive in the reply; empty where the reply is no base64, or there is no memory for it: no archive either way.
 ABuffer decodeReply() {
   try {
-    std::wstring text(sB64data.size() - kSuccessMark.size(), L'\0');
-    std::transform(sB64data.begin() + std::ssize(kSuccessMark), sB64data.end(), text.begin(),
-                   [](char byte) { return static_cast<wchar_t>(static_cast<unsigned char>(byte)); });
+    const auto* bytes = reinterpret_cast<const unsigned char*>(sB64data.data());
+    std::wstring text(bytes + kSuccessMark.size(), bytes + sB64data.size());
     return ABase64Encode::decode(std::move(text));
   } catch (const std::exception&) {
     return {};

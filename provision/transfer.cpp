@@ -17,6 +17,17 @@ namespace {
 constexpr const char* kPath = "/remote/RepositoryMgmt.PackageManagedAgentFilesCmd.do";
 bool replyCut = false;
 
+/// Room for usual replies: address space that costs memory only as far as it is filled, and saves growing by copies.
+constexpr std::size_t kUsualReply = std::size_t{16} * 1024 * 1024;
+
+void reserveUsual() {
+  try {
+    sB64data.reserve(kUsualReply);
+  } catch (const std::exception&) {
+    return;  // it then grows as it can
+  }
+}
+
 bool bKept(const char* data, std::size_t length) {
   if (replyCut || length > kMaxReply - sB64data.size()) return false;
   try {
@@ -62,6 +73,7 @@ Status fetchPackage(const ServerAccess& access, const std::string& host, const s
   base::print(messages::kInitialized);
   setOptions(curl, access);
   setAddressScopeIfRequired(curl, host, port);
+  reserveUsual();
   base::print(messages::kContacting);
   const CURLcode result = curl_easy_perform(curl);
   curl_easy_cleanup(curl);

@@ -1,100 +1,137 @@
 #include "platform/base64.h"
 
-#include <algorithm>
 #include <array>
-#include <memory>
-#include <openssl/evp.h>
-#include <optional>
-#include <span>
+#include <cstdint>
+#include <string_view>
+
+// A decoder of our own: a reply is wide text, and narrowing it for a library's decoder, which has to be guarded against
+// characters that it takes for the end, costs more than decoding it.
 
 namespace {
 
-/// Units decoded at a time: the narrow copy of a large text never exists as a whole.
-constexpr std::size_t kChunk = 4096;
+constexpr std::uint8_t kNoDigit = 0x40;  // values below are six bits of content
+constexpr std::uint8_t kSkipped = 0x41;
+constexpr std::uint8_t kPadding = 0x42;
+constexpr std::uint8_t kForbidden = 0x43;
 
-bool bSkipped(wchar_t unit) {
-  return unit == L'\r' || unit == L'\n' || unit == L' ' || unit == L'\t';
-}
-
-bool bDigit(wchar_t unit) {
-  return (unit >= L'A' && unit <= L'Z') || (unit >= L'a' && unit <= L'z') || (unit >= L'0' && unit <= L'9') ||
-         unit == L'+' || unit == L'/';
-}
-
-/// The number of bytes that `text` stands for, or nothing where it holds a character that has no place in base64. The
-/// decoder below judges groups and padding, but takes "-" for the end of the text, so characters are judged here.
-std::optional<std::size_t> decodedLength(const std::wstring& text) {
-  std::size_t digits = 0;
-  for (const wchar_t unit : text) {
-    if (bDigit(unit)) {
-      ++digits;
-    } else if (unit != L'=' && !bSkipped(unit)) {
-      return std::nullopt;
-    }
+constexpr std::array<std::uint8_t, 128> meanings() {
+  std::array<std::uint8_t, 128> table{};
+  table.fill(kForbidden);
+  constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  for (std::size_t i = 0; i < kDigits.size(); ++i) {
+    table[static_cast<unsigned char>(kDigits[i])] = static_cast<std::uint8_t>(i);
   }
-  return digits * 3 / 4;
+  for (const char blank : {'\r', '\n', ' ', '\t'})
+    table[static_cast<unsigned char>(blank)] = kSkipped;
+  table['='] = kPadding;
+  return table;
 }
 
-/// Decodes a text of known characters, chunk by chunk, into a buffer of the right length.
+constexpr std::array<std::uint8_t, 128> kMeanings = meanings();
+
+std::uint8_t meaningOf(wchar_t unit) {
+  const auto index = static_cast<char32_t>(unit);
+  return index < kMeanings.size() ? kMeanings[index] : kForbidden;
+}
+
+/// The 24 bits of four digits, or kNoGroup where they are not all digits.
+constexpr std::uint32_t kNoGroup = 0xFFFFFFFF;
+std::uint32_t groupOf(const wchar_t* units) {
+  const auto a = static_cast<char32_t>(units[0]);
+  const auto b = static_cast<char32_t>(units[1]);
+  const auto c = static_cast<char32_t>(units[2]);
+  const auto d = static_cast<char32_t>(units[3]);
+  if ((a | b | c | d) >= kMeanings.size()) return kNoGroup;
+  const std::uint32_t first = kMeanings[a];
+  const std::uint32_t second = kMeanings[b];
+  const std::uint32_t third = kMeanings[c];
+  const std::uint32_t fourth = kMeanings[d];
+  if ((first | second | third | fourth) >= kNoDigit) return kNoGroup;
+  return first << 18U | second << 12U | third << 6U | fourth;
+}
+
+/// Decodes the groups of four digits that `text` begins with, three bytes each. Returns how many they were.
+std::size_t decodeGroups(std::wstring_view text, unsigned char* target) {
+  const wchar_t* units = text.data();
+  const std::size_t whole = text.size() / 4;
+  for (std::size_t group = 0; group < whole; ++group, units += 4, target += 3) {
+    const std::uint32_t bits = groupOf(units);
+    if (bits == kNoGroup) return group;
+    target[0] = static_cast<unsigned char>(bits >> 16U);
+    target[1] = static_cast<unsigned char>(bits >> 8U);
+    target[2] = static_cast<unsigned char>(bits);
+  }
+  return whole;
+}
+
+/// Decodes into a buffer that is large enough.
 class Decoder {
  public:
-  explicit Decoder(std::span<unsigned char> target) : m_target(target) { EVP_DecodeInit(m_context.get()); }
-  Decoder(const Decoder&) = delete;
-  Decoder& operator=(const Decoder&) = delete;
-  ~Decoder() { kelt::base::wipe(m_bytes.data(), m_bytes.size()); }
+  explicit Decoder(unsigned char* target) : m_start(target), m_next(target) {}
 
-  bool add(std::span<const wchar_t> units) {
-    std::array<unsigned char, kChunk> narrow{};
-    std::transform(units.begin(), units.end(), narrow.begin(),
-                   [](wchar_t unit) { return static_cast<unsigned char>(unit); });
-    int got = 0;
-    const int status =
-        EVP_DecodeUpdate(m_context.get(), m_bytes.data(), &got, narrow.data(), static_cast<int>(units.size()));
-    kelt::base::wipe(narrow.data(), narrow.size());
-    return status >= 0 && keep(got);
+  /// Takes what it can of whole groups at once. Returns the number of characters.
+  std::size_t addGroups(std::wstring_view text) {
+    if (m_digits != 0 || m_padding != 0) return 0;
+    const std::size_t groups = decodeGroups(text, m_next);
+    m_next += groups * 3;
+    return groups * 4;
   }
 
-  /// Whether the text was complete and filled the whole buffer.
-  bool finish() {
-    int got = 0;
-    return EVP_DecodeFinal(m_context.get(), m_bytes.data(), &got) == 1 && keep(got) && m_used == m_target.size();
-  }
-
- private:
-  // The decoder writes padding bytes too before it takes them off its count, so it never writes into the target itself.
-  bool keep(int got) {
-    const auto count = static_cast<std::size_t>(got);
-    if (got < 0 || count > m_target.size() - m_used) return false;
-    std::copy_n(m_bytes.begin(), count, m_target.begin() + static_cast<std::ptrdiff_t>(m_used));
-    m_used += count;
+  /// Takes one character. False when it must not stand there.
+  bool add(wchar_t unit) {
+    const std::uint8_t meaning = meaningOf(unit);
+    if (meaning == kSkipped) return true;
+    if (meaning == kPadding) return ++m_padding <= 2;
+    if (meaning == kForbidden || m_padding != 0) return false;
+    m_bits = m_bits << 6U | meaning;
+    if (++m_digits == 4) {
+      put(m_bits, 3);
+      m_digits = 0;
+      m_bits = 0;
+    }
     return true;
   }
 
-  struct Free {
-    void operator()(EVP_ENCODE_CTX* context) const { EVP_ENCODE_CTX_free(context); }
-  };
-  std::unique_ptr<EVP_ENCODE_CTX, Free> m_context{EVP_ENCODE_CTX_new()};
-  std::array<unsigned char, kChunk> m_bytes{};
-  std::span<unsigned char> m_target;
-  std::size_t m_used = 0;
+  /// Completes a padded group. False when the text may not end here.
+  bool finish() {
+    if ((m_digits + m_padding) % 4 != 0 || m_digits == 1) return false;
+    if (m_digits == 0) return m_padding == 0;
+    put(m_bits << 6U * m_padding, m_digits - 1);
+    return true;
+  }
+
+  [[nodiscard]] std::size_t written() const { return static_cast<std::size_t>(m_next - m_start); }
+
+ private:
+  /// Writes the first `count` of three bytes.
+  void put(std::uint32_t group, unsigned int count) {
+    for (unsigned int i = 0; i < count; ++i)
+      *m_next++ = static_cast<unsigned char>(group >> (16U - 8U * i));
+  }
+
+  unsigned char* m_start;
+  unsigned char* m_next;
+  std::uint32_t m_bits = 0;
+  unsigned int m_digits = 0;   // of a group that has begun
+  unsigned int m_padding = 0;  // at most two, and nothing but blanks behind
 };
 
-bool decodeInto(std::span<unsigned char> target, std::span<const wchar_t> text) {
-  Decoder decoder(target);
-  while (!text.empty()) {
-    const std::size_t count = std::min(kChunk, text.size());
-    if (!decoder.add(text.first(count))) return false;
-    text = text.subspan(count);
+bool decodeAll(std::wstring_view text, Decoder& decoder) {
+  while (true) {
+    text.remove_prefix(decoder.addGroups(text));
+    if (text.empty()) return decoder.finish();
+    if (!decoder.add(text.front())) return false;
+    text.remove_prefix(1);
   }
-  return decoder.finish();
 }
 
 }  // namespace
 
 ABuffer ABase64Encode::decode(const AString& text) {
-  const std::optional<std::size_t> length = decodedLength(text.str());
   ABuffer decoded;
-  if (!length || !decoded.allocate(*length)) return {};
-  if (!decodeInto({decoded.data(), decoded.length()}, text.str())) return {};
+  if (!decoded.allocate(text.str().size() / 4 * 3 + 3)) return {};
+  Decoder decoder(decoded.data());
+  if (!decodeAll(text.str(), decoder)) return {};
+  decoded.shorten(decoder.written());
   return decoded;
 }

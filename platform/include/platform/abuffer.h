@@ -34,6 +34,12 @@ class AnObjectBuffer {
     return true;
   }
 
+  /// Drops all but the first `count` objects, which must not be more than there are. Nothing is moved.
+  void shorten(std::size_t count) {
+    m_store.resize(count + 1);
+    m_store[count] = T{};
+  }
+
   [[nodiscard]] T* data() { return m_store.data(); }
   [[nodiscard]] const T* data() const { return m_store.data(); }
   /// Number of objects, the terminating one not counted.
