@@ -2,7 +2,7 @@
 
 import pytest
 
-from device import AGENT_CONFIG, INSTALL, KEYSTORE, NO_MODE, SITE_LIST
+from device import AGENT_CONFIG, INSTALL, KEYSTORE, NO_MODE, SCRATCH, SITE_LIST
 
 CURRENT = b"Error : Failed to acquire current directory.\n"
 IN_DELETED = "mkdir /run/gone; cd /run/gone; rmdir /run/gone; "
@@ -110,3 +110,16 @@ def test_secrets_of_the_command_line_reach_no_file_and_no_output(device):
     assert run.result() == (NO_MODE, b"", 0)
     for name, (content, _) in device.files().items():
         assert b"the-password" not in (content or b""), name
+
+
+def test_a_device_whose_library_converts_no_encodings(device, package):
+    """As on small devices. Arguments are widened all the same; a site list that needs the conversion is refused."""
+    hidden = 'for modules in /usr/lib/*/gconv; do mount -t tmpfs none "$modules"; done'
+    before = device.read(SITE_LIST)
+    run = device.run("-m", "-d", package("--latin1"), before=hidden)
+    assert b"Error : Fail to convert the sitelist.xml file to utf8\n" in run.out
+    assert run.status != 0
+    assert device.read(SITE_LIST) == before
+    run = device.run("-CustomProps1", b"M\xe1laga", before=hidden)
+    assert run.status == 0
+    assert 'CustomProps1 value="M\u00e1laga"'.encode() in device.read(SCRATCH + "/CustomProps.xml")
