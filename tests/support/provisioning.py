@@ -36,6 +36,9 @@ def make_reply(package):
     return made.stdout
 
 
+EMULATOR = b"/usr/bin/qemu-ppc-static\0"  # as which an emulated tool runs
+
+
 def tool_process(device):
     """The process id, as this machine counts, of the tool running with the device's state directory as an argument."""
     name, argument = os.fsencode(device.binary) + b"\0", b"\0" + os.fsencode(device.state)
@@ -46,7 +49,7 @@ def tool_process(device):
                     line = file.read()
             except OSError:
                 continue  # it has ended meanwhile
-            if line.startswith(name) and argument in line:
+            if line.removeprefix(EMULATOR).startswith(name) and argument in line:
                 return int(entry)
         time.sleep(0.02)
     raise AssertionError("the tool does not run")
