@@ -47,7 +47,8 @@ class AFiler {
   [[nodiscard]] static bool deleteFile(const AString& path);
 
   /// Replaces `to` by the content of the regular file `from` (see base/file_replace.h). An existing `to` keeps owner
-  /// and mode, a new one gets the permission bits of `from`. False on any failure; `to` is then as it was.
+  /// and mode, a new one gets the permission bits of `from`. False on any failure; `to` is then as it was, unless
+  /// only the last step failed, making the change durable.
   [[nodiscard]] static bool copyFile(const AString& from, const AString& to);
 };
 
@@ -62,7 +63,7 @@ class AFile {
   [[nodiscard]] static bool tryRead(const AString& path, ABuffer& content);
 
   /// Replaces the file at `path` by `content` (see base/file_replace.h); a new one is made 0600. False on any failure;
-  /// the file is then as it was.
+  /// the file is then as it was, unless only the last step failed, making the change durable.
   [[nodiscard]] static bool write(const AString& path, const ABuffer& content);
 
   /// Opens for writing, creating the file (0600) if it is missing. What is there is kept, or cut off when `truncate`. A
