@@ -4,9 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "installation.h"
-
-#include "helper/unix_command_line_helper.h"
+#include "switch_from_source.h"
 
 using kelt::tests::contentOf;
 using kelt::tests::exists;
@@ -26,21 +24,8 @@ using Names = std::vector<std::string>;
 
 namespace {
 
-class ManagedModeFailures : public kelt::tests::Installation {
+class ManagedModeFailures : public kelt::tests::SwitchFromSource {
  protected:
-  void SetUp() override {
-    Installation::SetUp();
-    putSource("/tmp/k");
-  }
-
-  static std::string run(bool result) {
-    kelt::helper::unixCommandLineHelper helper;
-    helper.SetSourceDir(L"/tmp/k");
-    const auto printed = kelt::tests::outputOf([&] { EXPECT_EQ(helper.managedModeTask(), result); });
-    EXPECT_EQ(printed.err, "");
-    return printed.out;
-  }
-
   /// What a failure after the copy of the site list leaves: no copied key, no source site list, the installed one.
   static void expectTakenBack(const Names& leftInInstallation) {
     EXPECT_EQ(namesIn(kInstalled), leftInInstallation);

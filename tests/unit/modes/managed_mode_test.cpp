@@ -2,7 +2,7 @@
 #include <unistd.h>
 
 #include "fake_server.h"
-#include "installation.h"
+#include "switch_from_source.h"
 #include "switch_under_test.h"
 
 using kelt::tests::contentOf;
@@ -21,22 +21,8 @@ using Names = std::vector<std::string>;
 
 namespace {
 
-class ManagedMode : public kelt::tests::Installation {
+class ManagedMode : public kelt::tests::SwitchFromSource {
  protected:
-  void SetUp() override {
-    Installation::SetUp();
-    putSource("/tmp/k");
-  }
-
-  /// Switches from /tmp/k; what was printed.
-  static std::string run(bool result) {
-    kelt::helper::unixCommandLineHelper helper;
-    helper.SetSourceDir(L"/tmp/k");
-    const auto printed = kelt::tests::outputOf([&] { EXPECT_EQ(helper.managedModeTask(), result); });
-    EXPECT_EQ(printed.err, "");
-    return printed.out;
-  }
-
   /// The same with files that were fetched from the server.
   static std::string runProvisioned(int status) {
     kelt::tests::SwitchUnderTest helper;
