@@ -21,7 +21,9 @@ target_compile_options(
             -fstack-protector-strong
             -ffunction-sections
             -fdata-sections
-            -fvisibility=hidden)
+            -fvisibility=hidden
+            # What ships names no directory of the machine that built it.
+            -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(kelt_options INTERFACE -Wduplicated-cond -Wlogical-op)
   # GCC 12 sees overlapping copies in optimised concatenations of std::string where there are none.
