@@ -72,6 +72,7 @@ def test_lintian_finds_no_error(package):
 
 INSTALL_AND_RUN = r"""
 set -eu
+PATH=/usr/sbin:/usr/bin:/sbin:/bin  # of root; whoever runs the tests may have less
 root=$1/root
 mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates"
 : >"$root/var/lib/dpkg/status"
