@@ -58,9 +58,3 @@ def test_a_state_directory_is_found_again(tmp_path):
 
 def test_the_command_starts_where_it_was_called(tmp_path):
     assert enter("pwd", cwd=tmp_path).stdout.decode() == f"{tmp_path}\n"
-
-
-def test_a_device_is_made_quickly(tmp_path):
-    lines = "time for n in 1 2 3 4 5; do %s true; done" % ENTER
-    done = subprocess.run(["bash", "-c", "TIMEFORMAT=%R; " + lines], capture_output=True, check=True)
-    assert float(done.stderr) / 5 < 0.5
