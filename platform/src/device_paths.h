@@ -15,7 +15,7 @@ inline constexpr const char* kDefaultBinDir = "/opt/Quorvane/orv/bin";
 inline constexpr const char* kDefaultDataDir = "/opt/Quorvane/orv/scratch";
 
 /// Locks between processes stand here, a file each.
-inline constexpr const char* kLockDir = "/run/orv";
+inline constexpr const char* kLockDir = "/run/orv-locks";
 
 /// Below the agent's data directory: its log and its key store.
 inline constexpr const char* kLogDirName = "logs";

@@ -39,7 +39,7 @@ def rejected(device, *arguments):
     assert (run.err, run.status) == (b"", 1)
     assert run.out.startswith(NO_MODE)
     after = {name: file for name, file in device.files().items() if not name.startswith("/opt/Quorvane/orv/scratch/logs")}
-    after.pop("/run/orv", None)
+    after.pop("/run/orv-locks", None)
     assert after == before
     assert device.calls() == []
     return run.out[len(NO_MODE) :]

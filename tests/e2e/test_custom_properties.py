@@ -25,7 +25,7 @@ def test_first_properties_in_ascending_order(device):
     )
     left = changes(before, device.files())
     assert (left["removed"], left["changed"]) == ([], [])
-    assert set(left["added"]) <= {FILE, LOG, SCRATCH + "/logs", "/run/orv"}
+    assert set(left["added"]) <= {FILE, LOG, SCRATCH + "/logs", "/run/orv-locks"}
     assert device.calls() == []
 
 

@@ -19,7 +19,7 @@ def machine():
 
 def test_the_machine_stays_as_it_is():
     before = machine()
-    script = "touch /etc/orv.d/a /opt/Quorvane/b /run/c /etc/d /opt/e && mkdir /run/orv && ls /etc/passwd"
+    script = "touch /etc/orv.d/a /opt/Quorvane/b /run/c /etc/d /opt/e && mkdir /run/orv-locks && ls /etc/passwd"
     assert enter("sh", "-c", script).returncode == 0
     assert machine() == before
 

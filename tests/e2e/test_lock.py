@@ -4,7 +4,7 @@ import pytest
 
 from device import AGENT_CONFIG, INSTALL, LOG, NO_MODE
 
-LOCK = "/run/orv/71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex"
+LOCK = "/run/orv-locks/71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex"
 VERSION = NO_MODE + b"4.6.0.2545\n"
 
 # A stop command that holds its run, and so the lock, until the file /run/go is there.
@@ -43,11 +43,11 @@ def test_a_second_run_waits_for_the_first_whatever_it_is_asked_for(held, option,
 "$KELTCONFIG" "$1" >/run/second.out & second=$!"""
         + WAITING
         + """
-echo "while waiting: $(wc -c </run/second.out) $(ls /run/orv | wc -l)"
+echo "while waiting: $(wc -c </run/second.out) $(ls /run/orv-locks | wc -l)"
 touch /run/go
 wait $first; echo "first $?"
 wait $second; echo "second $?"
-ls -A /run/orv""",
+ls -A /run/orv-locks""",
         option,
     )
     assert run.stdout == b"while waiting: 0 1\nfirst 0\nsecond " + status + b"\n"
@@ -79,7 +79,7 @@ def test_a_killed_holder_leaves_nothing_stuck(held):
 kill -KILL $first
 wait $first; echo "first $?"
 timeout 5 "$KELTCONFIG" -version; echo "second $?"
-ls -A /run/orv"""
+ls -A /run/orv-locks"""
     )
     assert run.stdout == b"first 137\n" + VERSION + b"second 0\n"
 
@@ -113,20 +113,20 @@ timeout 5 "$KELTCONFIG" -version; echo "$?" """
 
 def test_the_lock_file_is_gone_after_a_run(device):
     assert device.run("-version").status == 0
-    assert list(device.path("/run/orv").iterdir()) == []
-    assert device.path("/run/orv").stat().st_mode & 0o777 == 0o700
+    assert list(device.path("/run/orv-locks").iterdir()) == []
+    assert device.path("/run/orv-locks").stat().st_mode & 0o777 == 0o700
 
 
 @pytest.mark.parametrize(
     "trap",
     [
-        "touch /run/orv",
-        "mkdir -m 0777 /run/orv",
-        "mkdir /run/secret; ln -s /run/secret /run/orv",
-        f"mkdir -m 0700 /run/orv; touch {LOCK}; chmod 0666 {LOCK}",
-        f"mkdir -m 0700 /run/orv; mkdir {LOCK}",
-        f"mkdir -m 0700 /run/orv; touch /run/victim; ln -s /run/victim {LOCK}",
-        f"mkdir -m 0700 /run/orv; touch /run/victim; chmod 600 /run/victim; ln /run/victim {LOCK}",
+        "touch /run/orv-locks",
+        "mkdir -m 0777 /run/orv-locks",
+        "mkdir /run/secret; ln -s /run/secret /run/orv-locks",
+        f"mkdir -m 0700 /run/orv-locks; touch {LOCK}; chmod 0666 {LOCK}",
+        f"mkdir -m 0700 /run/orv-locks; mkdir {LOCK}",
+        f"mkdir -m 0700 /run/orv-locks; touch /run/victim; ln -s /run/victim {LOCK}",
+        f"mkdir -m 0700 /run/orv-locks; touch /run/victim; chmod 600 /run/victim; ln /run/victim {LOCK}",
     ],
 )
 def test_a_lock_that_cannot_be_trusted_is_not_taken(device, trap):
@@ -137,7 +137,8 @@ def test_a_lock_that_cannot_be_trusted_is_not_taken(device, trap):
 
 
 def test_a_lock_file_that_a_killed_run_left_is_taken_over(device):
-    assert device.run("-version", before=f"mkdir -m 0700 /run/orv; umask 077; touch {LOCK}").result() == (VERSION, b"", 0)
+    left_behind = f"mkdir -m 0700 /run/orv-locks; umask 077; touch {LOCK}"
+    assert device.run("-version", before=left_behind).result() == (VERSION, b"", 0)
     assert not device.path(LOCK).exists()
 
 
@@ -147,7 +148,7 @@ def test_many_runs_at_once_all_get_their_turn(device):
 for n in 1 2 3 4 5 6 7 8; do "$KELTCONFIG" -CustomProps1 "run $n" >/run/out.$n & done
 wait
 cat /run/out.* | grep -c 'Unable to find existing mode'
-ls -A /run/orv"""
+ls -A /run/orv-locks"""
     )
     assert run.stdout == b"8\n"
     assert device.read(INSTALL + "/scratch/CustomProps.xml").count(b"<CustomProps1 ") == 1

@@ -42,7 +42,7 @@ def test_everything_that_a_switch_changes_and_nothing_else(device, package):
     assert changes(before, after) == {
         "added": sorted(
             [KEYSTORE, KEYSTORE + "/keyconf.ini", KEYSTORE + "/server-public.der"]
-            + [KEYSTORE + "/server-request-secret.der", SCRATCH + "/logs", LOG, "/run/orv"]
+            + [KEYSTORE + "/server-request-secret.der", SCRATCH + "/logs", LOG, "/run/orv-locks"]
         ),
         "removed": [SCRATCH + "/ServerSiteList.xml", SCRATCH + "/etc/sitecache.bin"],
         "changed": [AGENT_CONFIG, SITE_LIST],

@@ -4,7 +4,7 @@ from device import AGENT_CONFIG, INSTALL, KEY_FILES, KEYSTORE, LOG, NO_MODE, SCR
 
 NOT_FOUND = b"Error : For managed mode, sitelist file and all key files could not be found for processing.\n\n"
 NO_SERVER = b"Error : Sitelist file invalid. Server ip not found.\n\n"
-LOGS = [SCRATCH + "/logs", LOG, "/run/orv"]
+LOGS = [SCRATCH + "/logs", LOG, "/run/orv-locks"]
 
 
 def missing(path):

@@ -16,7 +16,7 @@ def served(tmp_path, binary, _packages):
 
 def files_of_agent(device):
     """All but what the server and the tool's lock and log leave."""
-    apart = ("/run/server", "/run/orv", INSTALL + "/scratch/logs")
+    apart = ("/run/server", "/run/orv-locks", INSTALL + "/scratch/logs")
     return {name: file for name, file in device.files().items() if not name.startswith(apart)}
 
 

@@ -37,7 +37,7 @@ def refused(device, target, certificate, *answers):
         run = device.run("-m", "-d", target, "-z", "-e", server.address, "-U", "admin", "-P", "pw")
     assert device.calls() == []
     after = sorted(str(path) for path in device.state.parent.rglob("*") if target not in path.parents)
-    own = ("/run/orv", "/logs")
+    own = ("/run/orv-locks", "/logs")
     assert [path for path in set(after) ^ set(before) if not any(part in path for part in own)] == []
     assert run.out.startswith(NO_MODE)
     assert run.err == b""

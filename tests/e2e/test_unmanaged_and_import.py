@@ -6,7 +6,7 @@ from device import AGENT_CONFIG, INSTALL, KEY_FILES, KEYSTORE, LOG, NO_MODE, SCR
 
 STATUS = INSTALL + "/bin/agent status"
 BOOT = f"{INSTALL}/bin/agent start; rm /run/agent/calls"
-LOGS = [SCRATCH + "/logs", LOG, "/run/orv"]
+LOGS = [SCRATCH + "/logs", LOG, "/run/orv-locks"]
 UPDATE = SCRATCH + "/update"
 
 

@@ -21,7 +21,7 @@ cp -a /etc/orv.d /opt/Quorvane /run/first/
 run() { "$@" "$KELTCONFIG" -m -d /run/keys; }
 while read -r number call fault <&3; do
   to=/run/results/$number
-  rm -rf /etc/orv.d/* /opt/Quorvane/* /run/orv /run/keys
+  rm -rf /etc/orv.d/* /opt/Quorvane/* /run/orv-locks /run/keys
   cp -a /run/first/orv.d/. /etc/orv.d/
   cp -a /run/first/Quorvane/. /opt/Quorvane/
   cp -a "$1" /run/keys

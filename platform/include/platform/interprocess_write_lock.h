@@ -6,9 +6,10 @@
 #include "base/result.h"
 #include "base/unique_fd.h"
 
-/// The lock is a file of its name in "/run/orv" (made 0700 if missing), held by an open-file-description write lock: it
-/// goes with the process that holds it, is never inherited by a started command, and waiting for it costs no processor
-/// time. Names are plain file names; one that is empty, starts with "." or contains "/" can never be locked.
+/// The lock is a file of its name in "/run/orv-locks" (made 0700 if missing; a directory of its own, as others of the
+/// agent's programs may keep theirs below /run as they like), held by an open-file-description write lock: it goes with
+/// the process that holds it, is never inherited by a started command, and waiting for it costs no processor time.
+/// Names are plain file names; one that is empty, starts with "." or contains "/" can never be locked.
 class InterProcessWriteLock {
  public:
   explicit InterProcessWriteLock(const std::string& name);

@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kModeUnknown = "Unable to find existing mode, assuming non_fips mode\n";
 constexpr const char* kLog = "/opt/Quorvane/orv/scratch/logs/keltcfg.log";
-constexpr const char* kLockFile = "/run/orv/71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex";
+constexpr const char* kLockFile = "/run/orv-locks/71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex";
 constexpr const char* kCustomProps = "/opt/Quorvane/orv/scratch/CustomProps.xml";
 
 class DriverTest : public tests::PrivateDevice {

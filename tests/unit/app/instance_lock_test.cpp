@@ -18,8 +18,8 @@
 namespace kelt::app {
 namespace {
 
-constexpr const char* kLockDir = "/run/orv";
-constexpr const char* kLockFile = "/run/orv/71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex";
+constexpr const char* kLockDir = "/run/orv-locks";
+constexpr const char* kLockFile = "/run/orv-locks/71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex";
 constexpr const char* kLog = "/opt/Quorvane/orv/scratch/logs/keltcfg.log";
 
 void sleepFor(int milliseconds) {

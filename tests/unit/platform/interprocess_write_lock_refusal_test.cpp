@@ -11,7 +11,7 @@
 namespace kelt::tests {
 namespace {
 
-constexpr const char* kPath = "/run/orv/test-lock";
+constexpr const char* kPath = "/run/orv-locks/test-lock";
 
 /// Whether the lock cannot be taken in either way.
 bool bRefused(const std::string& name = "test-lock") {
@@ -21,7 +21,7 @@ bool bRefused(const std::string& name = "test-lock") {
 
 class WriteLockRefuses : public PrivateDevice {
  protected:
-  static void makeDirectory() { putDirectory("/run/orv", 0700); }
+  static void makeDirectory() { putDirectory("/run/orv-locks", 0700); }
 };
 
 TEST_F(WriteLockRefuses, NothingThatIsItsOwn) {
@@ -31,34 +31,34 @@ TEST_F(WriteLockRefuses, NothingThatIsItsOwn) {
 }
 
 TEST_F(WriteLockRefuses, NoDirectoryThatOthersMayOnlyRead) {
-  putDirectory("/run/orv", 0755);
+  putDirectory("/run/orv-locks", 0755);
   EXPECT_FALSE(bRefused());
 }
 
 TEST_F(WriteLockRefuses, ADirectoryThatOthersMayWriteTo) {
   for (const mode_t mode : {0770U, 0707U, 01777U}) {
-    putDirectory("/run/orv", mode);
+    putDirectory("/run/orv-locks", mode);
     EXPECT_TRUE(bRefused()) << mode;
-    EXPECT_EQ(namesIn("/run/orv"), std::vector<std::string>{});
+    EXPECT_EQ(namesIn("/run/orv-locks"), std::vector<std::string>{});
   }
 }
 
 TEST_F(WriteLockRefuses, ADirectoryOfSomebodyElse) {
-  putForeignDirectory("/run/orv");
+  putForeignDirectory("/run/orv-locks");
   EXPECT_TRUE(bRefused());
 }
 
 TEST_F(WriteLockRefuses, ALinkInPlaceOfTheDirectory) {
   putDirectory("/tmp/elsewhere", 0700);
-  ASSERT_EQ(::symlink("/tmp/elsewhere", "/run/orv"), 0);
+  ASSERT_EQ(::symlink("/tmp/elsewhere", "/run/orv-locks"), 0);
   EXPECT_TRUE(bRefused());
   EXPECT_EQ(namesIn("/tmp/elsewhere"), std::vector<std::string>{});
 }
 
 TEST_F(WriteLockRefuses, AFileInPlaceOfTheDirectory) {
-  putFile("/run/orv", "kept", 0600);
+  putFile("/run/orv-locks", "kept", 0600);
   EXPECT_TRUE(bRefused());
-  EXPECT_EQ(contentOf("/run/orv"), "kept");
+  EXPECT_EQ(contentOf("/run/orv-locks"), "kept");
 }
 
 TEST_F(WriteLockRefuses, AFileThatOthersMayOpen) {
@@ -80,7 +80,7 @@ TEST_F(WriteLockRefuses, AFileOfSomebodyElse) {
 TEST_F(WriteLockRefuses, AFileWithASecondName) {
   makeDirectory();
   putFile(kPath, "", 0600);
-  ASSERT_EQ(::link(kPath, "/run/orv/other"), 0);
+  ASSERT_EQ(::link(kPath, "/run/orv-locks/other"), 0);
   EXPECT_TRUE(bRefused());
 }
 

@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr const char* kName = "test-lock";
-constexpr const char* kPath = "/run/orv/test-lock";
+constexpr const char* kPath = "/run/orv-locks/test-lock";
 
 milliseconds since(Clock::time_point begin) {
   return std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
@@ -85,10 +85,10 @@ TEST_F(WriteLock, IsTakenAndReleased) {
 TEST_F(WriteLock, StandsInADirectoryAndAFileOfItsOwnerOnly) {
   const mode_t before = ::umask(0);
   InterProcessWriteLock lock(kName);
-  EXPECT_FALSE(exists("/run/orv")) << "nothing is made before it is needed";
+  EXPECT_FALSE(exists("/run/orv-locks")) << "nothing is made before it is needed";
   EXPECT_TRUE(lock.lock(0));
   ::umask(before);
-  EXPECT_EQ(modeOf("/run/orv"), 0700U);
+  EXPECT_EQ(modeOf("/run/orv-locks"), 0700U);
   EXPECT_EQ(modeOf(kPath), 0600U);
 }
 
