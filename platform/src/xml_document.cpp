@@ -58,9 +58,9 @@ Result<std::unique_ptr<XmlDocument>> XmlDocument::load(std::span<const unsigned 
   if (!verdict) return verdict.error();
 
   std::unique_ptr<XmlDocument> document(new XmlDocument);
-  const auto encoding = verdict.value().encoding == XmlEncoding::kLatin1 ? pugi::encoding_latin1 : pugi::encoding_utf8;
+  const std::span<const unsigned char> utf8 = verdict.value().utf8.empty() ? bytes : verdict.value().utf8;
   constexpr unsigned kKeepAll = pugi::parse_full | pugi::parse_ws_pcdata;
-  if (!document->m_tree.load_buffer(bytes.data(), bytes.size(), kKeepAll, encoding)) {
+  if (!document->m_tree.load_buffer(utf8.data(), utf8.size(), kKeepAll, pugi::encoding_utf8)) {
     return notHeld();
   }
   if (!bElement(document->root(), rootName)) {

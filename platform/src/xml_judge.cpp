@@ -10,6 +10,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "xml_encoding.h"
+
 namespace kelt::platform {
 namespace {
 
@@ -19,11 +21,20 @@ using base::Result;
 
 using Parser = std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)>;
 
+/// What the bytes that Expat gets were before.
+enum class XmlOrigin {
+  kBytes,        ///< the same, without a byte order mark
+  kMarkedBytes,  ///< the same, with that of UTF-8
+  kUtf16,
+  kLatin1,
+};
+
 /// What the handlers share. They run inside a C library: none of them lets an exception out.
 struct Judgement {
   XML_Parser parser = nullptr;
-  bool bByteOrderMark = false;
+  XmlOrigin origin = XmlOrigin::kBytes;
   unsigned depth = 0;
+  bool bLatin1 = false;  ///< declared
   XmlVerdict verdict;
   const char* refusal = nullptr;  ///< why we, not Expat, refuse the document
 
@@ -42,14 +53,20 @@ bool bVersionOne(std::string_view version) {
          std::all_of(version.begin() + 2, version.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
+bool bNamed(const char* encoding, const char* name) {
+  return ::strcasecmp(encoding, name) == 0;
+}
+
 void onDeclaration(void* userData, const char* version, const char* encoding, int /*standalone*/) {
   Judgement& judgement = judgementOf(userData);
   if (version == nullptr || !bVersionOne(version)) return judgement.refuse("a version of XML other than 1.x");
-  if (encoding == nullptr || ::strcasecmp(encoding, "UTF-8") == 0) return;
-  if (judgement.bByteOrderMark) return judgement.refuse("a byte order mark of another encoding than the declared one");
-  if (::strcasecmp(encoding, "US-ASCII") == 0) return;
-  if (::strcasecmp(encoding, "ISO-8859-1") != 0) return judgement.refuse("an encoding that is not supported");
-  judgement.verdict.encoding = XmlEncoding::kLatin1;
+  if (encoding == nullptr || bNamed(encoding, judgement.origin == XmlOrigin::kUtf16 ? "UTF-16" : "UTF-8")) return;
+  if (judgement.origin == XmlOrigin::kUtf16 || judgement.origin == XmlOrigin::kMarkedBytes) {
+    return judgement.refuse("a byte order mark of another encoding than the declared one");
+  }
+  if (bNamed(encoding, "US-ASCII")) return;
+  if (!bNamed(encoding, "ISO-8859-1")) return judgement.refuse("an encoding that is not supported");
+  judgement.bLatin1 = true;
 }
 
 void onDoctype(void* userData, const char* /*name*/, const char* /*systemId*/, const char* /*publicId*/,
@@ -94,41 +111,47 @@ Error failureOf(const Judgement& judgement) {
   return malformed(reason + " in line " + std::to_string(XML_GetCurrentLineNumber(judgement.parser)));
 }
 
-Result<XmlVerdict> judgeAs(std::span<const unsigned char> document, const char* encoding) {
-  const Parser parser(XML_ParserCreate(encoding), &XML_ParserFree);
+Result<Judgement> judgeAs(std::span<const unsigned char> document, XmlOrigin origin) {
+  const bool bConverted = origin == XmlOrigin::kUtf16 || origin == XmlOrigin::kLatin1;
+  const Parser parser(XML_ParserCreate(bConverted ? "UTF-8" : nullptr), &XML_ParserFree);
   if (!parser) return malformed("no memory to parse it");
-  Judgement judgement{parser.get(), bStartsWithByteOrderMark(document), 0, {}, nullptr};
+  Judgement judgement{parser.get(), origin, 0, false, {}, nullptr};
   installHandlers(parser.get(), judgement);
 
   // In one piece: handing over a long token in pieces makes Expat start it again each time.
   const auto* text = reinterpret_cast<const char*>(document.data());
   const XML_Status status = XML_Parse(parser.get(), text, static_cast<int>(document.size()), XML_TRUE);
   if (status != XML_STATUS_OK || judgement.refusal != nullptr) return failureOf(judgement);
-  return std::move(judgement.verdict);
+  return judgement;
 }
 
-std::vector<unsigned char> utf8Of(std::span<const unsigned char> latin1) {
-  std::vector<unsigned char> utf8;
-  utf8.reserve(latin1.size() + latin1.size() / 8);
-  for (const unsigned char byte : latin1) {
-    if (byte >= 0x80) utf8.push_back(static_cast<unsigned char>(0xC0U | byte >> 6U));
-    utf8.push_back(byte < 0x80 ? byte : static_cast<unsigned char>(0x80U | (byte & 0x3FU)));
-  }
-  return utf8;
+/// Judges what was converted, and keeps it. Expat judges UTF-16 itself less strictly: it passes surrogates without
+/// partners. In ISO-8859-1 it takes three characters in names (0xAA, 0xB5, 0xBA) that it refuses in UTF-8; a document
+/// with one of them could never be written again.
+Result<XmlVerdict> judgeConverted(std::vector<unsigned char> utf8, XmlOrigin origin) {
+  auto judgement = judgeAs(utf8, origin);
+  if (!judgement) return judgement.error();
+  XmlVerdict verdict = std::move(judgement.value().verdict);
+  verdict.utf8 = std::move(utf8);
+  return verdict;
+}
+
+Result<XmlVerdict> judgeBytes(std::span<const unsigned char> document) {
+  // Expat would take UTF-16 without a mark; no document in it is without a zero byte, and no other document has one.
+  if (std::find(document.begin(), document.end(), 0) != document.end()) return malformed("a zero byte");
+  auto judgement = judgeAs(document, bStartsWithByteOrderMark(document) ? XmlOrigin::kMarkedBytes : XmlOrigin::kBytes);
+  if (!judgement) return judgement.error();
+  if (judgement.value().bLatin1) return judgeConverted(utf8OfLatin1(document), XmlOrigin::kLatin1);
+  return std::move(judgement.value().verdict);
 }
 
 }  // namespace
 
 Result<XmlVerdict> judgeXml(std::span<const unsigned char> document) {
-  // Expat would take UTF-16; no document in it is without a zero byte, and no other document has one.
-  if (std::find(document.begin(), document.end(), 0) != document.end()) return malformed("a zero byte");
   if (document.size() > INT_MAX / 2) return malformed("more bytes than a parser takes");
-
-  auto verdict = judgeAs(document, nullptr);
-  if (!verdict || verdict.value().encoding == XmlEncoding::kUtf8) return verdict;
-  // In ISO-8859-1 Expat takes three characters in names (0xAA, 0xB5, 0xBA) that it refuses in UTF-8. A document with
-  // one of them could never be written again.
-  return judgeAs(utf8Of(document), "UTF-8");
+  if (!bMarkedUtf16(document)) return judgeBytes(document);
+  if (document.size() % 2 != 0) return malformed("half a character of UTF-16 at its end");
+  return judgeConverted(utf8OfUtf16(document), XmlOrigin::kUtf16);
 }
 
 }  // namespace kelt::platform

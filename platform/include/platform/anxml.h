@@ -2,8 +2,9 @@
 // XML documents of the agent's toolkit (XML 1.0, characters in names as in its fourth edition; names are compared as
 // written, prefix included).
 //
-// Accepted: well-formed UTF-8 (with or without a byte order mark), US-ASCII, and ISO-8859-1 where the declaration says
-// so. Refused: everything else, a DOCTYPE, nesting deeper than 256, and files over 64 MiB.
+// Accepted: well-formed UTF-8 (with or without a byte order mark), UTF-16 of either byte order with a byte order mark
+// and no other encoding declared, US-ASCII, and ISO-8859-1 where the declaration says so. Refused: everything else, a
+// DOCTYPE, nesting deeper than 256, and files over 64 MiB.
 //
 // The text of an element is that of the text and CDATA sections directly in it, joined; references are expanded. A null
 // name or value counts as the empty one.

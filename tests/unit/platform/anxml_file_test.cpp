@@ -97,6 +97,31 @@ TEST_F(AnXmlFile, Latin1LoadsWhereDeclaredAndIsWrittenAsUtf8) {
   EXPECT_TRUE(bUses(xml, L"a"));
 }
 
+TEST_F(AnXmlFile, Utf16WithAByteOrderMarkLoadsAndIsWrittenAsUtf8) {
+  const std::u16string text =
+      u"<?xml version='1.0' encoding='UTF-16'?>\n<a x='\u00E4'>caf\u00E9<\u00E9></\u00E9>\U0001F600</a>";
+  for (const bool bBigEndian : {false, true}) {
+    std::string bytes = bBigEndian ? "\xFE\xFF" : "\xFF\xFE";
+    for (const char16_t unit : text) {
+      const char high = static_cast<char>(static_cast<unsigned char>(unit >> 8U));
+      const char low = static_cast<char>(static_cast<unsigned char>(unit & 0xFFU));
+      bytes += bBigEndian ? std::string{high, low} : std::string{low, high};
+    }
+    putFile(kFile, bytes);
+    AnXml xml;
+    ASSERT_TRUE(bUses(xml, L"a"));
+    AString value;
+    AnXmlNode found;
+    ASSERT_TRUE(AnXmlNode(&xml).getExistingChild(&found, L"\xE9", nullptr, nullptr, nullptr, &value));
+    EXPECT_EQ(contentOf(kFile), bytes);
+    ASSERT_TRUE(xml.writeFile(kPath, false, false));
+    EXPECT_EQ(contentOf(kFile),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a x=\"\xC3\xA4\">caf\xC3\xA9<\xC3\xA9></\xC3\xA9>"
+              "\xF0\x9F\x98\x80</a>\n");
+    EXPECT_TRUE(bUses(xml, L"a"));
+  }
+}
+
 TEST_F(AnXmlFile, Latin1BytesWithoutADeclarationDoNotLoad) {
   putFile(kFile, "<a>caf\xE9</a>");
   AnXml xml;
