@@ -15,6 +15,7 @@ using base::Result;
 using base::SecretBytes;
 
 constexpr std::string_view kBlanks = " \t\r\n";
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kNumberPrefix = "dword:";
 constexpr std::string_view kBytesPrefix = "hex:";
 constexpr std::string_view kContinuablePrefix = "hex";  // "hex(7):" too
@@ -56,6 +57,122 @@ bool bContinues(std::string_view line) {
   const auto bDigit = [](char c) { return digitOf(c).has_value(); };
   return std::all_of(line.begin(), line.end(), bFits) && std::any_of(line.begin(), line.end(), bDigit);
 }
+
+/// Steps through the values of a text, and through the sections on the way.
+class ValueReader {
+ public:
+  /// `section`: the one whose values are wanted.
+  ValueReader(std::string_view text, std::string_view section)
+      : m_text(text), m_section(section), m_end(bStartsWith(text, kByteOrderMark) ? kByteOrderMark.size() : 0) {}
+
+  /// Steps to the next value of any section. Returns false at the end of the text.
+  bool next() {
+    while (m_end < m_text.size()) {
+      m_begin = m_end;
+      m_end = endOfLine(m_begin);
+      if (bReadValue()) return true;
+    }
+    return false;
+  }
+
+  [[nodiscard]] bool bIs(std::string_view name) const { return m_bWanted && bSameName(m_name, name); }
+  [[nodiscard]] std::size_t begin() const { return m_begin; }  ///< of its first line
+  [[nodiscard]] std::size_t end() const { return m_end; }      ///< behind the line end of its last line
+  [[nodiscard]] std::string_view data() const { return m_text.substr(m_data, m_end - m_data); }
+
+  /// Whether a line that can continue bytes would be taken for part of the value, if it stood behind it.
+  [[nodiscard]] bool bOpen() const { return m_bOpen; }
+  /// Whether the line behind the value is such a line.
+  [[nodiscard]] bool bContinuationBehind() const { return m_end < m_text.size() && bContinues(lineAt(m_end)); }
+  /// Whether the section was met so far.
+  [[nodiscard]] bool bSectionMet() const { return m_bMet; }
+
+ private:
+  bool bReadValue() {
+    const std::string_view line = m_text.substr(m_begin, m_end - m_begin);
+    const std::string_view content = trimmed(line);
+    if (content.empty() || content.front() == ';' || content.front() == '#') return false;
+    if (content.front() == '[') {
+      startSection(content);
+      return false;
+    }
+    const std::size_t equals = line.find('=');
+    if (equals == std::string_view::npos || !m_bInSection) return false;
+    m_name = trimmed(line.substr(0, equals));
+    m_data = m_begin + equals + 1;
+    readFurtherLines();
+    return true;
+  }
+
+  void startSection(std::string_view line) {
+    m_bInSection = true;
+    const bool bNamed = line.size() > 2 && line.back() == ']';
+    m_bWanted = bNamed && bSameName(line.substr(1, line.size() - 2), m_section);
+    m_bMet |= m_bWanted;
+  }
+
+  /// Moves the end behind the lines that continue the first one.
+  void readFurtherLines() {
+    std::string_view last = trimmed(data());
+    const bool bContinuable = bStartsWith(last, kContinuablePrefix);
+    while (bContinuable && last.back() == '\\' && bContinuationBehind()) {
+      last = trimmed(lineAt(m_end));
+      m_end = endOfLine(m_end);
+    }
+    m_bOpen = bContinuable && last.back() == '\\';
+  }
+
+  [[nodiscard]] std::size_t endOfLine(std::size_t begin) const {
+    const std::size_t lineFeed = m_text.find('\n', begin);
+    return lineFeed == std::string_view::npos ? m_text.size() : lineFeed + 1;
+  }
+  [[nodiscard]] std::string_view lineAt(std::size_t begin) const {
+    return m_text.substr(begin, endOfLine(begin) - begin);
+  }
+
+  std::string_view m_text;
+  std::string_view m_section;
+  std::string_view m_name;
+  std::size_t m_begin = 0;
+  std::size_t m_data = 0;  // behind the "="
+  std::size_t m_end;
+  bool m_bInSection = false;
+  bool m_bWanted = false;
+  bool m_bMet = false;
+  bool m_bOpen = false;
+};
+
+/// Moves what is kept of a text to its front, while the rest is still being read.
+class Compaction {
+ public:
+  explicit Compaction(SecretBytes& content) : m_content(content) {}
+
+  /// Leaves out what stands from `begin` to `end`, which comes after all that was left out before.
+  void leaveOut(std::size_t begin, std::size_t end) {
+    keepUpTo(begin);
+    m_from = end;
+  }
+
+  /// Puts a line end where something was left out.
+  void addLineEnd() { m_content[m_kept++] = '\n'; }
+
+  void finish() {
+    keepUpTo(m_content.size());
+    base::wipe(m_content.data() + m_kept, m_content.size() - m_kept);
+    m_content.resize(m_kept);
+  }
+
+ private:
+  void keepUpTo(std::size_t end) {
+    if (m_kept != m_from) std::memmove(m_content.data() + m_kept, m_content.data() + m_from, end - m_from);
+    m_kept += end - m_from;
+    m_from = end;
+  }
+
+  SecretBytes& m_content;
+  std::size_t m_kept = 0;  // bytes at the front that are done
+  std::size_t m_from = 0;  // where what is not yet moved begins
+};
 
 /// Reads "HH,HH,..." from a text that may go over several lines.
 class ByteList {
@@ -133,97 +250,46 @@ Result<RegistryFile> RegistryFile::parse(SecretBytes content) {
   }
   RegistryFile file;
   file.m_content = std::move(content);
-  file.readLines();
   return file;
 }
 
 bool RegistryFile::bHasSection(std::string_view section) const {
-  const auto bIs = [&](const std::string& name) { return bSameName(name, section); };
-  return !section.empty() && std::any_of(m_sections.begin(), m_sections.end(), bIs);
+  ValueReader reader(text(), section);
+  while (!reader.bSectionMet() && reader.next()) {
+  }
+  return reader.bSectionMet();
 }
 
 Result<RegistryValue> RegistryFile::find(std::string_view section, std::string_view name) const {
-  for (const ValueLines& value : m_values) {
-    if (value.bRemoved || !bSameName(value.section, section) || !bSameName(value.name, name)) continue;
-    return valueOf(text().substr(value.data, value.end - value.data));
+  ValueReader reader(text(), section);
+  while (reader.next()) {
+    if (reader.bIs(name)) return valueOf(reader.data());
   }
   return Error{ErrorKind::kNotFound, 0, "no such value"};
 }
 
 bool RegistryFile::remove(std::string_view section, std::string_view name) {
   bool bFound = false;
-  for (ValueLines& value : m_values) {
-    if (value.bRemoved || !bSameName(value.section, section) || !bSameName(value.name, name)) continue;
-    value.bRemoved = true;
+  std::size_t openUpTo = 0;  // where what is kept ends with an open value; 0: it does not
+  Compaction compaction(m_content);
+  ValueReader reader(text(), section);
+  while (reader.next()) {
+    if (!reader.bIs(name)) {
+      openUpTo = reader.bOpen() ? reader.end() : 0;
+      continue;
+    }
     bFound = true;
+    const bool bJoined = openUpTo == reader.begin();
+    compaction.leaveOut(reader.begin(), reader.end());
+    if (bJoined && reader.bContinuationBehind()) compaction.addLineEnd();
+    openUpTo = bJoined ? reader.end() : 0;
   }
+  compaction.finish();
   return bFound;
-}
-
-SecretBytes RegistryFile::content() const {
-  SecretBytes kept;
-  kept.reserve(m_content.size());
-  std::size_t from = 0;
-  const auto keepUpTo = [&](std::size_t to) {
-    const std::string_view piece = text().substr(from, to - from);
-    kept.insert(kept.end(), piece.begin(), piece.end());
-  };
-  for (const ValueLines& value : m_values) {
-    if (!value.bRemoved) continue;
-    keepUpTo(value.begin);
-    from = value.end;
-  }
-  keepUpTo(m_content.size());
-  return kept;
-}
-
-void RegistryFile::readLines() {
-  std::size_t begin = text().substr(0, 3) == "\xEF\xBB\xBF" ? 3 : 0;
-  while (begin < m_content.size()) {
-    std::size_t end = endOfLine(begin);
-    readLine(begin, end);
-    begin = end;
-  }
-}
-
-/// Takes note of the line from `begin` to `end`, and moves `end` behind the lines that continue it.
-void RegistryFile::readLine(std::size_t begin, std::size_t& end) {
-  const std::string_view line = text().substr(begin, end - begin);
-  const std::string_view content = trimmed(line);
-  if (content.empty() || content.front() == ';' || content.front() == '#') return;
-  if (content.front() == '[') return startSection(content);
-
-  const std::size_t equals = line.find('=');
-  if (equals == std::string_view::npos || m_sections.empty()) return;
-  const std::size_t data = begin + equals + 1;
-  end = endOfValue(data, end);
-  m_values.push_back({m_sections.back(), std::string(trimmed(line.substr(0, equals))), begin, data, end});
-}
-
-void RegistryFile::startSection(std::string_view line) {
-  m_sections.emplace_back(line.back() == ']' ? line.substr(1, line.size() - 2) : std::string_view());
 }
 
 std::string_view RegistryFile::text() const {
   return {reinterpret_cast<const char*>(m_content.data()), m_content.size()};
-}
-
-std::size_t RegistryFile::endOfLine(std::size_t begin) const {
-  const std::size_t lineFeed = text().find('\n', begin);
-  return lineFeed == std::string_view::npos ? m_content.size() : lineFeed + 1;
-}
-
-std::size_t RegistryFile::endOfValue(std::size_t data, std::size_t firstEnd) const {
-  std::size_t end = firstEnd;
-  std::string_view last = trimmed(text().substr(data, firstEnd - data));
-  if (!bStartsWith(last, kContinuablePrefix)) return end;
-  while (last.back() == '\\' && end < m_content.size()) {
-    const std::size_t next = endOfLine(end);
-    last = trimmed(text().substr(end, next - end));
-    if (!bContinues(last)) break;
-    end = next;
-  }
-  return end;
 }
 
 }  // namespace kelt::platform

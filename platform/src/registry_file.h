@@ -7,17 +7,14 @@
 //   ; or # and text     a comment. A comment behind a value is none; it makes the value malformed.
 //   name=dword:HHHHHHHH a number, exactly eight hexadecimal digits
 //   name=hex:HH,HH,...  bytes of two hexadecimal digits each, or none; blanks around the commas are allowed. A "\" at
-//   the
-//                       end of the line continues it, but only with a line of hexadecimal digits, commas and blanks, so
-//                       that a stray "\" never swallows what follows.
+//                       the end of the line continues it, but only with a line of hexadecimal digits, commas and
+//                       blanks, so that a stray "\" never swallows what follows.
 //   name=...            a value of another type; one that starts with "hex" is continued in the same way
 // Whatever else stands there is kept. Section and value names, "dword" and "hex" are matched without regard to case
 // (ASCII). The text holds keys: it stays in memory that is wiped.
 
 #include <cstddef>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "base/result.h"
 #include "base/secret.h"
@@ -31,6 +28,8 @@ struct RegistryValue {
   base::SecretBytes bytes;
 };
 
+/// Holds nothing but the text, whatever stands in it: each look goes through it, so that a file takes memory in
+/// proportion to its size, and time for each question.
 class RegistryFile {
  public:
   /// Takes the content of a file. Errors: kMalformed when it has a zero byte, which no such text has.
@@ -41,32 +40,17 @@ class RegistryFile {
   /// The first value of that name. Errors: kNotFound; kMalformed when it has another type or does not follow its form.
   [[nodiscard]] base::Result<RegistryValue> find(std::string_view section, std::string_view name) const;
 
-  /// Deletes all lines of all values of that name. Returns false when there is none.
+  /// Deletes all lines of all values of that name. Returns false when there is none. An empty line stays in their place
+  /// where the value before would otherwise be continued by the line behind.
   bool remove(std::string_view section, std::string_view name);
 
   /// The text without the deleted lines.
-  [[nodiscard]] base::SecretBytes content() const;
+  [[nodiscard]] const base::SecretBytes& content() const { return m_content; }
 
  private:
-  struct ValueLines {
-    std::string section;
-    std::string name;
-    std::size_t begin;  ///< of the first line
-    std::size_t data;   ///< behind the "="
-    std::size_t end;    ///< behind the line end of the last line
-    bool bRemoved = false;
-  };
-
-  void readLines();
-  void readLine(std::size_t begin, std::size_t& end);
-  void startSection(std::string_view line);
   [[nodiscard]] std::string_view text() const;
-  [[nodiscard]] std::size_t endOfLine(std::size_t begin) const;
-  [[nodiscard]] std::size_t endOfValue(std::size_t data, std::size_t firstEnd) const;
 
   base::SecretBytes m_content;
-  std::vector<std::string> m_sections;  ///< the last one is the one that lines belong to
-  std::vector<ValueLines> m_values;
 };
 
 }  // namespace kelt::platform

@@ -4,7 +4,8 @@
 // A section per key ("[SOFTWARE\...]", below HKEY_LOCAL_MACHINE), a line per value: "name=dword:0000010e" (type 5,
 // eight hexadecimal digits, a number whatever the byte order of the machine) or "name=hex:30,82,..." (type 6). Key and
 // value names are matched without regard to case (ASCII). Sections of one name count as one key; of several values of
-// one name the first is read, and deleting deletes all. Files over 16 MiB are refused.
+// one name the first is read, and deleting deletes all. Files over 16 MiB are refused; memory is a small multiple of
+// the file's size, whatever stands in it.
 //
 // Every call that takes a key returns kRegistryBadData for one that is not open, and for a null where none is allowed.
 
@@ -48,5 +49,6 @@ int RegDeleteValue(void* key, const char* name);
 
 /// Closes the key, which is no handle afterwards. When values were deleted, takes them out of the file as it is now and
 /// replaces it (base/file_replace.h), with all other sections, values, comments and their order kept. Returns
-/// kRegistryAccessDenied when that fails; the file is then as it was. A file that is gone is no failure.
+/// kRegistryAccessDenied when that fails; base/file_replace.h tells what then stands there. A file that is gone is no
+/// failure.
 int RegCloseKey(void* key);

@@ -148,6 +148,29 @@ TEST(RegistryFile, DeletesWhatIsMalformedToo) {
   EXPECT_EQ(textOf(file), "[k]\n");
 }
 
+TEST(RegistryFile, DeletingDoesNotJoinAnUnfinishedValueWithTheLineBehind) {
+  RegistryFile file = fileOf("[k]\nv=hex:30,\\\nw=1\nw=2\n41\nx=hex:1,\\\r\nw=hex:2,\\\n03\n; 4\n");
+  EXPECT_TRUE(file.remove("k", "w"));
+  EXPECT_EQ(textOf(file), "[k]\nv=hex:30,\\\n\n41\nx=hex:1,\\\r\n; 4\n");
+  EXPECT_EQ(file.find("k", "v").error().kind, base::ErrorKind::kMalformed);
+}
+
+TEST(RegistryFile, LeavesNothingBehindOfWhatItDeletes) {
+  RegistryFile file = fileOf("[k]\nv=hex:c0,ff,ee\nw=1\n");
+  const base::SecretBytes& content = file.content();
+  const std::size_t before = content.size();
+  EXPECT_TRUE(file.remove("k", "v"));
+  EXPECT_EQ(content.size(), 8U);
+  // The block is still as large as it was; what no length counts any more is zero.
+  const volatile unsigned char* const block = content.data();
+  for (std::size_t i = content.size(); i < before; ++i)
+    EXPECT_EQ(block[i], 0) << i;
+}
+
+TEST(RegistryFile, AskingForValuesOfNoSectionFindsNone) {
+  EXPECT_FALSE(fileOf("[]\nv=hex:30\n[x\nv=hex:30\n").find("", "v").ok());
+}
+
 TEST(RegistryFile, HoldsLongLines) {
   std::string list = "00";
   for (int i = 1; i < 100000; ++i)
