@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include "support/child.h"
+#include "support/failing_memory.h"
 #include "support/private_device.h"
 #include "unit/app/arguments.h"
-#include "unit/app/failing_memory.h"
 
 #include "platform/crypto.h"
 
@@ -180,6 +180,31 @@ TEST_F(DriverTest, WithoutTheLockItEndsWithSeventeen) {
   const std::size_t second = log.find("\tkeltcfg\tUnable to acquire interprocess lock for keltconfig \n");
   EXPECT_LT(first, second) << log;
   EXPECT_NE(second, std::string::npos) << log;
+}
+
+TEST_F(DriverTest, TakesTheLockBeforeAnythingElse) {
+  tests::putDirectory(kLockFile);  // so that it is not to be had
+  EXPECT_EQ(run({"-bogus"},
+                [] {
+                  enterDeletedDirectory();
+                  ::unsetenv("PWD");
+                }),
+            17);
+  EXPECT_EQ(m_out, "") << "no word on the working directory";
+  ASSERT_EQ(::rmdir("/opt/Quorvane/orv/bin"), 0);
+  ASSERT_EQ(::unlink("/opt/Quorvane/orv/scratch/keystore/keyconf.ini"), 0);
+  EXPECT_EQ(run({}), 17);
+  EXPECT_EQ(m_out, "") << "nor on the agent's directory, the crypto mode or the command line";
+}
+
+TEST_F(DriverTest, WithoutMemoryForAnArgumentItEndsWithOne) {
+  const std::string value(5000, 'x');
+  const std::size_t stored = (value.size() + 1) * sizeof(wchar_t);
+  EXPECT_EQ(run({"-CustomProps1", value.c_str()}, [=] { tests::failAllocation(stored, 1); }), 1);
+  EXPECT_EQ(m_out, "");
+  EXPECT_EQ(m_err, "");
+  EXPECT_FALSE(tests::exists(kCustomProps));
+  EXPECT_FALSE(tests::exists(kLockFile));
 }
 
 TEST_F(DriverTest, WithoutMemoryForTheCryptoLoggerItEndsWithEighteen) {

@@ -1,4 +1,4 @@
-#include "unit/app/failing_memory.h"
+#include "support/failing_memory.h"
 
 #include <cstdlib>
 #include <new>
@@ -7,10 +7,14 @@ namespace {
 
 std::size_t failingSize = 0;
 int countdown = 0;  // 0: none fails
+int unthrowingCountdown = 0;
+
+bool bReachesZero(int& count) {
+  return count > 0 && --count == 0;
+}
 
 void* allocate(std::size_t size) {
-  const bool bFails = size == failingSize && countdown > 0 && --countdown == 0;
-  return bFails ? nullptr : std::malloc(size);
+  return size == failingSize && bReachesZero(countdown) ? nullptr : std::malloc(size);
 }
 
 }  // namespace
@@ -22,7 +26,7 @@ void* operator new(std::size_t size) {
   return memory;
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size);
+  return bReachesZero(unthrowingCountdown) ? nullptr : allocate(size);
 }
 void* operator new[](std::size_t size) {
   return ::operator new(size);
@@ -54,6 +58,10 @@ namespace kelt::tests {
 void failAllocation(std::size_t size, int which) {
   failingSize = size;
   countdown = which;
+}
+
+void failUnthrowing(int which) {
+  unthrowingCountdown = which;
 }
 
 }  // namespace kelt::tests
