@@ -84,6 +84,16 @@ TEST_F(ImportAgentKeys, DiscardsTheOldPairWhereTheKeySizeChanges) {
   EXPECT_EQ(stored(), kWithoutAgentKeys);
 }
 
+TEST_F(ImportAgentKeys, DiscardsTheOldPairWhereTheKeySizeGrows) {
+  putKeys2048();
+  putFile(kInstall + "/agentfipsmode", "0");
+  putFile(kStore + "/agent-secret.der", "old");
+  putFile(kStore + "/agent-public.der", "old");
+  EXPECT_TRUE(bImported());
+  EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=1\n");
+  EXPECT_EQ(stored(), kWithoutAgentKeys);
+}
+
 TEST_F(ImportAgentKeys, KeepsTheOldPairWhereTheKeySizeStays) {
   putFile(kRegistry, kAgentSection);
   putFile(kStore + "/agent-secret.der", "old");

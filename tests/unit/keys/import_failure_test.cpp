@@ -1,10 +1,13 @@
 // What a failure leaves behind.
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "import_fixture.h"
+#include "support/agent_on_device.h"
 
 namespace kelt::tests {
 namespace {
@@ -69,6 +72,7 @@ TEST_F(ImportFailure, GoesOnWithoutTheRequestSecretKey) {
   EXPECT_EQ(logLines(), ExpectedLog{}.with({"I Failed to import the server private key, not treating as a failure",
                                             "I Successfully imported the keys."}));
   EXPECT_EQ(namesIn(kStore), (Lines{"keyconf.ini", "server-public.der"}));
+  EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n") << "recorded all the same";
   EXPECT_EQ(keyFilesIn(kInstall), Lines{});
 }
 
@@ -76,6 +80,7 @@ TEST_F(ImportFailure, GoesOnWhereTheRequestSecretKeyIsMissing) {
   ::unlink((kInstall + "/reqseckey.bin").c_str());
   EXPECT_TRUE(bImported());
   EXPECT_EQ(logLines()[5], "I Failed to import the server private key, not treating as a failure");
+  EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
 }
 
 TEST_F(ImportFailure, EndsWhereTheKeyStoreCannotBeUsed) {
@@ -185,10 +190,33 @@ TEST_F(ImportFailure, EndsWhereTheCryptoLibraryCannotBeStarted) {
               "162\n");
 }
 
-TEST(CommandLineHelper, HasNoPasswordsToConvert) {
+/// Every file of the device: its content and mode, and what would tell that it was replaced by the same.
+std::map<std::string, std::string> everyFile() {
+  std::map<std::string, std::string> files;
+  for (const char* top : {"/etc/orv.d", "/opt/Quorvane", "/run", "/tmp"}) {
+    files.merge(treeOf(top));
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(top)) {
+      struct stat info {};
+      EXPECT_EQ(::lstat(entry.path().c_str(), &info), 0);
+      files[entry.path()] += " inode " + std::to_string(info.st_ino);
+    }
+  }
+  return files;
+}
+
+TEST_F(ImportFailure, HasNoPasswordsInItsFilesToConvert) {
+  putFile(kScratch + "/etc/SiteList.xml", "<ns:SiteLists><SiteList Password=\"secret\"/></ns:SiteLists>");
+  putFile("/tmp/reqseckey.bin", "secret");
+  ASSERT_EQ(::chdir("/tmp"), 0);
+  const auto before = everyFile();
   ImportingHelper agent;
-  EXPECT_TRUE(agent.RestitueBinFilesSLPwdsToPlainTxt());
-  EXPECT_TRUE(agent.EncryptBinFilesSLPwds());
+  m_output = outputOf([&] {
+    EXPECT_TRUE(agent.RestitueBinFilesSLPwdsToPlainTxt());
+    EXPECT_TRUE(agent.EncryptBinFilesSLPwds());
+  });
+  EXPECT_EQ(m_output.out + m_output.err, "");
+  EXPECT_EQ(everyFile(), before);
+  EXPECT_GE(before.size(), 8U);
 }
 
 }  // namespace
