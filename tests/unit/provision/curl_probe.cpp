@@ -60,6 +60,12 @@ CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
   return result;
 }
 
+CURLcode curl_global_init_mem(long flags, curl_malloc_callback m, curl_free_callback f, curl_realloc_callback r,
+                              curl_strdup_callback s, curl_calloc_callback c) {
+  curlProbe().memory = {m, f, r};
+  return next(&curl_global_init_mem, "curl_global_init_mem")(flags, m, f, r, s, c);
+}
+
 CURLcode curl_easy_perform(CURL* handle) {
   note("perform");
   return next(&curl_easy_perform, "curl_easy_perform")(handle);
@@ -76,6 +82,9 @@ void curl_global_cleanup() {
 }
 
 int getaddrinfo(const char* host, const char* service, const addrinfo* hints, addrinfo** result) {
+  if (curlProbe().firstLookup.empty() && host != nullptr && service != nullptr) {
+    curlProbe().firstLookup = std::string(host) + " " + service;
+  }
   if (curlProbe().addresses == nullptr) return next(&getaddrinfo, "getaddrinfo")(host, service, hints, result);
   *result = curlProbe().addresses;
   return 0;
