@@ -75,9 +75,27 @@ def test_absent_commands_are_no_failure(device):
 def test_products_without_plug_in_commands_are_skipped(device):
     device.write("/etc/orv.d/SCANNER2000/config.xml", b"<Configuration/>")
     device.write("/etc/orv.d/FIREWALL1000/config.xml", b"not XML")
-    device.write("/etc/orv.d/REGULAR", b"a file")
     assert device.run("-start").result() == (NO_MODE, b"", 0)
     assert device.calls() == [START]
+
+
+def listed_first(device):
+    """The first entry of the configuration directory, as it is listed, that is named like the agent's."""
+    return next(name for name in device.enter("ls", "-U", "/etc/orv.d").stdout.decode().split() if "ZENTORAGENT" in name)
+
+
+def test_regular_files_named_like_the_agents_directory_are_passed(device):
+    agent = device.path("/etc/orv.d/ZENTORAGENT3000")
+    number = 0
+    while listed_first(device) == agent.name:
+        # Some file systems list the newest entry first, some the oldest, and some neither.
+        agent.rename(device.path("/run/agent.moved"))
+        device.write(f"/etc/orv.d/ZENTORAGENT{number}", b"<Configuration/>")
+        device.path("/run/agent.moved").rename(agent)
+        device.write(f"/etc/orv.d/ZENTORAGENT{number + 1}", b"<Configuration/>")
+        number += 2
+    assert device.run("-start", "-stop").result() == (NO_MODE, b"", 0)
+    assert device.calls() == device.starting() + device.stopping()
 
 
 def test_check_of_a_proper_version(device):
@@ -141,9 +159,25 @@ def test_agent_binary_directory_that_is_missing(device):
     assert device.calls() == []
 
 
-def test_stop_of_an_agent_whose_directory_check_fails_reports_success(device):
+def test_start_of_an_agent_whose_directory_check_fails_loads_no_plug_ins(device):
     # The configuration is found under one check and walked under another; between them a directory can change hands.
     device.edit(AGENT_CONFIG, b"/opt/Quorvane/orv/bin/agent start", b"chmod 0777 /etc/orv.d")
     run = device.run("-start", after="chmod 0755 /etc/orv.d")
     assert run.result() == (NO_MODE + UNSAFE, b"", 0)
+    assert device.calls() == []
+
+
+def test_stop_of_an_agent_whose_directory_check_fails_runs_nothing_and_reports_success(device):
+    # The last time that the directory is opened is for the plug-ins; then it cannot be opened any more.
+    trace = "strace -o /run/trace -e trace=openat"
+    assert device.run("-stop", via=trace).status == 0
+    assert device.calls() == device.stopping()
+    device.forget_calls()
+    opened = [b'"/etc/orv.d/"' in line for line in device.take("/run/trace").splitlines()]
+    last = len(opened) - opened[::-1].index(True)
+
+    run = device.run("-stop", via=f"{trace} -e inject=openat:error=EMFILE:when={last}")
+
+    assert run.result() == (NO_MODE + b"Opendir failed for config directory.\n", b"", 0)
+    assert b'"/etc/orv.d/"' in next(line for line in device.take("/run/trace").splitlines() if b"INJECTED" in line)
     assert device.calls() == []

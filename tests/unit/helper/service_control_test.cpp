@@ -115,13 +115,35 @@ TEST_F(ServiceControl, PassesProductsThatHaveNothingToRun) {
   putFile("/etc/orv.d/MALFORMED/config.xml", "<Configuration><LoadOrvPluginCommand>" + m_plugIn);
   putFile("/etc/orv.d/OTHER_ROOT/config.xml",
           "<Config><LoadOrvPluginCommand>" + m_plugIn + "</LoadOrvPluginCommand></Config>");
-  putFile("/etc/orv.d/REGULAR_FILE", "<Configuration/>");
   ASSERT_EQ(::symlink("/opt/nowhere", "/etc/orv.d/DANGLING"), 0);
   ASSERT_EQ(::mkfifo("/etc/orv.d/WITHOUT_FILE/config.xml", 0644), 0);
   putPlugIn("PRODUCT");
   expectStart(true);
   expectStop(true);
   EXPECT_EQ(calls(), (Lines{"agent start", "plugin load PRODUCT", "plugin unload PRODUCT", "agent stop"}));
+}
+
+TEST_F(ServiceControl, PassesRegularFilesThatAreNamedLikeTheAgentsDirectory) {
+  // Some stand before the directory and some after, whichever way the system lists them.
+  for (int n = 0; n < 10; ++n)
+    putFile("/etc/orv.d/ZENTORAGENT" + std::to_string(n), "<Configuration/>");
+  putAgent();
+  for (int n = 10; n < 20; ++n)
+    putFile("/etc/orv.d/ZENTORAGENT" + std::to_string(n), "<Configuration/>");
+  ASSERT_NE(namesAsListed("/etc/orv.d").front(), "ZENTORAGENT3000");
+  expectStart(true);
+  expectStop(true);
+  EXPECT_EQ(calls(), (Lines{"agent start", "agent stop"}));
+}
+
+TEST_F(ServiceControl, RunsTheStopCommandThatStoodThereBeforeThePlugInsWereUnloaded) {
+  putAgent();
+  const std::string config = std::string(kAgentDirectory) + "/config.xml";
+  putProduct("PRODUCT",
+             {{"UnloadOrvPluginCommand", putCommand("edit", "sed -i 's/agent stop/agent other/' " + config)}});
+  expectStop(true);
+  EXPECT_EQ(calls(), (Lines{"edit", "agent stop"}));
+  EXPECT_NE(kelt::tests::contentOf(config).find("agent other"), std::string::npos);
 }
 
 TEST_F(ServiceControl, TakesTheFirstElementOfAName) {
