@@ -1,9 +1,9 @@
 #include "base/signals.h"
 
-#include <initializer_list>
-
 namespace kelt::base {
 namespace {
+
+constexpr int kEnding[] = {SIGINT, SIGTERM, SIGHUP};
 
 void setAction(int signal, void (*handler)(int)) {
   struct sigaction action {};
@@ -16,6 +16,11 @@ void setAction(int signal, void (*handler)(int)) {
 void ignoreOutputSignals() {
   setAction(SIGPIPE, SIG_IGN);
   setAction(SIGXFSZ, SIG_IGN);
+}
+
+void ignoreEndingSignals() {
+  for (const int signal : kEnding)
+    setAction(signal, SIG_IGN);
 }
 
 void resetSignalsForChild() {
@@ -31,7 +36,7 @@ void resetSignalsForChild() {
 DeferredSignals::DeferredSignals() : m_before() {
   sigset_t deferred;
   ::sigemptyset(&deferred);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+  for (const int signal : kEnding)
     ::sigaddset(&deferred, signal);
   ::sigprocmask(SIG_BLOCK, &deferred, &m_before);
 }

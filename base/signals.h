@@ -9,6 +9,9 @@ namespace kelt::base {
 /// the run. Called once, at the start of main.
 void ignoreOutputSignals();
 
+/// Ignores SIGINT, SIGTERM and SIGHUP, in a process that has to outlive whatever they are meant to end.
+void ignoreEndingSignals();
+
 /// Gives every signal its default action and empties the signal mask. For a child, between fork and exec
 /// (async-signal-safe).
 void resetSignalsForChild();
