@@ -8,10 +8,6 @@ namespace kelt::helper::paths {
 
 /// Where the products of the agent keep their configuration, a directory each.
 inline constexpr const wchar_t* kConfigDir = L"/etc/orv.d";
-inline constexpr const wchar_t* kConfigDirSlash = L"/etc/orv.d/";
-/// A directory whose name contains this is the agent's own.
-inline constexpr const char* kAgentMarker = "ZENTORAGENT";
-inline constexpr const char* kConfigFile = "/config.xml";
 
 /// The agent's installation and its scratch directory.
 inline constexpr const wchar_t* kInstallDir = L"/opt/Quorvane/orv/";

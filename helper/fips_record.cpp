@@ -1,11 +1,12 @@
 #include "base/console.h"
-#include "helper/agent_config.h"
 #include "helper/messages.h"
 #include "helper/unix_command_line_helper.h"
+#include "platform/anxml.h"
 
 namespace kelt::helper {
 namespace {
 
+constexpr const wchar_t* kConfigRoot = L"Configuration";
 constexpr const wchar_t* kFipsElement = L"FIPSmode";
 
 /// Both 0 and 1 mean FIPS mode to the agent's readers of the record.

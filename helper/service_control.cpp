@@ -1,33 +1,40 @@
 // Starting and stopping the agent, and loading and unloading the plug-ins of the other products with it.
 
+#include <optional>
+
 #include "base/console.h"
 #include "helper/agent_paths.h"
 #include "helper/messages.h"
-#include "helper/product_directories.h"
-#include "helper/trusted_config.h"
 #include "helper/unix_command_line_helper.h"
+#include "platform/config_directory.h"
+#include "platform/refusals.h"
 
 namespace kelt::helper {
 namespace {
 
-using quorvane_com::orv::tellcomn_ansi_to_wide;
-using quorvane_com::orv::tellcomn_wide_to_ansi;
+using platform::ConfigDirectory;
+using platform::ConfigFile;
 
-bool loadAgentConfig(const unixCommandLineHelper& helper, AgentConfig& config) {
-  AString path;
-  helper.GetORVPath(path);
-  return loadTrustedConfig(config, path.str());
+ConfigDirectory openConfigDirectory() {
+  return ConfigDirectory(quorvane_com::orv::tellcomn_wide_to_ansi(paths::kConfigDir));
 }
 
-const char* complaintAbout(ConfigDirState state) {
+/// What was loaded; nothing, with the reason in the log, where it was not.
+std::optional<ConfigFile> logged(base::Result<ConfigFile> file) {
+  if (file) return std::move(file).value();
+  platform::logRefusal(file.error());
+  return std::nullopt;
+}
+
+const char* complaintAbout(ConfigDirectory::State state) {
   switch (state) {
-    case ConfigDirState::kInaccessible:
+    case ConfigDirectory::State::kInaccessible:
       return messages::kConfigDirInaccessible;
-    case ConfigDirState::kWritableByOthers:
+    case ConfigDirectory::State::kWritableByOthers:
       return messages::kConfigDirWritable;
-    case ConfigDirState::kUnreadable:
+    case ConfigDirectory::State::kUnreadable:
       return messages::kConfigDirUnreadable;
-    case ConfigDirState::kUsable:
+    case ConfigDirectory::State::kUsable:
       break;
   }
   return nullptr;
@@ -37,17 +44,17 @@ const char* complaintAbout(ConfigDirState state) {
 /// Returns false, with a message and nothing run, when the configuration directory cannot be used: it was fine when the
 /// agent's own file was found in it, so it has changed since.
 bool runPlugInCommands(const unixCommandLineHelper& helper, const wchar_t* element) {
-  const std::string root = tellcomn_wide_to_ansi(paths::kConfigDirSlash);
-  ProductDirectories directories(root);
-  if (const char* complaint = complaintAbout(judgeConfigDir(directories, root))) {
+  ConfigDirectory directory = openConfigDirectory();
+  if (const char* complaint = complaintAbout(directory.state())) {
     base::printLine(std::string_view(complaint));
+    platform::logRefusal(directory.usable().error());
     return false;
   }
-  while (const auto name = directories.next()) {
-    AgentConfig config;
-    if (bAgentDirectory(*name)) continue;
-    if (!loadTrustedConfig(config, tellcomn_ansi_to_wide(root + *name + paths::kConfigFile))) continue;
-    if (const auto command = config.firstText(element)) helper.ExecCmd(*command);
+  while (const auto name = directory.next()) {
+    if (ConfigDirectory::bAgent(*name)) continue;
+    const auto config = logged(directory.load(*name));
+    if (!config) continue;
+    if (const auto command = config->firstText(element)) helper.ExecCmd(*command);
   }
   return true;
 }
@@ -55,18 +62,17 @@ bool runPlugInCommands(const unixCommandLineHelper& helper, const wchar_t* eleme
 }  // namespace
 
 bool unixCommandLineHelper::StartORVService() {
-  AgentConfig config;
-  if (!loadAgentConfig(*this, config)) return false;
-  if (!ExecCmd(config.firstTextOrEmpty(L"StartCommand"))) return false;
+  const auto config = logged(openConfigDirectory().loadAgent());
+  if (!config || !ExecCmd(config->firstTextOrEmpty(L"StartCommand"))) return false;
   // From here on the agent runs, whatever becomes of the plug-ins.
   runPlugInCommands(*this, L"LoadOrvPluginCommand");
   return true;
 }
 
 bool unixCommandLineHelper::StopORVService() {
-  AgentConfig config;
-  if (!loadAgentConfig(*this, config)) return false;
-  const std::wstring stopCommand = config.firstTextOrEmpty(L"StopCommand");
+  const auto config = logged(openConfigDirectory().loadAgent());
+  if (!config) return false;
+  const std::wstring stopCommand = config->firstTextOrEmpty(L"StopCommand");
   // A directory that others may have changed meanwhile is no ground to stop the agent on; that counts as done.
   if (!runPlugInCommands(*this, L"UnloadOrvPluginCommand")) return true;
   return ExecCmd(stopCommand);

@@ -4,9 +4,11 @@
 #include <vector>
 
 #include "base/console.h"
-#include "helper/agent_config.h"
+#include "helper/agent_paths.h"
 #include "helper/messages.h"
 #include "helper/unix_command_line_helper.h"
+#include "platform/config_directory.h"
+#include "platform/refusals.h"
 
 namespace kelt::helper {
 namespace {
@@ -46,26 +48,31 @@ bool bMeet(const std::vector<std::wstring_view>& installed, const std::vector<st
                      [&](std::wstring_view name) { return known.find(name) != known.end(); });
 }
 
+/// The agent's configuration, whoever may write to it: it is asked what is installed and decides nothing that root
+/// does.
+base::Result<platform::ConfigFile> loadAgentConfig() {
+  platform::ConfigDirectory directory(quorvane_com::orv::tellcomn_wide_to_ansi(paths::kConfigDir));
+  auto config = directory.loadAgent(platform::ConfigUse::kInforms);
+  if (!config) platform::logRefusal(config.error());
+  return config;
+}
+
 }  // namespace
 
 bool unixCommandLineHelper::CheckVersion(std::wstring& version) {
-  AString path;
-  GetORVPath(path);
   m_versionString = version;  // CheckConflictList looks for it, also when this check fails
-  AgentConfig config;
-  if (!config.load(path.str())) return false;
-  const bool bProper = bFits(version, config.firstTextOrEmpty(L"Version"));
+  const auto config = loadAgentConfig();
+  if (!config) return false;
+  const bool bProper = bFits(version, config.value().firstTextOrEmpty(L"Version"));
   base::printLine(bProper ? messages::kProperVersion : messages::kImproperVersion);
   return bProper;
 }
 
 bool unixCommandLineHelper::CheckConflictList(std::wstring& conflictList) {
-  AString path;
-  GetORVPath(path);
-  AgentConfig config;
-  if (!config.load(path.str())) return false;
+  const auto config = loadAgentConfig();
+  if (!config) return false;
 
-  const std::wstring hotfixes = config.firstTextOrEmpty(L"HotFixVersions");
+  const std::wstring hotfixes = config.value().firstTextOrEmpty(L"HotFixVersions");
   const std::vector<std::wstring_view> installed = namesIn(hotfixes);
   if (bContains(installed, m_versionString)) {
     base::printLine(messages::kHotfixExists);

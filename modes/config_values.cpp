@@ -5,8 +5,8 @@
 #include "base/file_read.h"
 #include "base/file_replace.h"
 #include "helper/agent_paths.h"
-#include "helper/product_directories.h"
 #include "platform/afile.h"
+#include "platform/config_directory.h"
 
 namespace kelt::modes {
 namespace {
@@ -28,13 +28,8 @@ std::wstring getORVScratchPath() {
 }
 
 void getconfigPath(std::string& path) {
-  const std::string root = tellcomn_wide_to_ansi(paths::kConfigDir);
-  helper::ProductDirectories directories(root);
-  while (const auto name = directories.next()) {
-    if (!helper::bAgentDirectory(*name)) continue;
-    path = root + "/" + *name + paths::kConfigFile;
-    return;
-  }
+  platform::ConfigDirectory directory(tellcomn_wide_to_ansi(paths::kConfigDir));
+  if (const auto name = directory.nextAgent()) path = directory.fileOf(*name);
 }
 
 int load_file_to_buffer(const std::string& path, std::string& content) {

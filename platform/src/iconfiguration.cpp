@@ -1,40 +1,35 @@
 #include "platform/iconfiguration.h"
 
-#include <dirent.h>
-#include <memory>
-#include <string_view>
-#include <sys/stat.h>
-
+#include "agent_directories.h"
 #include "device_paths.h"
 
 #include "base/utf.h"
-#include "platform/anxml.h"
+#include "platform/config_directory.h"
+#include "platform/refusals.h"
 
 namespace quorvane_com::orv::configuration {
 namespace {
 
 namespace paths = kelt::platform::paths;
+using kelt::base::Result;
+using kelt::platform::ConfigDirectory;
+using kelt::platform::ConfigFile;
 
-bool bDirectory(const std::string& path) {
-  struct stat info {};
-  return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
-
-/// The agent's own configuration file: in the first product directory, in the order of the listing, that is the
-/// agent's. Empty when there is none.
-std::string configFileBelow(const std::string& directory) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(::opendir(directory.c_str()), &::closedir);
-  if (!listing) return {};
-  while (const dirent* entry = ::readdir(listing.get())) {  // NOLINT(concurrency-mt-unsafe): a listing of our own
-    const std::string product = directory + "/" + static_cast<const char*>(entry->d_name);
-    const bool bAgent = std::string_view(entry->d_name).find(paths::kAgentMarker) != std::string_view::npos;
-    if (bAgent && bDirectory(product)) return product + "/" + paths::kConfigFile;
-  }
-  return {};
-}
+/// A text of the agent's own configuration, and where it has none.
+struct DirectoryValue {
+  const wchar_t* element;
+  const char* fallback;
+};
+constexpr DirectoryValue kBin{L"AgentBinDirectory", paths::kDefaultBinDir};
+constexpr DirectoryValue kData{L"FrameworkDataDirectory", paths::kDefaultDataDir};
 
 bool bBlank(const std::wstring& text) {
   return text.find_first_not_of(L" \t\r\n") == std::wstring::npos;
+}
+
+std::wstring valueIn(const Result<ConfigFile>& file, const DirectoryValue& value) {
+  const std::wstring text = file ? file.value().firstTextOrEmpty(value.element) : std::wstring();
+  return bBlank(text) ? kelt::base::toWide(value.fallback) : text;
 }
 
 class FileConfiguration final : public IConfiguration {
@@ -43,33 +38,39 @@ class FileConfiguration final : public IConfiguration {
     m_directory = kelt::base::toUtf8(directory);
   }
 
-  [[nodiscard]] std::wstring GetAgentBinDirectory() const override {
-    return textOrDefault(L"AgentBinDirectory", paths::kDefaultBinDir);
-  }
+  [[nodiscard]] std::wstring GetAgentBinDirectory() const override { return valueOf(kBin); }
+  [[nodiscard]] std::wstring GetFrameworkDataDirectory() const override { return valueOf(kData); }
 
-  [[nodiscard]] std::wstring GetFrameworkDataDirectory() const override {
-    return textOrDefault(L"FrameworkDataDirectory", paths::kDefaultDataDir);
-  }
+  [[nodiscard]] Result<ConfigFile> load() const { return ConfigDirectory(m_directory).loadAgent(); }
 
  private:
-  [[nodiscard]] std::wstring textOrDefault(const wchar_t* element, const char* fallback) const {
-    const std::wstring path = kelt::base::toWide(configFileBelow(m_directory));
-    AnXml document;
-    AString text;
-    if (!document.useExistingFile(path.c_str(), L"Configuration", nullptr, nullptr))
-      return kelt::base::toWide(fallback);
-    const bool bThere = AnXmlNode(&document).tryGetChild(nullptr, element, nullptr, nullptr, nullptr, &text);
-    return bThere && !bBlank(text.str()) ? text.str() : kelt::base::toWide(fallback);
+  [[nodiscard]] std::wstring valueOf(const DirectoryValue& value) const {
+    const auto file = load();
+    if (!file) kelt::platform::logRefusal(file.error());
+    return valueIn(file, value);
   }
 
   std::string m_directory = paths::kConfigDir;
 };
 
-}  // namespace
-
-IConfiguration& IConfiguration::GetConfiguration() {
+FileConfiguration& theConfiguration() {
   static FileConfiguration configuration;
   return configuration;
 }
 
+}  // namespace
+
+IConfiguration& IConfiguration::GetConfiguration() {
+  return theConfiguration();
+}
+
 }  // namespace quorvane_com::orv::configuration
+
+namespace kelt::platform {
+
+std::wstring frameworkDataDirectory() {
+  namespace configuration = quorvane_com::orv::configuration;
+  return configuration::valueIn(configuration::theConfiguration().load(), configuration::kData);
+}
+
+}  // namespace kelt::platform

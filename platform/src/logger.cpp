@@ -11,12 +11,12 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "agent_directories.h"
 #include "device_paths.h"
 
 #include "base/retry.h"
 #include "base/unique_fd.h"
 #include "base/utf.h"
-#include "platform/iconfiguration.h"
 
 namespace {
 
@@ -70,9 +70,8 @@ std::string lineOf(char mark, const wchar_t* source, const wchar_t* message) {
 }
 
 std::string logPath() {
-  using quorvane_com::orv::configuration::IConfiguration;
-  const std::wstring dataDirectory = IConfiguration::GetConfiguration().GetFrameworkDataDirectory();
-  const std::string directory = kelt::base::toUtf8(dataDirectory) + "/" + paths::kLogDirName;
+  const std::string data = kelt::base::toUtf8(kelt::platform::frameworkDataDirectory());
+  const std::string directory = data + "/" + paths::kLogDirName;
   ::mkdir(directory.c_str(), 0700);
   return directory + "/" + paths::kLogFileName;
 }

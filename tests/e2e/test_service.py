@@ -1,6 +1,8 @@
 """Options that act on the service or ask about it, and their combinations."""
 
-from device import AGENT_CONFIG, INSTALL, NO_MODE, START, STOP, changes
+import pytest
+
+from device import AGENT_CONFIG, INSTALL, NO_MODE, SCRATCH, START, STOP, changes
 
 CONFLICT = b"\n there is a conflict \n"
 UNSAFE = b"Security Issue, Config Dir is writable by non root.\n"
@@ -50,6 +52,38 @@ def test_configuration_directory_that_others_may_write(device):
     assert device.run("-start").result() == (NO_MODE, b"", 4)
     assert device.run("-stop").result() == (NO_MODE, b"", 5)
     assert device.calls() == []
+
+
+UNTRUSTED = {
+    "the file": f"chmod o+w {AGENT_CONFIG}",
+    "its directory": "chmod o+w /etc/orv.d/ZENTORAGENT3000",
+    "a link into a directory of everybody's": f"mkdir -m 1777 /run/all; mv {AGENT_CONFIG} /run/all; ln -s /run/all/config.xml {AGENT_CONFIG}",
+}
+
+
+@pytest.mark.parametrize("damage", UNTRUSTED.values(), ids=UNTRUSTED.keys())
+def test_configuration_that_others_may_write_decides_nothing(device, damage):
+    planted = b"<FrameworkDataDirectory>/run/planted</FrameworkDataDirectory><AgentBinDirectory>/run</AgentBinDirectory>"
+    device.edit(AGENT_CONFIG, b"</Configuration>", planted + b"</Configuration>")
+    assert device.run("-start", before="mkdir /run/planted; " + damage).result() == (NO_MODE, b"", 4)
+    assert device.run("-stop").result() == (NO_MODE, b"", 5)
+    assert device.run("-CustomProps1", "a").status == 0
+    assert device.calls() == []
+    assert list(device.path("/run/planted").iterdir()) == []
+    assert device.path(SCRATCH + "/CustomProps.xml").exists()
+    errors = [text for mark, text in device.log() if mark == "E"]
+    assert len(errors) == 3, "one line a run"
+    for text in errors:
+        assert text.startswith(AGENT_CONFIG + ": ") and text.endswith("can be written by others")
+
+
+def test_plug_in_whose_configuration_is_refused_is_named_in_the_log(device):
+    config = "/etc/orv.d/SCANNER2000/config.xml"
+    device.path(config).write_bytes(b"<Configuration>")
+    assert device.run("-start", "-stop").result() == (NO_MODE, b"", 0)
+    assert not any("scanner" in call for call in device.calls())
+    (error,) = [text for mark, text in device.log() if mark == "E"]
+    assert error.startswith(config + ": XML document with ")
 
 
 def test_configuration_directory_that_a_group_may_write_is_fine(device):

@@ -6,7 +6,8 @@
 namespace quorvane_com::orv::configuration {
 
 /// The process-wide configuration object. It reads the agent's own "config.xml", in the first directory under the
-/// configuration directory whose name contains "ZENTORAGENT", each time it is asked.
+/// configuration directory whose name contains "ZENTORAGENT", each time it is asked. Only a file that is trusted
+/// (platform/config_directory.h) names a directory; why another one was refused goes to the agent log.
 class IConfiguration {
  public:
   /// The one object of the process.
@@ -17,8 +18,8 @@ class IConfiguration {
   /// Sets the directory in which the products' directories stand. Before the first call it is the agent's usual one.
   virtual void SetConfigurationDirectory(const std::wstring& directory) = 0;
 
-  /// The text of `AgentBinDirectory`, or "/opt/Quorvane/orv/bin" where the file is missing or does not load, or has no
-  /// such element or an empty one. Never fails.
+  /// The text of `AgentBinDirectory`, or "/opt/Quorvane/orv/bin" where the file is missing, is not trusted or does not
+  /// load, or has no such element or a blank one. Never fails.
   [[nodiscard]] virtual std::wstring GetAgentBinDirectory() const = 0;
 
   /// The same for `FrameworkDataDirectory` and "/opt/Quorvane/orv/scratch".

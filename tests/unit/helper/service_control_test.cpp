@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "support/agent_on_device.h"
+#include "support/log.h"
 #include "support/private_device.h"
 
 #include "helper/unix_command_line_helper.h"
@@ -240,7 +241,41 @@ TEST_F(ServiceControl, RunsNothingThatOthersMayHaveWrittenForAPlugIn) {
 
   ASSERT_EQ(::chmod("/tmp/linked.xml", 0644), 0);
   expectStart(true);
-  EXPECT_EQ(calls(), (Lines{"agent start", "agent stop", "agent start", "plugin load LINKED"}));
+  EXPECT_EQ(calls(), (Lines{"agent start", "agent stop", "agent start"})) << "others may write to /tmp";
+  ASSERT_EQ(::unlink("/tmp/calls"), 0);
+  ASSERT_EQ(::unlink("/etc/orv.d/LINKED/config.xml"), 0);
+  ASSERT_EQ(::rename("/tmp/linked.xml", "/opt/Quorvane/linked.xml"), 0);
+  ASSERT_EQ(::symlink("/opt/Quorvane/linked.xml", "/etc/orv.d/LINKED/config.xml"), 0);
+  expectStart(true);
+  EXPECT_EQ(calls(), (Lines{"agent start", "plugin load LINKED"}));
+}
+
+TEST_F(ServiceControl, SaysOnceInTheLogWhyAFileIsNotUsed) {
+  putDirectory("/opt/Quorvane/orv/scratch");
+  putAgent();
+  putPlugIn("SAID_WRITABLE");
+  putFile("/etc/orv.d/SAID_MALFORMED/config.xml", "<Other/>");
+  putDirectory("/etc/orv.d/SAID_MISSING");
+  ASSERT_EQ(::chmod("/etc/orv.d/SAID_WRITABLE/config.xml", 0646), 0);
+  for (int again = 0; again < 2; ++again) {
+    expectStart(true);
+    expectStop(true);
+  }
+  Lines errors = kelt::tests::errorsLogged();
+  std::sort(errors.begin(), errors.end());
+  EXPECT_EQ(errors,
+            (Lines{"/etc/orv.d/SAID_MALFORMED/config.xml: XML document with another root element than Configuration",
+                   "/etc/orv.d/SAID_WRITABLE/config.xml: can be written by others"}));
+}
+
+TEST_F(ServiceControl, SaysInTheLogWhyTheAgentsFileIsNotUsed) {
+  putDirectory("/opt/Quorvane/orv/scratch");
+  putProduct("ZENTORAGENT-said", {{"StartCommand", m_agent + " start"}, {"StopCommand", m_agent + " stop"}});
+  ASSERT_EQ(::chmod("/etc/orv.d/ZENTORAGENT-said", 0777), 0);
+  expectStart(false);
+  expectStop(false);
+  EXPECT_EQ(kelt::tests::errorsLogged(), Lines{"/etc/orv.d/ZENTORAGENT-said/config.xml: /etc/orv.d/ZENTORAGENT-said: "
+                                               "can be written by others"});
 }
 
 TEST_F(ServiceControl, RunsNothingFromDirectoriesThatAreNotRoots) {

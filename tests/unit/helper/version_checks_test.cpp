@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <sys/stat.h>
 #include <time.h>
 
 #include "support/private_device.h"
@@ -101,6 +102,17 @@ TEST_F(VersionChecksTest, WithoutALoadableConfigurationBothFailSilently) {
   EXPECT_EQ(m_out, "");
   tests::putFile(kConfig, "<Other><Version>5.7</Version></Other>");
   EXPECT_FALSE(bVersion(L"5.7-HF1"));
+  EXPECT_EQ(m_out, "");
+}
+
+TEST_F(VersionChecksTest, TheFileIsAskedWhoeverMayWriteToItButTheDirectoryIsJudged) {
+  putConfig("<Version>5.7</Version><HotFixVersions>A</HotFixVersions>");
+  ASSERT_EQ(::chmod(kConfig, 0666), 0);
+  EXPECT_TRUE(bVersion(L"5.7-HF1"));
+  EXPECT_TRUE(bConflictFree(L"B"));
+  ASSERT_EQ(::chmod("/etc/orv.d", 0777), 0);
+  EXPECT_FALSE(bVersion(L"5.7-HF1"));
+  EXPECT_FALSE(bConflictFree(L"B"));
   EXPECT_EQ(m_out, "");
 }
 

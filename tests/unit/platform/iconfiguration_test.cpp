@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/private_device.h"
@@ -79,6 +80,25 @@ TEST_F(Configuration, GivesTheDefaultsForAFileThatDoesNotLoad) {
     putFile(kAgent + "/config.xml", content);
     expectDefaults();
   }
+}
+
+TEST_F(Configuration, GivesTheDefaultsForAFileThatOthersMayHaveWritten) {
+  const std::string content = configuration(
+      "<AgentBinDirectory>/a</AgentBinDirectory>"
+      "<FrameworkDataDirectory>/b</FrameworkDataDirectory>");
+  putFile(kAgent + "/config.xml", content, 0666);
+  expectDefaults();
+  ASSERT_EQ(::chmod((kAgent + "/config.xml").c_str(), 0644), 0);
+  EXPECT_EQ(m_configuration.GetFrameworkDataDirectory(), L"/b");
+  for (const std::string& directory : {kAgent, std::string("/etc/orv.d")}) {
+    ASSERT_EQ(::chmod(directory.c_str(), 0777), 0);
+    expectDefaults();
+    ASSERT_EQ(::chmod(directory.c_str(), 0755), 0);
+  }
+  ASSERT_EQ(::unlink((kAgent + "/config.xml").c_str()), 0);
+  putFile("/tmp/config.xml", content);
+  ASSERT_EQ(::symlink("/tmp/config.xml", (kAgent + "/config.xml").c_str()), 0);
+  expectDefaults();
 }
 
 TEST_F(Configuration, GivesTheDefaultForAMissingOrBlankElementAlone) {

@@ -1,0 +1,13 @@
+#pragma once
+// Saying why a file was refused, where the console's texts do not.
+
+#include "base/result.h"
+
+namespace kelt::platform {
+
+/// Writes the message of `error`, which should name the path and the reason, to the agent log as an error, once in the
+/// life of the process however often it comes. What is merely missing (kNotFound) was not refused and is not logged.
+/// Never fails: where there is no memory for it, nothing is logged.
+void logRefusal(const base::Error& error) noexcept;
+
+}  // namespace kelt::platform

@@ -1,0 +1,63 @@
+#include "platform/refusals.h"
+
+#include <cerrno>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+#include "support/log.h"
+#include "support/private_device.h"
+
+#include "platform/iconfiguration.h"
+
+namespace kelt::platform {
+namespace {
+
+using base::Error;
+using base::ErrorKind;
+using quorvane_com::orv::configuration::IConfiguration;
+using tests::errorsLogged;
+using tests::putDirectory;
+using tests::putFile;
+using Lines = std::vector<std::string>;
+
+// Each test refuses paths of its own: what was said once in this process is not said again.
+class Refusals : public tests::PrivateDevice {
+ protected:
+  void SetUp() override {
+    PrivateDevice::SetUp();
+    putDirectory("/opt/Quorvane/orv/scratch");
+    IConfiguration::GetConfiguration().SetConfigurationDirectory(L"/etc/orv.d");
+  }
+};
+
+TEST_F(Refusals, AreLoggedOnceEach) {
+  const Error one{ErrorKind::kRefused, 0, "/refusals/one: is not a regular file"};
+  const Error two{ErrorKind::kMalformed, 0, "/refusals/two: line 3"};
+  for (const Error& error : {one, two, one, one, two})
+    logRefusal(error);
+  EXPECT_EQ(errorsLogged(), (Lines{one.message, two.message}));
+}
+
+TEST_F(Refusals, DoNotIncludeWhatIsMissing) {
+  logRefusal(base::systemError("open /refusals/missing", ENOENT));
+  EXPECT_EQ(errorsLogged(), Lines{});
+  logRefusal(base::systemError("open /refusals/secret", EACCES));
+  EXPECT_EQ(errorsLogged(), Lines{"open /refusals/secret: Permission denied"});
+}
+
+TEST_F(Refusals, OfTheConfigurationThatNamesTheLogGoToTheUsualLog) {
+  putDirectory("/tmp/planted");
+  putFile("/etc/orv.d/ZENTORAGENT-log/config.xml",
+          "<Configuration><FrameworkDataDirectory>/tmp/planted</FrameworkDataDirectory></Configuration>", 0666);
+  const IConfiguration& configuration = IConfiguration::GetConfiguration();
+  for (int again = 0; again < 2; ++again) {
+    EXPECT_EQ(configuration.GetFrameworkDataDirectory(), L"/opt/Quorvane/orv/scratch");
+    EXPECT_EQ(configuration.GetAgentBinDirectory(), L"/opt/Quorvane/orv/bin");
+  }
+  EXPECT_EQ(errorsLogged(), Lines{"/etc/orv.d/ZENTORAGENT-log/config.xml: can be written by others"});
+  EXPECT_EQ(tests::namesIn("/tmp/planted"), Lines{});
+}
+
+}  // namespace
+}  // namespace kelt::platform
