@@ -3,42 +3,71 @@
 #include <array>
 #include <climits>
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include "base/trusted_file.h"
 
 namespace kelt::base {
 namespace {
 
+constexpr const char* kBinary = "/proc/self/exe";
+
 /// The directory of the running binary; empty when the system does not tell.
 std::string directoryOfBinary() {
   std::array<char, PATH_MAX> link{};
-  const ssize_t length = ::readlink("/proc/self/exe", link.data(), link.size());
+  const ssize_t length = ::readlink(kBinary, link.data(), link.size());
   if (length <= 0) return {};
   const std::string path(link.data(), static_cast<std::size_t>(length));
   return path.substr(0, path.rfind('/'));
 }
 
-Error loaderError(const std::string& path) {
-  const char* reason = ::dlerror();
-  return {ErrorKind::kSystem, 0, reason != nullptr ? reason : path + ": cannot be loaded"};
+/// Root, and whoever could have changed the binary itself.
+Trust ownersOfParts() {
+  struct stat info {};
+  const bool bKnown = ::stat(kBinary, &info) == 0;
+  return {.owner = bKnown ? info.st_uid : 0, .bJudgesGroup = true};
 }
 
-Result<void*> loadFrom(const std::string& path, const char* symbol) {
-  void* module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (module == nullptr) return loaderError(path);
+std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
+  for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+    text.replace(at, from.size(), to);
+  return text;
+}
+
+/// The loader's message, with the path by which people know the part in place of the one by which it was loaded.
+Error loaderError(const std::string& loaded, const std::string& path) {
+  const char* reason = ::dlerror();
+  if (reason == nullptr) return {ErrorKind::kSystem, 0, path + ": cannot be loaded"};
+  return {ErrorKind::kSystem, 0, replaceAll(reason, loaded, path)};
+}
+
+/// Loads what was judged: by its name in the open directory, in which none but its owner can put another file there.
+/// Not by the descriptor of the file, since the part may look for its libraries beside itself ($ORIGIN).
+Result<void*> loadJudged(OpenedFile part, const char* symbol) {
+  const std::string loaded = "/proc/self/fd/" + std::to_string(part.directory.get()) + "/" + part.name;
+  void* module = ::dlopen(loaded.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (module == nullptr) return loaderError(loaded, part.path);
+  // Open to the end, as the part is: the loader keeps the path, and no other directory must ever stand for it.
+  static_cast<void>(part.directory.release());
   void* address = ::dlsym(module, symbol);
-  if (address == nullptr) return loaderError(path);
+  if (address == nullptr) return loaderError(loaded, part.path);
   return address;
 }
 
 }  // namespace
 
 Result<void*> loadModuleSymbol(const std::string& name, const char* symbol) {
-  const std::string file = "/keltconfig-" + name + ".so";
+  const std::string file = "keltconfig-" + name + ".so";
+  const Trust trust = ownersOfParts();
   for (const std::string& directory : {directoryOfBinary(), std::string(KELT_MODULE_DIR)}) {
-    const std::string path = directory + file;
-    if (!directory.empty() && ::access(path.c_str(), F_OK) == 0) return loadFrom(path, symbol);
+    if (directory.empty()) continue;
+    auto part = openTrusted(AT_FDCWD, "", directory, file, trust);
+    if (part) return loadJudged(std::move(part).value(), symbol);
+    if (part.error().kind != ErrorKind::kNotFound) return part.error();
   }
-  return Error{ErrorKind::kNotFound, 0, "keltconfig-" + name + ".so: not installed"};
+  return Error{ErrorKind::kNotFound, 0, file + ": not installed"};
 }
 
 }  // namespace kelt::base

@@ -91,10 +91,10 @@ Result<OpenedFile> openTrusted(int from, const std::string& fromPath, const std:
   auto place = openPlace(from, fromPath, directory, name);
   for (int links = 0; place && links <= kMaxLinks; ++links) {
     Place& here = place.value();
-    if (const Status judged = judge(here.directory.get(), here.directoryPath, trust); !judged) return judged.error();
     // Looked at before it is opened: merely opening a FIFO or a device can have an effect.
     const UniqueFd entry(::openat(here.directory.get(), here.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (!entry) return systemError("open " + here.path());
+    if (const Status judged = judge(here.directory.get(), here.directoryPath, trust); !judged) return judged.error();
     struct stat info {};
     if (::fstat(entry.get(), &info) != 0) return systemError("examine " + here.path());
     if (S_ISREG(info.st_mode)) return openHere(std::move(here), trust);

@@ -33,8 +33,8 @@ struct OpenedFile {
 /// relative to the open directory `from`, which messages call `fromPath`. Where the file is a symbolic link, that is
 /// followed step by step: the directory of each link, the directory that the file stands in, and the file are judged by
 /// `trust`, each by its own descriptor, so that nobody who is not trusted can exchange one of them in between.
-/// Directories above these are not judged. Errors: kNotFound; kRefused for what is not trusted, not a regular file, or
-/// behind too many links; kSystem.
+/// Directories above these are not judged. Errors: kNotFound, whoever may write to the directory; kRefused for what is
+/// not trusted, not a regular file, or behind too many links; kSystem.
 [[nodiscard]] Result<OpenedFile> openTrusted(int from, const std::string& fromPath, const std::string& directory,
                                              const std::string& name, const Trust& trust);
 

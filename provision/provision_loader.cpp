@@ -2,6 +2,7 @@
 
 #include "base/console.h"
 #include "base/module_loader.h"
+#include "platform/refusals.h"
 #include "provision/messages.h"
 #include "provision/provision.h"
 #include "provision/provision_entry.h"
@@ -16,6 +17,7 @@ int Provision::iGetProvisionFiles(const std::wstring& dir, const std::string& se
   ::prctl(PR_SET_DUMPABLE, 0);
   const auto entry = base::loadModuleSymbol("provision", kProvisionEntry);
   if (!entry) {
+    platform::logRefusal(entry.error());
     base::print(messages::kInitializing);
     base::print(messages::kNotInitialized);
     base::print("\n" + std::string(messages::kNotLoadable) + entry.error().message + "\n");

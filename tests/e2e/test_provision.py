@@ -63,21 +63,54 @@ def test_an_empty_reply_hints_at_the_credentials(served):
     assert run.result() == (NO_MODE + CONTACTED + b" OK\nExamining response... ERROR\n" + HINT, b"", 40)
 
 
-def test_a_tool_without_its_provisioning_part(served, tmp_path, binary):
+PARTS = ["keltconfig-crypto.so", "keltconfig-provision.so"]
+
+
+def copy_tool(device, binary, tmp_path, parts):
+    """Makes `device` run a copy of the tool with these parts beside it, and returns their directory."""
     alone = tmp_path / "bin"
     alone.mkdir()
-    for name in ["keltconfig", "keltconfig-crypto.so"]:
+    for name in ["keltconfig", *parts]:
         (alone / name).write_bytes((binary.parent / name).read_bytes())
         (alone / name).chmod(0o755)
-    served.binary = alone / "keltconfig"
-    run = served.run("-m", "-d", "/run", "-z", "-e", "127.0.0.1", *ACCESS)
-    assert run.result() == (
+    device.binary = alone / "keltconfig"
+    return alone
+
+
+def unavailable(reason):
+    return (
         NO_MODE + b"Initializing CURL...\nCurl initialization ERROR\n0\n"
-        b"Error : Provisioning is not available on this device, keltconfig-provision.so: not installed\n",
+        b"Error : Provisioning is not available on this device, " + reason.encode() + b"\n",
         b"",
         31,
     )
+
+
+def test_a_tool_without_its_provisioning_part(served, tmp_path, binary):
+    copy_tool(served, binary, tmp_path, PARTS[:1])
+    run = served.run("-m", "-d", "/run", "-z", "-e", "127.0.0.1", *ACCESS)
+    assert run.result() == unavailable("keltconfig-provision.so: not installed")
     assert served.calls() == []
+
+
+@pytest.mark.parametrize("which", ["keltconfig-provision.so", "."])
+def test_a_provisioning_part_that_others_may_write_is_not_loaded(served, tmp_path, binary, which):
+    open_to_all = copy_tool(served, binary, tmp_path, PARTS) / which
+    open_to_all.chmod(0o777)
+    run = served.run("-m", "-d", "/run", "-z", "-e", "127.0.0.1", *ACCESS)
+    assert run.result() == unavailable(f"{open_to_all}: can be written by others")
+    assert served.calls() == []
+    assert served.log().count(("E", f"{open_to_all}: can be written by others")) == 1
+
+
+def test_a_crypto_part_that_others_may_write_is_not_loaded(device, package, tmp_path, binary):
+    part = copy_tool(device, binary, tmp_path, PARTS) / "keltconfig-crypto.so"
+    part.chmod(0o757)
+    run = device.run("-m", "-d", package())
+    # As without the part: the import fails, and the agent is started again.
+    assert (run.err, run.status) == (b"", 1)
+    assert device.calls() == device.stopping() + device.starting()
+    assert device.log().count(("E", f"{part}: can be written by others")) == 1
 
 
 def test_only_a_provisioning_loads_what_it_needs(served, package):
