@@ -1,9 +1,11 @@
 #include "app/driver.h"
 #include "app/exit_status.h"
+#include "base/environment.h"
 #include "base/signals.h"
 #include "base/standard_descriptors.h"
 
 int main(int argc, char** argv) {
+  kelt::base::shedEnvironment();
   if (!kelt::base::openStandardDescriptors()) return kelt::app::kNoStandardDescriptors;
   kelt::base::ignoreOutputSignals();
   try {

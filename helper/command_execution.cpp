@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "base/environment.h"
 #include "base/signals.h"
 #include "helper/unix_command_line_helper.h"
 
@@ -22,6 +23,7 @@ bool bBlank(char c) {
 /// Becomes the program that `arguments` (null-terminated) names, or ends.
 [[noreturn]] void runInChild(char* const* arguments) {
   base::resetSignalsForChild();
+  base::giveEnvironmentBack();
   // The tool's own library path is no business of the agent's programs.
   ::unsetenv("LD_LIBRARY_PATH");  // NOLINT(concurrency-mt-unsafe): there is one thread
   if (*arguments != nullptr) ::execvp(*arguments, arguments);

@@ -36,7 +36,8 @@ class unixCommandLineHelper : public CommandLineHelper {
   /// stay in the parts.
   void splitStringToParameters(std::wstring commandLine, std::vector<std::string>& parameters) const;
 
-  /// Runs a command line as a child, without a shell, found through PATH, without LD_LIBRARY_PATH, and waits for it.
+  /// Runs a command line as a child, without a shell, found through PATH, and waits for it. The child has the
+  /// environment that the tool was started with (base/environment.h) without LD_LIBRARY_PATH.
   /// Returns true whatever became of the child.
   bool ExecCmd(AString commandLine) const;
 
