@@ -6,8 +6,8 @@
 
 #include "key_store.h"
 
-#include "base/file_read.h"
 #include "platform/crypto.h"
+#include "platform/refusals.h"
 
 namespace quorvane_com::QV::crypto {
 namespace {
@@ -64,9 +64,23 @@ std::optional<Values> parse(std::string_view text) {
 
 std::optional<Values> readValues() {
   const std::string store = kelt::platform::keyStorePath();
-  if (!kelt::platform::checkKeyStore(store)) return std::nullopt;
-  const auto text = kelt::base::readText(store + "/" + kFileName, kMaxSize);
-  return text ? parse(text.value()) : std::nullopt;
+  const auto file = kelt::platform::readStored(store, kFileName, kMaxSize);
+  if (!file) {
+    kelt::platform::logRefusal(file.error());
+    return std::nullopt;
+  }
+  const auto values = parse(std::string(file.value().begin(), file.value().end()));
+  if (!values) {
+    const std::string why = store + "/" + kFileName + ": is no record of mode and key size";
+    kelt::platform::logRefusal({kelt::base::ErrorKind::kMalformed, 0, why});
+  }
+  return values;
+}
+
+/// Whether it was done; why not goes to the log.
+bool bLogged(const kelt::base::Status& status) {
+  if (!status) kelt::platform::logRefusal(status.error());
+  return status.ok();
 }
 
 bool bOfEnumeration(Mode mode) {
@@ -95,9 +109,9 @@ bool KeyConf::SetCryptoMode(Mode mode, KeySize keySize) {
   const std::string text = "mode=" + std::to_string(static_cast<int>(mode)) +
                            "\nkeysize=" + std::to_string(static_cast<int>(keySize)) + "\n";
   const std::string store = kelt::platform::keyStorePath();
-  if (!kelt::platform::prepareKeyStore(store)) return false;
+  if (!bLogged(kelt::platform::prepareKeyStore(store))) return false;
   const std::vector<unsigned char> bytes(text.begin(), text.end());
-  return kelt::platform::storeFile(store, kFileName, bytes).ok();
+  return bLogged(kelt::platform::storeFile(store, kFileName, bytes));
 }
 
 }  // namespace quorvane_com::QV::crypto

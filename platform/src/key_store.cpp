@@ -14,6 +14,7 @@
 #include "base/utf.h"
 #include "platform/afile.h"
 #include "platform/iconfiguration.h"
+#include "platform/refusals.h"
 
 namespace kelt::platform {
 namespace {
@@ -26,6 +27,7 @@ using KeyType = KeyStore::KeyType;
 
 /// A key of 16384 bits takes 13 KB as text.
 constexpr std::size_t kMaxKeyFile = std::size_t{64} * 1024;
+constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
 
 const char* fileNameOf(KeyType type) {
   switch (type) {
@@ -57,7 +59,7 @@ Status setMode(int fd, mode_t mode, const std::string& path) {
   return base::systemError("set the mode of " + path);
 }
 
-/// Opens the directory and judges it by what was opened.
+/// Opens the directory, judges it by what was opened, and takes the rights of others away.
 Result<base::UniqueFd> openKeyStore(const std::string& path) {
   base::UniqueFd directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!directory) {
@@ -67,8 +69,28 @@ Result<base::UniqueFd> openKeyStore(const std::string& path) {
   struct stat info {};
   if (::fstat(directory.get(), &info) != 0) return base::systemError("examine " + path);
   if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
-  if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) return refused(path, "can be written by others");
+  // From here on nobody else puts anything there; what is there already is judged file by file.
+  const Status narrowed = setMode(directory.get(), 0700, path);
+  if (!narrowed && (info.st_mode & kOthersWrite) != 0) return narrowed.error();
   return directory;
+}
+
+/// Opens a file of the open key store and judges it by what was opened: others may have put files there while they had
+/// the right to, and names for files of ours.
+Result<base::UniqueFd> openStored(int store, const std::string& storePath, const char* name) {
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  const std::string path = storePath + "/" + name;
+  base::UniqueFd file(::openat(store, name, kFlags));
+  if (!file) {
+    if (errno == ELOOP) return refused(path, "is a symbolic link");
+    return base::systemError("open " + path);
+  }
+  struct stat info {};
+  if (::fstat(file.get(), &info) != 0) return base::systemError("examine " + path);
+  if (!S_ISREG(info.st_mode)) return refused(path, "is not a regular file");
+  if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
+  if (info.st_nlink > 1) return refused(path, "has other names");
+  return file;
 }
 
 Status makeDirectory(const std::string& path) {
@@ -79,18 +101,10 @@ Status makeDirectory(const std::string& path) {
 }
 
 /// base::replaceFile keeps owner and mode of what it replaces and follows links, which a secret must not rely on.
-Status takeOwnership(const std::string& path) {
-  const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!file) {
-    if (errno == ENOENT) return {};
-    if (errno == ELOOP) return refused(path, "is a symbolic link");
-    return base::systemError("open " + path);
-  }
-  struct stat info {};
-  if (::fstat(file.get(), &info) != 0) return base::systemError("examine " + path);
-  if (!S_ISREG(info.st_mode)) return refused(path, "is not a regular file");
-  if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
-  return setMode(file.get(), 0600, path);
+Status takeOwnership(int store, const std::string& storePath, const char* name) {
+  const auto file = openStored(store, storePath, name);
+  if (!file) return file.error().kind == ErrorKind::kNotFound ? Status() : file.error();
+  return setMode(file.value().get(), 0600, storePath + "/" + name);
 }
 
 /// Removes one file of the key store; one that is not there counts as removed.
@@ -106,11 +120,6 @@ std::string keyStorePath() {
   return base::toUtf8(APath(data, base::toWide(paths::kKeyStoreDirName)).str());
 }
 
-Status checkKeyStore(const std::string& path) {
-  const auto directory = openKeyStore(path);
-  return directory ? Status() : directory.error();
-}
-
 Status prepareKeyStore(const std::string& path) {
   if (Status made = makeDirectory(path); !made) return made;
   const auto directory = openKeyStore(path);
@@ -118,10 +127,23 @@ Status prepareKeyStore(const std::string& path) {
   return setMode(directory.value().get(), 0700, path);
 }
 
-Status storeFile(const std::string& store, const char* name, std::span<const unsigned char> data) {
+Result<base::SecretBytes> readStored(const std::string& store, const char* name, std::size_t limit) {
+  const auto directory = openKeyStore(store);
+  if (!directory) return directory.error();
+  const auto file = openStored(directory.value().get(), store, name);
+  if (!file) return file.error();
   const std::string path = store + "/" + name;
-  if (Status owned = takeOwnership(path); !owned) return owned;
-  return base::replaceFile(path, data, {.mode = 0600});
+  struct stat info {};
+  if (::fstat(file.value().get(), &info) != 0) return base::systemError("examine " + path);
+  if ((info.st_mode & kOthersWrite) != 0) return refused(path, "can be written by others");
+  return base::readAll(file.value().get(), path, limit);
+}
+
+Status storeFile(const std::string& store, const char* name, std::span<const unsigned char> data) {
+  const auto directory = openKeyStore(store);
+  if (!directory) return directory.error();
+  if (Status owned = takeOwnership(directory.value().get(), store, name); !owned) return owned;
+  return base::replaceFile(store + "/" + name, data, {.mode = 0600});
 }
 
 KeyStore::KeyStore(std::string path, CryptoEngine& engine, const Logger* logger)
@@ -147,9 +169,11 @@ bool KeyStore::importKey(KeyType type, const unsigned char* bytes, std::size_t l
 bool KeyStore::exportKey(KeyType type, ABuffer& out) {
   const char* name = fileNameOf(type);
   if (name == nullptr || !bPublic(type)) return false;
-  const auto file = base::readFile(m_path + "/" + name, kMaxKeyFile);
+  const auto file = readStored(m_path, name, kMaxKeyFile);
+  if (!file) logRefusal(file.error());
   if (!file) return false;
   const auto key = m_engine.publicKey(file.value());
+  if (!key) logRefusal({key.error().kind, 0, m_path + "/" + name + ": " + key.error().message});
   if (!key) return false;
   out = ABuffer(std::span<const unsigned char>(key.value()));
   return true;
@@ -168,8 +192,12 @@ Status KeyStore::importBytes(KeyType type, std::span<const unsigned char> file) 
 
 bool KeyStore::bReported(const Status& status, const std::string& subject) const {
   if (status) return true;
-  if (m_logger != nullptr) {
-    m_logger->info(base::toWide("The key in " + subject + " was not imported: " + status.error().message));
+  if (m_logger == nullptr) return false;
+  const std::wstring text = base::toWide("The key in " + subject + " was not imported: " + status.error().message);
+  if (status.error().kind == ErrorKind::kNotFound) {
+    m_logger->info(text);
+  } else {
+    m_logger->error(text);
   }
   return false;
 }

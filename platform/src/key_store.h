@@ -7,6 +7,7 @@
 #include "crypto_engine.h"
 
 #include "base/result.h"
+#include "base/secret.h"
 #include "platform/crypto.h"
 
 namespace kelt::platform {
@@ -14,21 +15,24 @@ namespace kelt::platform {
 /// The path of the key store, from the agent's configuration as it stands now.
 [[nodiscard]] std::string keyStorePath();
 
-/// Makes sure that the key store at `path` may be read: a directory, not a link to one, that belongs to the effective
-/// user and that nobody else can write to. Changes nothing. Errors: kNotFound, kRefused, kSystem.
-[[nodiscard]] base::Status checkKeyStore(const std::string& path);
-
-/// Makes sure that the key store may be written: makes it where it is missing (its parent has to be there), takes away
-/// the rights of others to read it, and otherwise judges as checkKeyStore. Errors: kRefused, kSystem.
+/// Makes sure that the key store at `path` may be written: makes it where it is missing (its parent has to be there)
+/// and takes away all rights of others to it. Errors: kRefused, with nothing changed, where it is not a directory, or a
+/// link to one, or does not belong to the effective user; kSystem.
 [[nodiscard]] base::Status prepareKeyStore(const std::string& path);
 
+/// Reads the file `name` of the key store, of at most `limit` bytes. Takes the rights of others to the key store away
+/// first; where that is not possible, it goes on only if they could write nothing there. Errors: kNotFound; kRefused as
+/// prepareKeyStore, and for a link, anything else that is not a regular file, a file of somebody else or with a second
+/// name, and one that others may write to; kTooLarge; kSystem.
+[[nodiscard]] base::Result<base::SecretBytes> readStored(const std::string& store, const char* name, std::size_t limit);
+
 /// Replaces the file `name` of the prepared key store by `data`, 0600 whatever its mode was. Errors: kRefused, with
-/// nothing changed, for a link, anything else that is not a regular file, and a file of somebody else; kSystem as
+/// nothing changed, as readStored, except that others may have had the right to write to it; kSystem as
 /// base::replaceFile.
 [[nodiscard]] base::Status storeFile(const std::string& store, const char* name, std::span<const unsigned char> data);
 
-/// The key store on files. Why an import was refused goes to the logger's information callback; what that means to the
-/// run is the caller's to say.
+/// The key store on files. Why an import was refused goes to the logger's error callback, or to its information
+/// callback where a file is merely missing; what that means to the run is the caller's to say.
 class KeyStore final : public quorvane_com::QV::crypto::IKeyManagement {
  public:
   using KeyType = quorvane_com::QV::crypto::KeyType;

@@ -141,3 +141,23 @@ def test_start_stop_and_key_import_in_their_order(device, package):
     assert device.run("-k", "-stop", "-start").status == 0
     assert device.calls() == device.starting() + device.stopping() + device.stopping() + device.starting()
     assert device.calls().count(STOP) == 2
+
+
+def test_a_key_store_with_wider_permissions_is_narrowed(device, package):
+    assert device.run("-m", "-d", package()).status == 0
+    device.path(KEYSTORE).chmod(0o777)
+    assert device.run("-start").result() == (b"", b"", 0)  # the crypto mode is found
+    assert device.path(KEYSTORE).stat().st_mode & 0o7777 == 0o700
+    device.path(KEYSTORE).chmod(0o1777)
+    assert device.run("-m", "-d", package()).result() == (b"", b"", 0)
+    assert device.path(KEYSTORE).stat().st_mode & 0o7777 == 0o700
+    assert not any(mark == "E" for mark, _ in device.log())
+
+
+def test_a_record_of_the_crypto_mode_that_others_may_have_put_there_is_refused(device, package):
+    assert device.run("-m", "-d", package()).status == 0
+    record = device.path(KEYSTORE + "/keyconf.ini")
+    record.rename(device.path("/run/record"))
+    record.symlink_to("/run/record")
+    assert device.run("-start").result() == (NO_MODE, b"", 0)
+    assert ("E", f"{KEYSTORE}/keyconf.ini: is a symbolic link") in device.log()

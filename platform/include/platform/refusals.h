@@ -5,9 +5,9 @@
 
 namespace kelt::platform {
 
-/// Writes the message of `error`, which should name the path and the reason, to the agent log as an error, once in the
-/// life of the process however often it comes. What is merely missing (kNotFound) was not refused and is not logged.
-/// Never fails: where there is no memory for it, nothing is logged.
+/// Writes the message of `error`, which should name the path and the reason, to the agent log as an error of the source
+/// "files", once in the life of the process however often it comes. What is merely missing (kNotFound) was not refused
+/// and is not logged. Never fails: where there is no memory for it, nothing is logged.
 void logRefusal(const base::Error& error) noexcept;
 
 }  // namespace kelt::platform

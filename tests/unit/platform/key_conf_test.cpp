@@ -92,13 +92,27 @@ TEST_F(KeyConfTest, ReadsNothingWhereAValueIsMissingOrNotOfItsEnumeration) {
   EXPECT_FALSE(bRead("mode=2\nkeysize=1\n" + std::string(100'000, '\n')));
 }
 
-TEST_F(KeyConfTest, TrustsNoKeyStoreThatOthersCanWriteTo) {
+TEST_F(KeyConfTest, ClosesAKeyStoreThatOthersCouldWriteToAndGoesOn) {
   ASSERT_TRUE(bRead("mode=0\nkeysize=1\n"));
   putDirectory(kStore, 0777);
   Mode mode{77};
+  EXPECT_TRUE(KeyConf().getCryptoMode(mode));
+  EXPECT_EQ(mode, Mode::kFips);
+  EXPECT_EQ(modeOf(kStore), 0700U);
+  putDirectory(kStore, 0777);
+  EXPECT_TRUE(KeyConf().SetCryptoMode(Mode::kNonFips, KeySize::kLower));
+  EXPECT_EQ(modeOf(kStore), 0700U);
+  EXPECT_EQ(contentOf(kFile), "mode=2\nkeysize=0\n");
+}
+
+TEST_F(KeyConfTest, TrustsNoRecordThatOthersMayHavePutThere) {
+  ASSERT_TRUE(bRead("mode=0\nkeysize=1\n"));
+  ASSERT_EQ(::rename(kFile.c_str(), "/tmp/record"), 0);
+  ASSERT_EQ(::symlink("/tmp/record", kFile.c_str()), 0);
+  Mode mode{77};
   EXPECT_FALSE(KeyConf().getCryptoMode(mode));
   EXPECT_FALSE(KeyConf().SetCryptoMode(Mode::kNonFips, KeySize::kLower));
-  EXPECT_EQ(contentOf(kFile), "mode=0\nkeysize=1\n");
+  EXPECT_EQ(contentOf("/tmp/record"), "mode=0\nkeysize=1\n");
 }
 
 TEST_F(KeyConfTest, RecordsNothingThatIsNotOfTheEnumerations) {

@@ -92,9 +92,9 @@ TEST_F(KeyStoreTest, LeavesTheStoreAsItWasWhenAFileIsNoKeyOfTheKindAndSaysWhy) {
   EXPECT_EQ(namesIn(kStore), Names{"server-public.der"});
   EXPECT_EQ(contentOf(kStore + "/server-public.der"), testKey("rsa1024.spki.der"));
   EXPECT_EQ(said(),
-            L"I The key in /tmp/secret.bin was not imported: not an RSA public key\n"
-            L"I The key in /tmp was not imported: /tmp: not a regular file\n"
-            L"I The key in memory was not imported: empty\n");
+            L"E The key in /tmp/secret.bin was not imported: not an RSA public key\n"
+            L"E The key in /tmp was not imported: /tmp: not a regular file\n"
+            L"E The key in memory was not imported: empty\n");
 }
 
 TEST_F(KeyStoreTest, SaysThatAFileIsNotThere) {
@@ -194,11 +194,10 @@ TEST_F(KeyStoreDirectory, IsMadeForItsOwnerOnlyWhateverTheUmask) {
   ::umask(022);
   EXPECT_TRUE(bPrepared);
   EXPECT_EQ(modeOf(kStore), 0700U);
-  EXPECT_TRUE(checkKeyStore(kStore).ok());
 }
 
 TEST_F(KeyStoreDirectory, IsNotMadeByLookingAtIt) {
-  EXPECT_EQ(checkKeyStore(kStore).error().kind, base::ErrorKind::kNotFound);
+  EXPECT_EQ(readStored(kStore, "file", 100).error().kind, base::ErrorKind::kNotFound);
   EXPECT_EQ(namesIn(kData), Names{});
 }
 
@@ -207,26 +206,57 @@ TEST_F(KeyStoreDirectory, IsNotMadeWhereTheDataDirectoryIsMissing) {
   EXPECT_FALSE(tests::exists("/opt/Quorvane/none"));
 }
 
-TEST_F(KeyStoreDirectory, LosesTheRightsOfOthersToReadIt) {
-  putDirectory(kStore, 0755);
-  EXPECT_TRUE(checkKeyStore(kStore).ok());
-  EXPECT_EQ(modeOf(kStore), 0755U);
-  EXPECT_TRUE(prepareKeyStore(kStore).ok());
-  EXPECT_EQ(modeOf(kStore), 0700U);
+TEST_F(KeyStoreDirectory, LosesTheRightsOfOthersWhetherItIsWrittenOrRead) {
+  for (const mode_t mode : {0755U, 0770U, 0702U, 0777U, 01777U}) {
+    putDirectory(kStore, mode);
+    putFile(kStore + "/file", "content");
+    EXPECT_TRUE(readStored(kStore, "file", 100).ok()) << std::oct << mode;
+    EXPECT_EQ(modeOf(kStore), 0700U) << std::oct << mode;
+    putDirectory(kStore, mode);
+    EXPECT_TRUE(prepareKeyStore(kStore).ok()) << std::oct << mode;
+    EXPECT_EQ(modeOf(kStore), 0700U) << std::oct << mode;
+  }
 }
 
-TEST_F(KeyStoreDirectory, IsRefusedWhereOthersCanWriteToIt) {
-  for (const mode_t mode : {0770U, 0702U, 0777U}) {
-    putDirectory(kStore, mode);
-    EXPECT_EQ(checkKeyStore(kStore).error().kind, base::ErrorKind::kRefused);
-    EXPECT_EQ(prepareKeyStore(kStore).error().message, kStore + ": can be written by others");
-    EXPECT_EQ(modeOf(kStore), mode) << "what others may have put there is not made trusted";
-  }
+TEST_F(KeyStoreDirectory, ThatCannotLoseTheRightsOfOthersIsReadWhereTheyCouldNotWrite) {
+  putDirectory(kStore, 0755);
+  putFile(kStore + "/file", "content");
+  tests::mountReadOnly(kStore);
+  EXPECT_TRUE(readStored(kStore, "file", 100).ok());
+  EXPECT_FALSE(prepareKeyStore(kStore).ok());
+  tests::unmount(kStore);
+  putDirectory(kStore, 0757);
+  tests::mountReadOnly(kStore);
+  EXPECT_EQ(readStored(kStore, "file", 100).error().kind, base::ErrorKind::kSystem);
+}
+
+TEST_F(KeyStoreDirectory, GivesNoFileThatOthersMayHavePutThere) {
+  putDirectory(kStore, 0777);
+  const std::string file = kStore + "/file";
+  const auto expectRefused = [&](const char* why) {
+    EXPECT_EQ(readStored(kStore, "file", 100).error().message, file + ": " + why);
+  };
+  putFile("/tmp/elsewhere", "untouched", 0644);
+  ASSERT_EQ(::symlink("/tmp/elsewhere", file.c_str()), 0);
+  expectRefused("is a symbolic link");
+  ASSERT_EQ(::unlink(file.c_str()), 0);
+  putFile(kStore + "/../own", "untouched", 0644);
+  ASSERT_EQ(::link((kStore + "/../own").c_str(), file.c_str()), 0);
+  expectRefused("has other names");
+  EXPECT_EQ(storeFile(kStore, "file", {}).error().message, file + ": has other names");
+  EXPECT_EQ(modeOf(kStore + "/../own"), 0644U) << "a file of ours lost its mode to a name that others gave it";
+  ASSERT_EQ(::unlink(file.c_str()), 0);
+  ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+  expectRefused("is not a regular file");
+  ASSERT_EQ(::unlink(file.c_str()), 0);
+  putFile(file, "content", 0646);
+  expectRefused("can be written by others");
+  if (::chown(file.c_str(), 65534, 65534) == 0) expectRefused("belongs to somebody else");
 }
 
 TEST_F(KeyStoreDirectory, IsRefusedWhereItBelongsToSomebodyElse) {
   tests::putForeignDirectory(kStore);
-  EXPECT_EQ(checkKeyStore(kStore).error().message, kStore + ": belongs to somebody else");
+  EXPECT_EQ(readStored(kStore, "file", 100).error().message, kStore + ": belongs to somebody else");
   EXPECT_EQ(prepareKeyStore(kStore).error().kind, base::ErrorKind::kRefused);
 }
 
