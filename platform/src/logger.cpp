@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <fcntl.h>
 #include <string>
 #include <string_view>
@@ -124,9 +125,13 @@ void append(const std::string& path, std::string_view line) {
   }
 }
 
-void writeLine(char mark, const wchar_t* source, const wchar_t* message) {
+void writeLine(char mark, const wchar_t* source, const wchar_t* message) noexcept {
   const int errnoBefore = errno;
-  append(logPath(), lineOf(mark, source, message));
+  try {
+    append(logPath(), lineOf(mark, source, message));
+  } catch (const std::exception&) {
+    // No memory for a line: the run goes on without it.
+  }
   errno = errnoBefore;
 }
 
