@@ -6,7 +6,7 @@
 #include "app/exit_status.h"
 #include "app/messages.h"
 #include "base/console.h"
-#include "base/signals.h"
+#include "helper/while_stopped.h"
 
 namespace kelt::app {
 namespace {
@@ -70,14 +70,13 @@ void wait_for_script_engine() {}
 Ended importKeys(const CommandLineData& data, CommandLineHelper& agent) {
   if (!data.importKeysOnly) return std::nullopt;
   wait_for_script_engine();
-  const base::DeferredSignals untilItRunsAgain;
-  if (!agent.StopORVService()) return kServiceNotStopped;
-  if (!agent.ImportKeys(true)) {
-    (void)agent.StartORVService();
-    return kKeysNotImported;
-  }
-  if (data.noStart || agent.StartORVService()) return std::nullopt;
-  return kServiceNotStarted;
+  // A failed import leaves the agent as it was, running, even where it was to stay stopped.
+  const auto startAgain = data.noStart ? helper::StartAgain::kAfterFailure : helper::StartAgain::kAlways;
+  const auto import = helper::whileStopped(agent, startAgain, [&] { return agent.ImportKeys(true); });
+  if (!import.bStopped) return kServiceNotStopped;
+  if (!import.bDone) return kKeysNotImported;
+  if (import.bStartFailed) return kServiceNotStarted;
+  return std::nullopt;
 }
 
 Ended checkAgent(const CommandLineData& data, CommandLineHelper& agent) {

@@ -1,26 +1,14 @@
 // The one operation through which the driver changes the agent's mode.
 
-#include <exception>
-
 #include "base/secret.h"
-#include "base/signals.h"
 #include "helper/unix_command_line_helper.h"
+#include "helper/while_stopped.h"
 #include "provision/provision.h"
 
 namespace kelt::helper {
 namespace {
 
 using quorvane_com::orv::tellcomn_wide_to_ansi;
-
-/// The result of `work`; false also where it ends by an exception, for want of memory: the agent must be started again.
-template <typename Work>
-bool bEndsWell(const Work& work) {
-  try {
-    return work();
-  } catch (const std::exception&) {
-    return false;
-  }
-}
 
 /// Exit statuses of the switch; those of provisioning are added to kProvisioningFailed.
 enum Status : int { kDone = 0, kSwitchFailed = 1, kStartFailed = 4, kStopFailed = 5, kProvisioningFailed = 30 };
@@ -44,15 +32,14 @@ int unixCommandLineHelper::PrepareORV(bool managed, bool noStart, std::wstring s
     if (m_provisionResult != 0) return kProvisioningFailed + m_provisionResult;
   }
 
-  // A run that is told to end once the agent is being stopped ends after it has been started again.
-  const base::DeferredSignals deferred;
-  if (!StopORVService()) return kStopFailed;
-  const bool bSwitched = bEndsWell([&] {
+  const StartAgain startAgain = noStart ? StartAgain::kNever : StartAgain::kAlways;
+  const Interruption change = whileStopped(*this, startAgain, [&] {
     if (!managed) return PrepareORVForUnmanagedMode();
     return PrepareORVForManagedMode(sourceDir, currentDir) != 0 && ImportKeys(false);
   });
-  if (!noStart && !StartORVService()) return kStartFailed;
-  return bSwitched ? kDone : kSwitchFailed;
+  if (!change.bStopped) return kStopFailed;
+  if (change.bStartFailed) return kStartFailed;
+  return change.bDone ? kDone : kSwitchFailed;
 }
 
 }  // namespace kelt::helper
