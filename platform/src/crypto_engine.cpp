@@ -89,6 +89,7 @@ class OpenSslEngine final : public CryptoEngine {
 
 kelt::platform::CryptoEngine* kelt_crypto_engine() {
   // Never destroyed: OpenSSL clears itself up at exit, in an order that nobody here knows.
-  static auto* const engine = new (std::nothrow) kelt::platform::OpenSslEngine;
+  static kelt::platform::CryptoEngine* engine = nullptr;
+  if (engine == nullptr) engine = new (std::nothrow) kelt::platform::OpenSslEngine;
   return engine;
 }

@@ -52,7 +52,8 @@ class CryptoEngine {
 /// The name under which the loadable object offers its entry, a CryptoEngineEntry.
 inline constexpr const char* kCryptoEngineSymbol = "kelt_crypto_engine";
 
-/// Gives the one engine of the process, which stays to its end.
+/// Gives the one engine of the process, which stays to its end; null where there is no memory for it, and the next call
+/// tries again.
 using CryptoEngineEntry = CryptoEngine* (*)();
 
 }  // namespace kelt::platform

@@ -1,5 +1,6 @@
 #include "crypto_engine.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
@@ -54,6 +55,21 @@ class CryptoEngineTest : public tests::PrivateDevice {
 
   CryptoEngine* m_engine = nullptr;
 };
+
+TEST(CryptoLoader, TellsThatTheEntryFoundNoMemoryForTheEngine) {
+  const auto engine = engineFrom([]() -> CryptoEngine* { return nullptr; });
+  ASSERT_FALSE(engine.ok());
+  EXPECT_EQ(engine.error().kind, base::ErrorKind::kSystem);
+  EXPECT_EQ(engine.error().sysErrno, ENOMEM);
+  EXPECT_EQ(engine.error().message, "out of memory");
+}
+
+TEST(CryptoLoader, LoadsTheOneEngineOfTheProcess) {
+  const auto engine = loadCryptoEngine();
+  ASSERT_TRUE(engine.ok()) << engine.error().message;
+  ASSERT_NE(engine.value(), nullptr);
+  EXPECT_EQ(loadCryptoEngine().value(), engine.value());
+}
 
 TEST_F(CryptoEngineTest, GivesAPublicKeyInAnyFormAsTheSameSubjectPublicKeyInfo) {
   for (const std::string name : {"rsa1024", "rsa2048"}) {
