@@ -64,6 +64,12 @@ void CommandLineData::SetZentorPassword(const std::wstring& password) {
   zentorPassword = password;
 }
 
+std::wstring CommandLineData::takeZentorPassword() {
+  std::wstring taken = zentorPassword;
+  base::wipe(zentorPassword);
+  return taken;
+}
+
 std::wstring CommandLineData::GetLogFile() const {
   return logFile;
 }

@@ -5,7 +5,7 @@
 namespace kelt::app {
 
 /// What the user asked for: filled by the parser, read by the driver. Owns its strings and wipes the password when it
-/// is replaced and when the record ends; a copy of it that a getter hands out is the caller's to wipe.
+/// is replaced or taken, and when the record ends; a copy that is handed out is the caller's to wipe.
 ///
 /// A setter replaces the value whole, an earlier one is gone. No setter fails; those with a result always return true.
 class CommandLineData {
@@ -28,6 +28,8 @@ class CommandLineData {
   void SetZentorUser(const std::wstring& user);
   [[nodiscard]] std::wstring GetZentorPassword() const;
   void SetZentorPassword(const std::wstring& password);
+  /// Hands the password out and wipes it here, so that it does not stay in memory longer than somebody needs it.
+  [[nodiscard]] std::wstring takeZentorPassword();
   [[nodiscard]] std::wstring GetLogFile() const;
 
   /// Adds one custom property, an element `CustomProps<number>` (1 to 4) with `value`, to the custom properties file in

@@ -37,16 +37,16 @@ Ended showVersion(const CommandLineData& data) {
   return kDone;
 }
 
-Ended switchToManaged(const CommandLineData& data, const std::wstring& currentDir, CommandLineHelper& agent) {
+Ended switchToManaged(CommandLineData& data, const std::wstring& currentDir, CommandLineHelper& agent) {
   if (!data.managedMode) return std::nullopt;
   if (!data.sourceDirGiven) {
     base::printLine(messages::kSourceDirMissing);
     return std::nullopt;
   }
-  // The password's copy is made in the argument itself, which the switch wipes.
+  // The password goes into the argument itself, which the switch wipes before it runs any command.
   return agent.PrepareORV(true, data.noStart, data.GetSiteListPath(), currentDir, data.pFlag, data.GetLogFile(),
                           data.fFlag, data.provision, data.GetZentorServer(), data.GetZentorUser(),
-                          data.GetZentorPassword());
+                          data.takeZentorPassword());
 }
 
 Ended switchToUnmanaged(const CommandLineData& data, CommandLineHelper& agent) {
@@ -85,8 +85,9 @@ Ended checkAgent(const CommandLineData& data, CommandLineHelper& agent) {
   return showVersion(data);
 }
 
-Ended switchMode(const CommandLineData& data, const std::wstring& currentDir, CommandLineHelper& agent) {
+Ended switchMode(CommandLineData& data, const std::wstring& currentDir, CommandLineHelper& agent) {
   if (const Ended ended = switchToManaged(data, currentDir, agent)) return ended;
+  data.SetZentorPassword({});  // nothing below needs it, and commands are run
   return switchToUnmanaged(data, agent);
 }
 

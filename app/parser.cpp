@@ -84,6 +84,13 @@ bool bHelpName(std::wstring_view name) {
   return name == L"-help" || name == L"h";
 }
 
+/// Wipes the values of secret options among arguments that are not parsed any more.
+void wipeSecrets(char** args) {
+  for (; *args != nullptr && args[1] != nullptr; ++args) {
+    if (std::strcmp(*args, "-P") == 0) base::wipe(args[1], std::strlen(args[1]));
+  }
+}
+
 /// Goes through the arguments one by one.
 class Parser {
  public:
@@ -171,6 +178,7 @@ bool ParseCommandLineArg(char** args, CommandLineData& data) {
   Parser parser(data);
   while (*args != nullptr && **args != '\0' && parser.take(*args))
     ++args;
+  wipeSecrets(args);
   return parser.finish();
 }
 

@@ -52,6 +52,20 @@ Decoded decodeAt(std::string_view text, std::size_t at) {
   return {codePoint, lead.length};
 }
 
+/// How many bytes a unit takes when it is encoded.
+std::size_t lengthOf(std::uint32_t value) {
+  if (value < 0x80 || (value >= kFirstEscaped && value <= kLastEscaped)) return 1;
+  if (value < 0x800) return 2;
+  return value < 0x10000 || value >= kLimitOfFourBytes ? 3 : 4;
+}
+
+std::size_t lengthOf(std::wstring_view wide) {
+  std::size_t length = 0;
+  for (const wchar_t unit : wide)
+    length += lengthOf(std::char_traits<wchar_t>::to_int_type(unit));
+  return length;
+}
+
 void appendByte(std::string& out, std::uint32_t byte) {
   out.push_back(static_cast<char>(byte));
 }
@@ -94,7 +108,7 @@ std::wstring toWide(std::string_view utf8) {
 
 std::string toUtf8(std::wstring_view wide) {
   std::string utf8;
-  utf8.reserve(wide.size());
+  utf8.reserve(lengthOf(wide));  // so that growing leaves no copies, of a password for instance
   for (const wchar_t unit : wide) {
     const std::uint32_t value = std::char_traits<wchar_t>::to_int_type(unit);
     if (value >= kFirstEscaped && value <= kLastEscaped) {

@@ -10,6 +10,15 @@ namespace {
 
 using quorvane_com::orv::tellcomn_wide_to_ansi;
 
+/// Keeps the narrow form of a secret, and wipes what it was made from. Copied, not moved: a short text stands in the
+/// string object itself, where moving would leave it.
+void keepNarrow(std::wstring& secret, std::string& kept) {
+  const base::WipeAtEnd wipeSecret(secret);
+  std::string narrow = tellcomn_wide_to_ansi(secret);
+  const base::WipeAtEnd wipeNarrow(narrow);
+  kept = narrow;
+}
+
 /// Exit statuses of the switch; those of provisioning are added to kProvisioningFailed.
 enum Status : int { kDone = 0, kSwitchFailed = 1, kStartFailed = 4, kStopFailed = 5, kProvisioningFailed = 30 };
 
@@ -18,19 +27,13 @@ enum Status : int { kDone = 0, kSwitchFailed = 1, kStartFailed = 4, kStopFailed 
 int unixCommandLineHelper::PrepareORV(bool managed, bool noStart, std::wstring sourceDir, std::wstring currentDir,
                                       bool /*pFlag*/, std::wstring /*logFile*/, bool /*fFlag*/, bool provision,
                                       std::wstring server, std::wstring user, std::wstring password) {
-  const base::WipeAtEnd wipeArgument(password);
   m_provisionFromServer = provision;
   m_server = tellcomn_wide_to_ansi(server);
   m_user = tellcomn_wide_to_ansi(user);
-  std::string narrowPassword = tellcomn_wide_to_ansi(password);
-  const base::WipeAtEnd wipeNarrow(narrowPassword);
-  m_password = narrowPassword;
-
-  if (provision) {
-    m_provisionResult = provision::Provision::iGetProvisionFiles(sourceDir, m_server, m_user, m_password);
-    base::wipe(m_password);  // nothing needs it any more
-    if (m_provisionResult != 0) return kProvisioningFailed + m_provisionResult;
-  }
+  keepNarrow(password, m_password);
+  if (provision) m_provisionResult = provision::Provision::iGetProvisionFiles(sourceDir, m_server, m_user, m_password);
+  base::wipe(m_password);  // nothing needs it any more, and commands are run from here on
+  if (provision && m_provisionResult != 0) return kProvisioningFailed + m_provisionResult;
 
   const StartAgain startAgain = noStart ? StartAgain::kNever : StartAgain::kAlways;
   const Interruption change = whileStopped(*this, startAgain, [&] {

@@ -29,7 +29,7 @@ Status completed(bool done, Status failure) {
   return done ? kSuccess : failure;
 }
 
-Status fetch(const std::string& server, const std::string& user, const std::string& password) {
+Status fetch(std::string_view server, std::string_view user, std::string_view password) {
   ServerAccess access(server, user, password);
   askForMissing(access);
   std::string host;
@@ -109,8 +109,8 @@ Status unpackReply(const std::string& directory) {
 
 }  // namespace
 
-Status provisionFiles(const std::wstring& dir, const std::string& server, const std::string& user,
-                      const std::string& password) {
+Status provisionFiles(const std::wstring& dir, std::string_view server, std::string_view user,
+                      std::string_view password) {
   const boost::mutex::scoped_lock lock(mtxProvision);
   const std::string directory = ACharString(dir.c_str()).str();
   if (const Status status = fetch(server, user, password); status != kSuccess) return status;

@@ -3,6 +3,7 @@
 
 #include <boost/thread/mutex.hpp>
 #include <string>
+#include <string_view>
 
 #include "provision/status.h"
 
@@ -11,8 +12,9 @@ namespace kelt::provision {
 /// Held for the whole of a provisioning.
 extern boost::mutex mtxProvision;
 
-/// What Provision::iGetProvisionFiles promises. May throw std::bad_alloc.
-[[nodiscard]] Status provisionFiles(const std::wstring& dir, const std::string& server, const std::string& user,
-                                    const std::string& password);
+/// What Provision::iGetProvisionFiles promises. What it makes of the password is wiped when it returns. May throw
+/// std::bad_alloc.
+[[nodiscard]] Status provisionFiles(const std::wstring& dir, std::string_view server, std::string_view user,
+                                    std::string_view password);
 
 }  // namespace kelt::provision

@@ -1,6 +1,5 @@
 #include "provision/terminal_prompts.h"
 
-#include <string_view>
 #include <unistd.h>
 
 #include "base/console.h"

@@ -2,6 +2,7 @@
 // Asking for what the command line did not say.
 
 #include <string>
+#include <string_view>
 
 #include "base/secret.h"
 
@@ -11,10 +12,11 @@ namespace kelt::provision {
 struct ServerAccess {
   std::string server;  ///< host or host:port
   std::string user;
-  std::string password;
+  std::string password;  ///< the only copy; wiped at the end
 
-  ServerAccess(std::string server_, std::string user_, std::string password_)
-      : server(std::move(server_)), user(std::move(user_)), password(std::move(password_)) {}
+  // Views, as strings handed over by value would leave a short password in the objects that they were moved from.
+  ServerAccess(std::string_view server_, std::string_view user_, std::string_view password_)
+      : server(server_), user(user_), password(password_) {}
   ServerAccess(const ServerAccess&) = delete;
   ServerAccess& operator=(const ServerAccess&) = delete;
   ~ServerAccess() { base::wipe(password); }

@@ -38,6 +38,14 @@ bool bKept(const char* data, std::size_t length) {
   return true;
 }
 
+/// The tables of HTTP/2 keep what a request said, the password of Basic authentication included, in memory that is not
+/// taken from ours.
+void avoidHttp2(CURL* curl) {
+  const auto features = static_cast<unsigned>(curl_version_info(CURLVERSION_NOW)->features);
+  if ((features & CURL_VERSION_HTTP2) == 0) return;
+  curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+}
+
 /// The server's certificate is not verified, as designed: the device has nothing yet to verify it with.
 void setOptions(CURL* curl, const ServerAccess& access) {
   const std::string url = "https://" + access.server + kPath;
@@ -73,6 +81,7 @@ Status fetchPackage(const ServerAccess& access, const std::string& host, const s
   base::print(messages::kInitialized);
   setOptions(curl, access);
   setAddressScopeIfRequired(curl, host, port);
+  avoidHttp2(curl);
   reserveUsual();
   base::print(messages::kContacting);
   const CURLcode result = curl_easy_perform(curl);

@@ -24,11 +24,14 @@ class ReplyServer:
     """Gives one answer per connection, the last one again and again. An answer is bytes, sent as they are, or a function
     that is given the connection after the request was read."""
 
-    def __init__(self, certificate, *answers):
+    def __init__(self, certificate, *answers, protocols=()):
         self.requests = []
+        self.agreed = []  # with each connection, which of `protocols` (ALPN) is spoken
         self._answers = answers
         self._context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         self._context.load_cert_chain(certificate)
+        if protocols:
+            self._context.set_alpn_protocols(protocols)
         self._listener = socket.create_server(("127.0.0.1", 0))
         self.address = "127.0.0.1:%d" % self._listener.getsockname()[1]
         self._thread = threading.Thread(target=self._serve, daemon=True)
@@ -60,6 +63,7 @@ class ReplyServer:
         with plain:
             plain.settimeout(30)
             with self._context.wrap_socket(plain, server_side=True) as connection:
+                self.agreed.append(connection.selected_alpn_protocol())
                 self.requests.append(self._request(connection))
                 if callable(answer):
                     answer(connection)

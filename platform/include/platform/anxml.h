@@ -40,8 +40,9 @@ class AnXml {
   /// Replaces the file at `path` by this document: UTF-8 with the declaration
   /// <?xml version="1.0" encoding="UTF-8"?>, everything else as loaded and edited (an empty element keeps its form;
   /// blanks outside the root element and the kind of quotes do not). A new file gets mode 0600. Both flags must be
-  /// false. Returns false, with the file as it was, when a name or value is none that XML can hold, when the document
-  /// would not load again, or when the file cannot be replaced. The document stays as it is.
+  /// false. Returns false when a name or value is none that XML can hold or the document would not load again, with the
+  /// file as it was, and when the file cannot be replaced (base/file_replace.h tells what stands there then). The
+  /// document stays as it is.
   [[nodiscard]] bool writeFile(const wchar_t* path, bool reserved1, bool reserved2);
 
   /// Forgets the document; nodes of it must not be used any more.

@@ -101,6 +101,18 @@ TEST(CommandLineData, SettersOfTheParserTakeItsStringsByReference) {
   static_assert(!std::is_polymorphic_v<Data>);
 }
 
+TEST(CommandLineData, WipesThePasswordWhenItIsTaken) {
+  alignas(Data) std::array<unsigned char, sizeof(Data)> memory{};
+  auto* data = new (memory.data()) Data();
+  data->SetZentorPassword(L"\u00a5\u00a6");
+  std::wstring taken = data->takeZentorPassword();
+  EXPECT_EQ(data->GetZentorPassword(), L"");
+  EXPECT_EQ(taken, L"\u00a5\u00a6");
+  const auto* bytes = reinterpret_cast<const unsigned char*>(taken.data());
+  EXPECT_EQ(std::search(memory.begin(), memory.end(), bytes, bytes + 2 * sizeof(wchar_t)), memory.end());
+  data->~Data();
+}
+
 TEST(CommandLineData, WipesThePasswordWhenItEnds) {
   // Placed in memory of the test's own, so that what is left behind can be looked at. A short text stands in the record
   // itself.

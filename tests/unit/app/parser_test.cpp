@@ -198,6 +198,15 @@ TEST_F(ParserTest, OverwritesAPasswordInTheArguments) {
   EXPECT_TRUE(m_data.provision) << "parsing goes on behind it";
 }
 
+TEST_F(ParserTest, OverwritesAPasswordThatIsNotReadAnyMore) {
+  tests::Arguments arguments({"-z", "", "-P", "secret", "-d", "-P"});
+  EXPECT_TRUE(ParseCommandLineArg(arguments.get(), m_data));
+  EXPECT_EQ(arguments[3], std::string(6, '\0'));
+  EXPECT_EQ(arguments[4], "-d") << "nothing else is touched";
+  EXPECT_EQ(m_data.GetZentorPassword(), L"");
+  EXPECT_FALSE(m_data.sourceDirGiven);
+}
+
 TEST_F(ParserTest, OverwritesAPasswordThatItRefuses) {
   tests::Arguments arguments({"-P", "-secret"});
   tests::Output output = tests::outputOf([&] { EXPECT_FALSE(ParseCommandLineArg(arguments.get(), m_data)); });

@@ -104,7 +104,7 @@ TEST_F(ProvisionClient, SetsItsOptionsInTheirOrderAndNoOthers) {
   EXPECT_EQ(curlProbe().calls,
             (Names{"init", "URL=https://" + server.address() + "/remote/RepositoryMgmt.PackageManagedAgentFilesCmd.do",
                    "SSL_VERIFYPEER=0", "SSL_VERIFYHOST=0", "HTTPAUTH=-17", "WRITEFUNCTION=...", "USERNAME=admin",
-                   "PASSWORD=...", "perform", "cleanup", "global_cleanup"}));
+                   "PASSWORD=...", "HTTP_VERSION=2", "perform", "cleanup", "global_cleanup"}));
 }
 
 TEST_F(ProvisionClient, TakesPort8443WhereNoneIsGiven) {
