@@ -1,15 +1,14 @@
 #include "provision/provision_client.h"
 
 #include <cstdio>
-#include <exception>
 
 #include "base/console.h"
 #include "platform/afile.h"
-#include "platform/base64.h"
 #include "platform/sites_helper.h"
 #include "platform/unzip.h"
 #include "provision/fresh_file.h"
 #include "provision/messages.h"
+#include "provision/reply_archive.h"
 #include "provision/server_address.h"
 #include "provision/terminal_prompts.h"
 #include "provision/transfer.h"
@@ -48,23 +47,33 @@ Status examineReply() {
   return status;
 }
 
-/// The archive in the reply; empty where the reply is no base64, or there is no memory for it: no archive either way.
-ABuffer decodeReply() {
-  try {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(sB64data.data());
-    std::wstring text(bytes + kSuccessMark.size(), bytes + sB64data.size());
-    return ABase64Encode::decode(std::move(text));
-  } catch (const std::exception&) {
-    return {};
+bool bWritten(const std::string& path, const std::string& text) {
+  auto file = FreshFile::create(path);
+  if (!file) return false;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  return file.value().write({bytes, text.size()}).ok() && file.value().publish().ok();
+}
+
+/// Fills and publishes the file of the archive in the reply, which is empty where the reply is no base64.
+bool bArchiveWritten(FreshFile& zip, const std::string& path) {
+  const std::string_view base64 = std::string_view(sB64data).substr(kSuccessMark.size());
+  const auto write = [&zip](std::span<const unsigned char> piece) { return zip.write(piece).ok(); };
+  switch (decodeInPieces(base64, write)) {
+    case Decoding::kDone:
+      return zip.publish().ok();
+    case Decoding::kNoBase64:
+      return bWritten(path, {});
+    default:
+      return false;
   }
 }
 
-Status writeZip(const std::string& path, const ABuffer& archive) {
+Status writeZip(const std::string& path) {
   base::print(messages::kCreatingZip);
   auto zip = FreshFile::create(path);
   if (const Status status = completed(zip.ok(), kZipNotCreated); status != kSuccess) return status;
   base::print(messages::kWritingZip);
-  return completed(zip.value().write(archive.span()).ok() && zip.value().publish().ok(), kZipNotWritten);
+  return completed(bArchiveWritten(zip.value(), path), kZipNotWritten);
 }
 
 Status unzip(const std::string& zip, const std::string& directory) {
@@ -82,13 +91,6 @@ Status readMode(const std::wstring& dir, std::wstring& mode) {
   return completed(own && sitehlp::CSitesHelper(path).GetSitelistFipsMode(path, mode) == 0, kModeNotRead);
 }
 
-bool bWritten(const std::string& path, const std::string& text) {
-  auto file = FreshFile::create(path);
-  if (!file) return false;
-  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-  return file.value().write({bytes, text.size()}).ok() && file.value().publish().ok();
-}
-
 Status writeMode(const std::string& path, const std::wstring& mode) {
   base::print(messages::kWritingMode);
   return completed(bWritten(path, ACharString(mode.c_str()).str()), kModeNotWritten);
@@ -103,7 +105,7 @@ Status renameSiteList(const std::string& directory) {
 
 Status unpackReply(const std::string& directory) {
   const std::string zip = directory + "/keltconfig_keystemp.zip";
-  if (const Status status = writeZip(zip, decodeReply()); status != kSuccess) return status;
+  if (const Status status = writeZip(zip); status != kSuccess) return status;
   return unzip(zip, directory);
 }
 

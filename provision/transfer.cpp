@@ -17,12 +17,11 @@ namespace {
 constexpr const char* kPath = "/remote/RepositoryMgmt.PackageManagedAgentFilesCmd.do";
 bool replyCut = false;
 
-/// Room for usual replies: address space that costs memory only as far as it is filled, and saves growing by copies.
-constexpr std::size_t kUsualReply = std::size_t{16} * 1024 * 1024;
-
-void reserveUsual() {
+/// Makes room for the largest reply: address space that costs memory only as far as it is filled, and saves growing by
+/// copies.
+void reserveReply() {
   try {
-    sB64data.reserve(kUsualReply);
+    sB64data.reserve(kMaxReply);
   } catch (const std::exception&) {
     return;  // it then grows as it can
   }
@@ -82,7 +81,7 @@ Status fetchPackage(const ServerAccess& access, const std::string& host, const s
   setOptions(curl, access);
   setAddressScopeIfRequired(curl, host, port);
   avoidHttp2(curl);
-  reserveUsual();
+  reserveReply();
   base::print(messages::kContacting);
   const CURLcode result = curl_easy_perform(curl);
   curl_easy_cleanup(curl);

@@ -9,8 +9,8 @@
 
 namespace kelt::provision {
 
-/// The most of a reply that is kept: what the largest package that the unpacking takes needs in base64 with line ends.
-inline constexpr std::size_t kMaxReply = std::size_t{96} * 1024 * 1024;
+/// The most of a reply that is kept, far beyond any package of site list and keys.
+inline constexpr std::size_t kMaxReply = std::size_t{32} * 1024 * 1024;
 
 /// The body of the reply. Never cleared: there is one provisioning per run.
 extern std::string sB64data;

@@ -10,7 +10,8 @@
 namespace kelt::platform {
 namespace {
 
-constexpr std::size_t kMaxArchive = std::size_t{96} * 1024 * 1024;
+/// What the largest reply that provisioning keeps can hold.
+constexpr std::size_t kMaxArchive = std::size_t{24} * 1024 * 1024;
 
 base::Status unpack(const ZipArchive& archive, const std::vector<JudgedEntry>& entries, const char* directory) {
   // The directory itself is the caller's choice, and may well be a link.

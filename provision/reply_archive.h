@@ -1,0 +1,28 @@
+#pragma once
+// The archive in a reply, which is base64 of any length.
+
+#include <cstddef>
+#include <functional>
+#include <span>
+#include <string_view>
+
+namespace kelt::provision {
+
+enum class Decoding {
+  kDone,
+  kNoBase64,   ///< or no memory for a piece of it: no archive either way
+  kNotStored,  ///< the sink wanted no more
+};
+
+/// Takes a piece of what was decoded. Returns false to end the decoding.
+using PieceSink = std::function<bool(std::span<const unsigned char>)>;
+
+/// The characters of a reply that are decoded at once.
+inline constexpr std::size_t kPiece = std::size_t{64} * 1024;
+
+/// Decodes base64 piece by piece, so that it takes no more memory than a few pieces of `piece` characters (at least 1).
+/// Accepts what ABase64Encode::decode accepts as a whole, and gives the same bytes; a text that turns out to be none
+/// only further on has given `sink` what came before.
+[[nodiscard]] Decoding decodeInPieces(std::string_view base64, const PieceSink& sink, std::size_t piece = kPiece);
+
+}  // namespace kelt::provision
