@@ -1,6 +1,7 @@
 #pragma once
 // Errors as values: a Result<T> holds either what was asked for or why there is none.
 
+#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -32,7 +33,8 @@ struct Error {
 /// The same for an errno value kept earlier.
 [[nodiscard]] Error systemError(std::string_view what, int sysErrno);
 
-/// Either a value or an Error. Asking for the one that is not there is a programming error and ends the program.
+/// Either a value or an Error. Asking for the one that is not there is a programming error and ends the program
+/// (std::abort), whatever exceptions somebody would catch.
 template <typename T>
 class [[nodiscard]] Result {
  public:
@@ -42,12 +44,18 @@ class [[nodiscard]] Result {
   [[nodiscard]] bool ok() const { return m_state.index() == 0; }
   explicit operator bool() const { return ok(); }
 
-  [[nodiscard]] T& value() & { return std::get<0>(m_state); }
-  [[nodiscard]] const T& value() const& { return std::get<0>(m_state); }
-  [[nodiscard]] T&& value() && { return std::get<0>(std::move(m_state)); }
-  [[nodiscard]] const Error& error() const { return std::get<1>(m_state); }
+  [[nodiscard]] T& value() & { return held(std::get_if<0>(&m_state)); }
+  [[nodiscard]] const T& value() const& { return held(std::get_if<0>(&m_state)); }
+  [[nodiscard]] T&& value() && { return std::move(held(std::get_if<0>(&m_state))); }
+  [[nodiscard]] const Error& error() const { return held(std::get_if<1>(&m_state)); }
 
  private:
+  template <typename Held>
+  static Held& held(Held* object) {
+    if (object == nullptr) std::abort();
+    return *object;
+  }
+
   std::variant<T, Error> m_state;
 };
 
@@ -60,7 +68,11 @@ class [[nodiscard]] Result<void> {
 
   [[nodiscard]] bool ok() const { return m_state.index() == 0; }
   explicit operator bool() const { return ok(); }
-  [[nodiscard]] const Error& error() const { return std::get<1>(m_state); }
+  [[nodiscard]] const Error& error() const {
+    const Error* const held = std::get_if<1>(&m_state);
+    if (held == nullptr) std::abort();
+    return *held;
+  }
 
  private:
   std::variant<std::monostate, Error> m_state;

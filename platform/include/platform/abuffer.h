@@ -10,13 +10,17 @@
 #include "base/secret.h"
 
 /// A block of objects of a trivial type with a length. One further zero object stands behind the last, uncounted, so
-/// that a buffer of bytes can be read as a zero-terminated string.
+/// that a buffer of bytes can be read as a zero-terminated string. Only a buffer that was never given a content, or has
+/// lost it (moved from, or after a failed allocate), has no such object: its data() is null.
 template <typename T>
 class AnObjectBuffer {
   static_assert(std::is_trivially_copyable_v<T>);
 
+  using Store = std::vector<T, kelt::base::WipingAllocator<T>>;
+
  public:
   AnObjectBuffer() = default;
+  /// A copy of `content`. Throws std::bad_alloc.
   explicit AnObjectBuffer(std::span<const T> content) : m_store(content.size() + 1) {
     std::copy(content.begin(), content.end(), m_store.begin());
   }
@@ -24,20 +28,19 @@ class AnObjectBuffer {
   /// Makes room for `count` objects, all zero; what was held is wiped. Returns false, with the buffer empty, when there
   /// is no memory for it.
   [[nodiscard]] bool allocate(std::size_t count) {
-    m_store.clear();
+    Store().swap(m_store);  // releases, and so wipes, what was held; assigning {} would keep the block
     try {
       m_store.resize(count + 1);
     } catch (...) {
-      m_store = {};
       return false;
     }
     return true;
   }
 
-  /// Drops all but the first `count` objects, which must not be more than there are. Nothing is moved.
+  /// Drops all but the first `count` objects, which must not be more than there are: they are wiped. Nothing is moved.
   void shorten(std::size_t count) {
+    kelt::base::wipe(m_store.data() + count, (length() - count) * sizeof(T));
     m_store.resize(count + 1);
-    m_store[count] = T{};
   }
 
   [[nodiscard]] T* data() { return m_store.data(); }
@@ -47,7 +50,7 @@ class AnObjectBuffer {
   [[nodiscard]] std::span<const T> span() const { return {m_store.data(), length()}; }
 
  private:
-  std::vector<T, kelt::base::WipingAllocator<T>> m_store;
+  Store m_store;
 };
 
 using ABuffer = AnObjectBuffer<unsigned char>;

@@ -1,8 +1,13 @@
 #include "base/result.h"
 
 #include <cerrno>
+#include <csignal>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
+#include <sys/wait.h>
+
+#include "support/child.h"
 
 namespace kelt::base {
 namespace {
@@ -28,6 +33,28 @@ TEST(Result, WithoutAValueIsGoodUntilItHoldsAnError) {
   status = Error{ErrorKind::kTooLarge, 0, "too large"};
   EXPECT_FALSE(status.ok());
   EXPECT_EQ(status.error().kind, ErrorKind::kTooLarge);
+}
+
+/// Whether doing this ends the program, although exceptions are caught.
+bool bEndsTheProgram(const std::function<void()>& action) {
+  const int status = tests::Child([&] {
+                       ::signal(SIGABRT, SIG_DFL);
+                       action();
+                       return 0;
+                     }).wait();
+  return WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT;
+}
+
+TEST(Result, EndsTheProgramThatAsksForWhatIsNotThere) {
+  const Result<int> value = 7;
+  Result<int> error = Error{ErrorKind::kRefused, 0, "no"};
+  const Status done;
+  EXPECT_TRUE(bEndsTheProgram([&] { static_cast<void>(value.error()); }));
+  EXPECT_TRUE(bEndsTheProgram([&] { static_cast<void>(error.value()); }));
+  EXPECT_TRUE(bEndsTheProgram([&] { static_cast<void>(std::as_const(error).value()); }));
+  EXPECT_TRUE(bEndsTheProgram([&] { static_cast<void>(std::move(error).value()); }));
+  EXPECT_TRUE(bEndsTheProgram([&] { static_cast<void>(done.error()); }));
+  EXPECT_FALSE(bEndsTheProgram([&] { static_cast<void>(value.value()); }));
 }
 
 TEST(SystemError, SaysWhatFailedAndWhy) {
