@@ -1,5 +1,7 @@
 #include "base/signals.h"
 
+#include <utility>
+
 namespace kelt::base {
 namespace {
 
@@ -41,8 +43,11 @@ DeferredSignals::DeferredSignals() : m_before() {
   ::sigprocmask(SIG_BLOCK, &deferred, &m_before);
 }
 
+DeferredSignals::DeferredSignals(DeferredSignals&& other) noexcept
+    : m_before(other.m_before), m_bActive(std::exchange(other.m_bActive, false)) {}
+
 DeferredSignals::~DeferredSignals() {
-  ::sigprocmask(SIG_SETMASK, &m_before, nullptr);
+  if (m_bActive) ::sigprocmask(SIG_SETMASK, &m_before, nullptr);
 }
 
 }  // namespace kelt::base

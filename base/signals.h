@@ -21,12 +21,14 @@ void resetSignalsForChild();
 class DeferredSignals {
  public:
   DeferredSignals();
-  DeferredSignals(const DeferredSignals&) = delete;
-  DeferredSignals& operator=(const DeferredSignals&) = delete;
+  /// The new object ends what the old one began.
+  DeferredSignals(DeferredSignals&& other) noexcept;
+  DeferredSignals& operator=(DeferredSignals&&) = delete;
   ~DeferredSignals();
 
  private:
   sigset_t m_before;
+  bool m_bActive = true;
 };
 
 }  // namespace kelt::base

@@ -3,11 +3,12 @@
 #include <cstdio>
 
 #include "base/console.h"
+#include "base/fresh_file.h"
 #include "platform/afile.h"
 #include "platform/sites_helper.h"
 #include "platform/unzip.h"
-#include "provision/fresh_file.h"
 #include "provision/messages.h"
+#include "provision/received_files.h"
 #include "provision/reply_archive.h"
 #include "provision/server_address.h"
 #include "provision/terminal_prompts.h"
@@ -18,6 +19,8 @@ namespace kelt::provision {
 boost::mutex mtxProvision;
 
 namespace {
+
+using base::FreshFile;
 
 constexpr std::string_view kSuccessMark = "OK:\r\n";
 constexpr std::string_view kDefaultPort = "8443";

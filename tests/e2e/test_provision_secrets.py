@@ -85,14 +85,14 @@ def test_no_file_of_a_provisioning_is_ever_open_to_others(device, target, packag
         run = device.run(
             *arguments(target, server, "-P", "p"),
             before="umask 0",
-            via=f"strace -s 300 -e trace={calls} -o /run/trace",
+            via=f"strace -y -s 300 -e trace={calls} -o /run/trace",
         )
     assert run.status == 0
-    made = [line for line in device.take("/run/trace").decode().splitlines() if "O_CREAT" in line]
-    of_target = [line for line in made if str(target) in line or ".keltconfig-" in line]
+    made = [line for line in device.take("/run/trace").decode().splitlines() if "O_TMPFILE" in line or "O_CREAT" in line]
+    of_target = [line for line in made if f"<{target}>" in line or f'"{target}' in line]
     assert len(of_target) >= 7  # the zip file, six entries, the mode
     for line in of_target:
-        assert re.search(r"O_EXCL.*, 0600\) = ", line), line
+        assert re.search(r"(O_TMPFILE|O_EXCL.*), 0600\) = ", line), line
 
 
 def test_links_that_were_planted_are_not_followed(device, target, package, certificate):

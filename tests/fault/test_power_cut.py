@@ -17,6 +17,22 @@ def last_index(entries, upto, name, text):
     return max((i for i in range(upto) if entries[i][0] == name and text in entries[i][1]), default=-1)
 
 
+def last_call(entries, upto, name, descriptor):
+    """The same for a call whose first argument is `descriptor`."""
+    return max((i for i in range(upto) if entries[i][0] == name and entries[i][1].startswith(descriptor)), default=-1)
+
+
+def descriptor_of(entries, upto, temporary):
+    """The descriptor through which the file was written that has the name `temporary` at that point, as strace shows it."""
+    for name, arguments, result in reversed(entries[:upto]):
+        if temporary in arguments and result != "-1":
+            if name == "linkat":
+                return re.search(r"/proc/self/fd/(\d+)", arguments)[1]
+            if name == "openat" and "O_EXCL" in arguments:
+                return result
+    raise AssertionError(temporary)
+
+
 def test_every_file_is_on_the_disk_before_it_takes_its_name_and_the_name_before_the_run_goes_on(device, package):
     run = device.run("-m", "-d", package(), via="strace -y -s 256 -o /run/trace")
     assert run.status == 0
@@ -26,11 +42,12 @@ def test_every_file_is_on_the_disk_before_it_takes_its_name_and_the_name_before_
         if not name.startswith("rename") or result != "0":
             continue
         temporary, target = re.findall(r'"([^"]*)"', arguments)[:2]
-        base = temporary.rsplit("/", 1)[-1]
+        descriptor = descriptor_of(entries, index, temporary.rsplit("/", 1)[-1]) + "<"
         replaced.append(target.rsplit("/", 1)[-1])
-        written = last_index(entries, index, "write", base)
-        synced = last_index(entries, index, "fsync", base)
-        assert synced > written, target
+        opened = last_index(entries, index, "openat", "O_TMPFILE")
+        written = last_call(entries, index, "write", descriptor)
+        synced = last_call(entries, index, "fsync", descriptor)
+        assert synced > max(written, opened), target
         following = [(n, a) for n, a, _ in entries[index + 1 :]]
         directory_sync = next(i for i, (n, a) in enumerate(following) if n == "fsync")
         assert not any(n.startswith("rename") or n == "unlink" for n, _ in following[:directory_sync]), target

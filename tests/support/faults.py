@@ -80,7 +80,7 @@ exit $status"""
             if not call:
                 continue
             counts[call[1]] += 1
-            if call[1] in CHANGING or (call[1] == "openat" and "O_CREAT" in line):
+            if call[1] in CHANGING or (call[1] == "openat" and re.search("O_CREAT|O_TMPFILE", line)):
                 found.append((call[1], counts[call[1]]))
         return found
 

@@ -1,6 +1,8 @@
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "support/child.h"
 #include "support/private_device.h"
 
 #include "base/file_replace.h"
@@ -56,11 +58,52 @@ TEST_F(CopyFile, CopiesAnEmptyFileAndBytesOfEveryKind) {
   EXPECT_EQ(contentOf("/tmp/d/to"), bytes);
 }
 
+struct stat statusOf(const char* path) {
+  struct stat info {};
+  EXPECT_EQ(::lstat(path, &info), 0) << path;
+  return info;
+}
+
 TEST_F(CopyFile, LeavesAFileThatIsCopiedToItselfAsItWas) {
   putFile("/tmp/from", "content", 0640);
-  ASSERT_TRUE(copyFile("/tmp/from", "/tmp/from").ok());
+  ASSERT_EQ(::symlink("/tmp/from", "/tmp/d/link"), 0);
+  ASSERT_EQ(::link("/tmp/from", "/tmp/d/second"), 0);
+  const struct stat before = statusOf("/tmp/from");
+  for (const char* to : {"/tmp/from", "/tmp/d/../from", "/tmp/d/link", "/tmp/d/second"}) {
+    EXPECT_TRUE(copyFile("/tmp/from", to).ok()) << to;
+    EXPECT_TRUE(copyFile(to, "/tmp/from").ok()) << to;
+  }
+  const struct stat after = statusOf("/tmp/from");
+  EXPECT_EQ(after.st_ino, before.st_ino);
+  EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec) << "not even written";
   EXPECT_EQ(contentOf("/tmp/from"), "content");
-  EXPECT_EQ(modeOf("/tmp/from"), 0640U);
+  EXPECT_EQ(tests::namesIn("/tmp/d"), (std::vector<std::string>{"link", "second"}));
+}
+
+TEST_F(CopyFile, TakesNoMoreMemoryForALargeFile) {
+  putFile("/tmp/from", "");
+  constexpr off_t kSize = off_t{96} * 1024 * 1024;
+  ASSERT_EQ(::truncate("/tmp/from", kSize), 0);
+  tests::Child child([] {
+    const auto peak = [] {
+      rusage used{};
+      return ::getrusage(RUSAGE_SELF, &used) == 0 ? used.ru_maxrss : -1;
+    };
+    const long before = peak();
+    if (!copyFile("/tmp/from", "/tmp/d/to").ok()) return 1;
+    return before > 0 && peak() - before < 8 * 1024 ? 0 : 2;  // KiB
+  });
+  EXPECT_EQ(child.exitStatus(), 0);
+  EXPECT_EQ(statusOf("/tmp/d/to").st_size, kSize);
+}
+
+TEST_F(CopyFile, CopiesInPiecesWithoutAFault) {
+  std::string content;
+  for (int i = 0; content.size() < 300'000; ++i)
+    content += std::to_string(i) + ",";
+  putFile("/tmp/from", content);
+  ASSERT_TRUE(copyFile("/tmp/from", "/tmp/d/to").ok());
+  EXPECT_TRUE(contentOf("/tmp/d/to") == content);
 }
 
 TEST_F(CopyFile, RefusesASourceThatIsNotAFileAndLeavesTheTarget) {

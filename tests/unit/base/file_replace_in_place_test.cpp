@@ -63,6 +63,28 @@ TEST_F(ReplaceFileInPlace, WritesAFileThatIsAMountPoint) {
   EXPECT_EQ(contentOf("/tmp/source"), "something longer than before");
 }
 
+TEST_F(ReplaceFileInPlace, CopiesIntoAFileThatIsAMountPoint) {
+  const std::string content(200'000, 'n');
+  putFile("/tmp/from", content);
+  putFile("/tmp/source", std::string(300'000, 'o'), 0640);
+  makeMountedFile("/tmp/source");
+  ASSERT_TRUE(copyFile("/tmp/from", "/tmp/d/f").ok());
+  EXPECT_TRUE(contentOf("/tmp/source") == content);
+  EXPECT_EQ(tests::modeOf("/tmp/source"), 0640U);
+  EXPECT_EQ(namesIn("/tmp/d"), Names{"f"});
+}
+
+TEST_F(ReplaceFileInPlace, ASourceThatCannotBeReadToItsEndCostsNothing) {
+  putDirectory("/tmp/ro");
+  putFile("/tmp/ro/f", "hidden");
+  putFile("/tmp/source", "old");
+  tests::mountReadOnly("/tmp/ro");
+  mountFile("/tmp/source", "/tmp/ro/f");
+  // The memory of a process is a regular file whose first page cannot be read.
+  EXPECT_EQ(copyFile("/proc/self/mem", "/tmp/ro/f").error().sysErrno, EIO);
+  EXPECT_EQ(contentOf("/tmp/source"), "old");
+}
+
 TEST_F(ReplaceFileInPlace, WritesAWritableFileInAReadOnlyDirectory) {
   putDirectory("/tmp/ro");
   putFile("/tmp/ro/f", "hidden");
@@ -98,6 +120,9 @@ TEST_F(ReplaceFileInPlace, KeepsTheOldContentWhereTheDiskIsTooFullForTheNew) {
   const auto done = replaceFile("/tmp/d/f", std::string(48 * 1024, 'n'));
   ASSERT_FALSE(done.ok());
   EXPECT_EQ(done.error().sysErrno, ENOSPC);
+  EXPECT_EQ(contentOf("/tmp/d/f"), "old");
+  putFile("/tmp/from", std::string(48 * 1024, 'n'));
+  EXPECT_EQ(copyFile("/tmp/from", "/tmp/d/f").error().sysErrno, ENOSPC);
   EXPECT_EQ(contentOf("/tmp/d/f"), "old");
   EXPECT_EQ(namesIn("/tmp/d"), Names{"f"});
 }

@@ -1,8 +1,11 @@
 #include "base/temporary_file.h"
 
 #include <fcntl.h>
+#include <filesystem>
 #include <regex>
 #include <set>
+#include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/private_device.h"
@@ -10,6 +13,7 @@
 namespace kelt::base {
 namespace {
 
+using tests::contentOf;
 using tests::namesIn;
 using tests::putFile;
 
@@ -29,9 +33,35 @@ class TemporaryFileTest : public tests::PrivateDevice {
   UniqueFd m_directory;
 };
 
-TEST_F(TemporaryFileTest, StandsBesideItsTargetForNobodyElseUnderANameThatShowsItsOrigin) {
+/// The same where /proc is missing, by which a file without a name is found.
+class TemporaryFileWithoutProc : public TemporaryFileTest {
+ protected:
+  void SetUp() override {
+    TemporaryFileTest::SetUp();
+    ASSERT_EQ(::mount("none", "/proc", "tmpfs", 0, nullptr), 0);
+  }
+  void TearDown() override { EXPECT_EQ(::umount2("/proc", MNT_DETACH), 0); }
+};
+
+TEST_F(TemporaryFileTest, HasNoNameUntilItIsSettled) {
   const mode_t before = ::umask(0);
-  const auto file = TemporaryFile::create(directory(), "config.xml");
+  auto file = TemporaryFile::create(directory(), "config.xml");
+  ::umask(before);
+  ASSERT_TRUE(file.ok());
+  EXPECT_EQ(namesIn("/tmp/d"), Names{});
+  EXPECT_EQ(::fcntl(file.value().fd(), F_GETFD), FD_CLOEXEC);
+  ASSERT_TRUE(file.value().settle().ok());
+  EXPECT_EQ(file.value().fd(), -1);
+  const Names names = namesIn("/tmp/d");
+  ASSERT_EQ(names.size(), 1U);
+  EXPECT_TRUE(std::regex_match(names[0], std::regex("\\.config\\.xml\\.kelt-[a-z2-7]{12}"))) << names[0];
+  EXPECT_TRUE(bTemporaryName(names[0]));
+  EXPECT_EQ(tests::modeOf("/tmp/d/" + names[0]), 0600U);
+}
+
+TEST_F(TemporaryFileWithoutProc, HasItsNameFromTheStart) {
+  const mode_t before = ::umask(0);
+  auto file = TemporaryFile::create(directory(), "config.xml");
   ::umask(before);
   ASSERT_TRUE(file.ok());
   const Names names = namesIn("/tmp/d");
@@ -39,20 +69,39 @@ TEST_F(TemporaryFileTest, StandsBesideItsTargetForNobodyElseUnderANameThatShowsI
   EXPECT_TRUE(std::regex_match(names[0], std::regex("\\.config\\.xml\\.kelt-[a-z2-7]{12}"))) << names[0];
   EXPECT_EQ(tests::modeOf("/tmp/d/" + names[0]), 0600U);
   EXPECT_EQ(::fcntl(file.value().fd(), F_GETFD), FD_CLOEXEC);
+  ASSERT_EQ(::write(file.value().fd(), "new", 3), 3);
+  ASSERT_TRUE(file.value().settle().ok());
+  EXPECT_EQ(namesIn("/tmp/d"), names);
+  ASSERT_TRUE(file.value().renameTo("f").ok());
+  EXPECT_EQ(contentOf("/tmp/d/f"), "new");
+  EXPECT_EQ(namesIn("/tmp/d"), Names{"f"});
+}
+
+TEST_F(TemporaryFileWithoutProc, GoesWithItsObject) {
+  { ASSERT_TRUE(TemporaryFile::create(directory(), "f").ok()); }
+  EXPECT_EQ(namesIn("/tmp/d"), Names{});
 }
 
 TEST_F(TemporaryFileTest, HasANewNameEachTime) {
   std::set<std::string> seen;
   for (int i = 0; i < 50; ++i) {
-    const auto file = TemporaryFile::create(directory(), "f");
+    auto file = TemporaryFile::create(directory(), "f");
     ASSERT_TRUE(file.ok());
+    ASSERT_TRUE(file.value().settle().ok());
     seen.insert(namesIn("/tmp/d").at(0));
   }
   EXPECT_EQ(seen.size(), 50U);
 }
 
 TEST_F(TemporaryFileTest, GoesWithItsObject) {
-  { ASSERT_TRUE(TemporaryFile::create(directory(), "f").ok()); }
+  {
+    auto file = TemporaryFile::create(directory(), "f");
+    ASSERT_TRUE(file.ok());
+    ASSERT_TRUE(file.value().settle().ok());
+    EXPECT_EQ(namesIn("/tmp/d").size(), 1U);
+    const auto moved = std::move(file);
+    EXPECT_EQ(namesIn("/tmp/d").size(), 1U);
+  }
   EXPECT_EQ(namesIn("/tmp/d"), Names{});
 }
 
@@ -62,10 +111,12 @@ TEST_F(TemporaryFileTest, TakesTheNameOfItsTargetAndStays) {
     auto file = TemporaryFile::create(directory(), "f");
     ASSERT_TRUE(file.ok());
     ASSERT_EQ(::write(file.value().fd(), "new", 3), 3);
+    ASSERT_TRUE(file.value().settle().ok());
+    EXPECT_EQ(contentOf("/tmp/d/f"), "old");
     ASSERT_TRUE(file.value().renameTo("f").ok());
   }
   EXPECT_EQ(namesIn("/tmp/d"), Names{"f"});
-  EXPECT_EQ(tests::contentOf("/tmp/d/f"), "new");
+  EXPECT_EQ(contentOf("/tmp/d/f"), "new");
 }
 
 TEST_F(TemporaryFileTest, IsGoneWhenItCannotTakeTheName) {
@@ -73,21 +124,49 @@ TEST_F(TemporaryFileTest, IsGoneWhenItCannotTakeTheName) {
   {
     auto file = TemporaryFile::create(directory(), "dir");
     ASSERT_TRUE(file.ok());
+    ASSERT_TRUE(file.value().settle().ok());
     EXPECT_FALSE(file.value().renameTo("dir").ok());
   }
   EXPECT_EQ(namesIn("/tmp/d"), Names{"dir"});
+}
+
+TEST_F(TemporaryFileTest, ExchangesItsPlaceWithAnotherFileAndBack) {
+  putFile("/tmp/d/f", "old");
+  {
+    auto file = TemporaryFile::create(directory(), "f");
+    ASSERT_TRUE(file.ok());
+    ASSERT_EQ(::write(file.value().fd(), "new", 3), 3);
+    ASSERT_TRUE(file.value().settle().ok());
+    ASSERT_TRUE(file.value().exchangeWith("f").ok());
+    EXPECT_EQ(contentOf("/tmp/d/f"), "new");
+    ASSERT_TRUE(file.value().exchangeWith("f").ok());
+    EXPECT_EQ(contentOf("/tmp/d/f"), "old");
+    ASSERT_TRUE(file.value().exchangeWith("f").ok());
+  }
+  EXPECT_EQ(namesIn("/tmp/d"), Names{"f"}) << "what was exchanged for it goes with the object";
+  EXPECT_EQ(contentOf("/tmp/d/f"), "new");
+}
+
+TEST_F(TemporaryFileTest, ExchangesNothingForNothing) {
+  auto file = TemporaryFile::create(directory(), "f");
+  ASSERT_TRUE(file.ok());
+  ASSERT_TRUE(file.value().settle().ok());
+  EXPECT_EQ(file.value().exchangeWith("f").error().kind, ErrorKind::kNotFound);
+  EXPECT_FALSE(tests::exists("/tmp/d/f"));
 }
 
 TEST_F(TemporaryFileTest, CutsALongNameBetweenTwoCharacters) {
   std::string name;
   while (name.size() + 3 <= 255)
     name += "\xE2\x82\xAC";
-  const auto file = TemporaryFile::create(directory(), name);
+  auto file = TemporaryFile::create(directory(), name);
   ASSERT_TRUE(file.ok());
+  ASSERT_TRUE(file.value().settle().ok());
   const std::string made = namesIn("/tmp/d").at(0);
   EXPECT_LE(made.size(), 255U);
   EXPECT_GT(made.size(), 250U);
   EXPECT_EQ((made.size() - 1 - 18) % 3, 0U) << made;
+  EXPECT_TRUE(bTemporaryName(made));
 }
 
 TEST_F(TemporaryFileTest, StaysInItsDirectoryWhenThePathLeadsElsewhere) {
@@ -95,9 +174,18 @@ TEST_F(TemporaryFileTest, StaysInItsDirectoryWhenThePathLeadsElsewhere) {
   ASSERT_TRUE(file.ok());
   ASSERT_EQ(::rename("/tmp/d", "/tmp/moved"), 0);
   tests::putDirectory("/tmp/d");
+  ASSERT_TRUE(file.value().settle().ok());
   ASSERT_TRUE(file.value().renameTo("f").ok());
   EXPECT_EQ(namesIn("/tmp/moved"), Names{"f"});
   EXPECT_EQ(namesIn("/tmp/d"), Names{});
+}
+
+TEST_F(TemporaryFileTest, TellsADirectoryThatIsGone) {
+  ASSERT_EQ(::rmdir("/tmp/d"), 0);
+  auto file = TemporaryFile::create(directory(), "f");
+  const Status done = file.ok() ? file.value().settle() : Status(file.error());  // file systems tell early or late
+  ASSERT_FALSE(done.ok());
+  EXPECT_EQ(done.error().kind, ErrorKind::kNotFound);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
-#include "provision/fresh_file.h"
+#include "base/fresh_file.h"
 
+#include <csignal>
 #include <filesystem>
 #include <unistd.h>
 
@@ -7,7 +8,7 @@
 
 namespace fs = std::filesystem;
 
-namespace kelt::provision {
+namespace kelt::base {
 namespace {
 
 using tests::contentOf;
@@ -83,14 +84,14 @@ TEST_F(FreshFileOf, RefusesANameThatADirectoryHas) {
   putDirectory("/tmp/key");
   const auto file = FreshFile::create("/tmp/key");
   ASSERT_FALSE(file.ok());
-  EXPECT_EQ(file.error().kind, base::ErrorKind::kRefused);
+  EXPECT_EQ(file.error().kind, ErrorKind::kRefused);
   EXPECT_EQ(namesIn("/tmp"), std::vector<std::string>{"key"});
 }
 
 TEST_F(FreshFileOf, FailsWithoutADirectory) {
   const auto file = FreshFile::create("/tmp/missing/key");
   ASSERT_FALSE(file.ok());
-  EXPECT_EQ(file.error().kind, base::ErrorKind::kNotFound);
+  EXPECT_EQ(file.error().kind, ErrorKind::kNotFound);
 }
 
 TEST_F(FreshFileOf, LeavesTheOldFileOnAFullDisk) {
@@ -101,20 +102,50 @@ TEST_F(FreshFileOf, LeavesTheOldFileOnAFullDisk) {
   EXPECT_EQ(namesIn("/tmp/small"), std::vector<std::string>{"key"});
 }
 
-TEST_F(FreshFileOf, KnowsFilesOfItsOwnFromWhatOthersPlanted) {
-  putFile("/tmp/own", "x");
-  EXPECT_TRUE(bOwnFile("/tmp/own"));
-  fs::create_symlink("/tmp/own", "/tmp/link");
-  EXPECT_FALSE(bOwnFile("/tmp/link"));
-  EXPECT_FALSE(bOwnFile("/tmp"));
-  EXPECT_FALSE(bOwnFile("/tmp/missing"));
-  fs::create_hard_link("/tmp/own", "/tmp/second");
-  EXPECT_FALSE(bOwnFile("/tmp/own"));
-  putFile("/tmp/foreign", "x");
-  // A user namespace of one uid cannot give a file away, but what the machine's root owns is foreign in it.
-  const bool given = ::chown("/tmp/foreign", 65534, 65534) == 0;
-  EXPECT_FALSE(bOwnFile(given ? "/tmp/foreign" : "/etc/passwd"));
+TEST_F(FreshFileOf, HasNoNameWhileItIsFilled) {
+  auto file = FreshFile::create("/tmp/key");
+  ASSERT_TRUE(file.ok());
+  ASSERT_TRUE(file.value().write(bytesOf("secret")).ok());
+  EXPECT_TRUE(namesIn("/tmp").empty());
+}
+
+TEST_F(FreshFileOf, LeavesWhatItCannotReplaceAndNothingElse) {
+  auto file = FreshFile::create("/tmp/key");
+  ASSERT_TRUE(file.ok());
+  putFile("/tmp/key/planted", "kept");
+  EXPECT_FALSE(file.value().publish().ok());
+  { const auto gone = std::move(file); }
+  EXPECT_EQ(namesIn("/tmp"), std::vector<std::string>{"key"});
+  EXPECT_EQ(contentOf("/tmp/key/planted"), "kept");
+}
+
+TEST_F(FreshFileOf, KeepsAnyModeThatTheUmaskWouldTake) {
+  const mode_t before = ::umask(0777);
+  EXPECT_TRUE(made("/tmp/key", "secret"));
+  ::umask(before);
+  EXPECT_EQ(modeOf("/tmp/key"), 0600U);
+}
+
+TEST_F(FreshFileOf, RefusesAPathThatNamesNoFile) {
+  EXPECT_EQ(FreshFile::create("").error().kind, ErrorKind::kRefused);
+  EXPECT_EQ(FreshFile::create("/tmp/").error().kind, ErrorKind::kRefused);
+}
+
+TEST_F(FreshFileOf, LetsSignalsWaitAsLongAsItLives) {
+  const auto bBlocked = [](int signal) {
+    sigset_t mask;
+    ::sigprocmask(SIG_BLOCK, nullptr, &mask);
+    return ::sigismember(&mask, signal) == 1;
+  };
+  {
+    auto file = FreshFile::create("/tmp/key");
+    ASSERT_TRUE(file.ok());
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+      EXPECT_TRUE(bBlocked(signal));
+  }
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    EXPECT_FALSE(bBlocked(signal));
 }
 
 }  // namespace
-}  // namespace kelt::provision
+}  // namespace kelt::base

@@ -1,0 +1,41 @@
+#pragma once
+// Where a file is, or is to be.
+
+#include <string>
+
+#include "base/result.h"
+#include "base/unique_fd.h"
+
+namespace kelt::base {
+
+/// A name in a directory that is held open, so that nothing that happens to the path meanwhile matters.
+struct Place {
+  UniqueFd directory;
+  bool bSyncable = true;  ///< false where the directory may be entered but not read: it cannot be synced then
+  std::string name;
+  std::string path;  ///< for messages, and the start of a relative link
+};
+
+/// The place of what stands under `path` itself; a symbolic link there is not followed. Errors: kRefused for a path
+/// that ends in no name; kNotFound, kSystem for its directory.
+[[nodiscard]] Result<Place> openPlace(const std::string& path);
+
+/// The place of the file that `path` leads to, through any symbolic links, whether it exists or not. Errors as
+/// openPlace; kSystem (ELOOP) for too many links.
+[[nodiscard]] Result<Place> findPlace(std::string path);
+
+/// Opens the regular file at `place` for reading: no descriptor when there is nothing. Errors: kRefused for whatever
+/// else stands there; kSystem.
+[[nodiscard]] Result<UniqueFd> openExisting(const Place& place);
+
+/// Makes the directory entry changes behind the open directory `fd` durable. `name` is what messages call it. Errors:
+/// kSystem. A file system that cannot sync a directory (EINVAL) counts as done.
+[[nodiscard]] Status syncDirectory(int fd, const std::string& name);
+
+/// The same for a directory by its path.
+[[nodiscard]] Status syncDirectory(const std::string& directory);
+
+/// The directory part of a path: "." where it has none, "/" for the root.
+[[nodiscard]] std::string directoryOf(const std::string& path);
+
+}  // namespace kelt::base
