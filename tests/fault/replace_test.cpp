@@ -8,6 +8,8 @@
 
 #include "support/private_device.h"
 
+#include "base/sweep.h"
+
 namespace kelt::tests {
 namespace {
 
@@ -190,7 +192,7 @@ TEST_P(ReplaceUnderFaults, WithoutFilesThatHaveNoNameItTakesOneFromTheStart) {
   EXPECT_EQ(named, 1);
 }
 
-TEST_P(ReplaceUnderFaults, DeathBeforeAnyCallLeavesOldOrNewContent) {
+TEST_P(ReplaceUnderFaults, DeathBeforeAnyCallLeavesOldOrNewContentAndWhatASweepRemoves) {
   Names calls;
   for (const Fault& fault : faults()) {
     if (std::find(calls.begin(), calls.end(), fault.call) == calls.end()) calls.push_back(fault.call);
@@ -212,6 +214,8 @@ TEST_P(ReplaceUnderFaults, DeathBeforeAnyCallLeavesOldOrNewContent) {
       if (bNameless() && call == "write") {
         EXPECT_EQ(left, Names{"f"}) << point;
       }
+      EXPECT_EQ(base::sweepDirectory("/tmp/d").size(), left.size() - 1) << point;
+      EXPECT_EQ(namesIn("/tmp/d"), Names{"f"}) << point;
     }
     EXPECT_GT(points, 0) << call << " is never called";
   }
