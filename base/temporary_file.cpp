@@ -71,11 +71,28 @@ TemporaryFile::~TemporaryFile() {
   if (m_bNamed) ::unlinkat(m_directory, m_name.c_str(), 0);
 }
 
+template <typename Take>
+Status TemporaryFile::takeName(Take take) {
+  for (int attempt = 0; attempt < kAttempts && bRandomized(m_name); ++attempt) {
+    m_bNamed = take() == 0;
+    if (m_bNamed) return {};
+    if (errno != EEXIST) break;
+  }
+  return systemError("create " + m_name);
+}
+
 Result<TemporaryFile> TemporaryFile::create(int directory, std::string_view name) {
   TemporaryFile file(directory, name);
   Status made = file.makeNameless();
   if (!made && bNamelessUnknown(made.error().sysErrno)) made = file.makeNamed();
   if (!made) return made.error();
+  return file;
+}
+
+Result<TemporaryFile> TemporaryFile::keep(int directory, const std::string& name) {
+  TemporaryFile file(directory, name);
+  const auto link = [&] { return ::linkat(directory, name.c_str(), directory, file.m_name.c_str(), 0); };
+  if (auto kept = file.takeName(link); !kept) return kept.error();
   return file;
 }
 
@@ -94,16 +111,6 @@ Status TemporaryFile::makeNamed() {
     m_fd.reset(retryInterrupted([&] { return ::openat(m_directory, m_name.c_str(), kFlags, 0600); }));
     return m_fd ? 0 : -1;
   });
-}
-
-template <typename Take>
-Status TemporaryFile::takeName(Take take) {
-  for (int attempt = 0; attempt < kAttempts && bRandomized(m_name); ++attempt) {
-    m_bNamed = take() == 0;
-    if (m_bNamed) return {};
-    if (errno != EEXIST) break;
-  }
-  return systemError("create " + m_name);
 }
 
 Status TemporaryFile::settle() {
@@ -127,6 +134,11 @@ Status TemporaryFile::renameTo(const std::string& name) {
 Status TemporaryFile::exchangeWith(const std::string& name) {
   if (::renameat2(m_directory, m_name.c_str(), m_directory, name.c_str(), RENAME_EXCHANGE) == 0) return {};
   return systemError("exchange with " + name);
+}
+
+bool TemporaryFile::putBack(const std::string& name) noexcept {
+  m_bNamed = false;
+  return ::renameat(m_directory, m_name.c_str(), m_directory, name.c_str()) == 0;
 }
 
 bool bTemporaryName(std::string_view name) {

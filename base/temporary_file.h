@@ -22,6 +22,10 @@ class TemporaryFile {
   /// Errors: kSystem, kNotFound when the directory is gone; nothing is left then.
   [[nodiscard]] static Result<TemporaryFile> create(int directory, std::string_view name);
 
+  /// Gives what stands under `name`, whatever it is, a temporary name as well, for it to be put back later. Errors:
+  /// kNotFound when nothing stands there; kSystem, where the file system gives no file two names for instance.
+  [[nodiscard]] static Result<TemporaryFile> keep(int directory, const std::string& name);
+
   TemporaryFile(TemporaryFile&& other) noexcept;
   TemporaryFile& operator=(TemporaryFile&&) = delete;
   /// Removes whatever stands under the temporary name, unless it was renamed. Needs no memory and no descriptor.
@@ -37,9 +41,14 @@ class TemporaryFile {
   /// temporary file is then still there. The directory is not synced.
   [[nodiscard]] Status renameTo(const std::string& name);
 
-  /// Gives the settled file the name `name` and what stands there its temporary name. Doing it again undoes it. Errors:
-  /// kNotFound when nothing stands there; kSystem; nothing has changed then.
+  /// Gives the settled file the name `name` and what stands there its temporary name: what goes with the object is then
+  /// that. Errors: kNotFound when nothing stands there; kSystem, EINVAL or ENOSYS where the file system cannot do that;
+  /// nothing has changed then.
   [[nodiscard]] Status exchangeWith(const std::string& name);
+
+  /// Puts what was kept, or exchanged for the file, back under `name`. Needs no memory and no descriptor. Returns
+  /// whether it could; if not, it stays under its temporary name.
+  bool putBack(const std::string& name) noexcept;
 
  private:
   TemporaryFile(int directory, std::string_view name);

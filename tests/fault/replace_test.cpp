@@ -1,11 +1,9 @@
-#include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sys/wait.h>
+#include <sstream>
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "strace.h"
 #include "support/private_device.h"
 
 #include "base/sweep.h"
@@ -18,7 +16,6 @@ namespace fs = std::filesystem;
 using Names = std::vector<std::string>;
 
 constexpr const char* kFile = "/tmp/d/f";
-constexpr const char* kTrace = "/tmp/trace";
 constexpr std::size_t kLength = 100'000;
 
 const std::string& oldContent() {
@@ -31,18 +28,7 @@ const std::string& newContent() {
   return content;
 }
 
-/// How a replacement under strace ended.
-struct Ending {
-  int status = -1;         ///< exit status, or -1 after a signal
-  bool bInjected = false;  ///< whether the fault was reached
-};
-
 /// The calls that a replacement is made of; each is made to fail in every way that it may.
-struct Fault {
-  std::string call;
-  std::string error;
-};
-
 const std::vector<Fault>& faults() {
   static const std::vector<Fault> all{
       {"openat", "ENOSPC"},      {"openat", "EIO"},     {"openat", "EMFILE"},         {"openat", "EDQUOT"},
@@ -81,22 +67,7 @@ class ReplaceUnderFaults : public PrivateDevice, public ::testing::WithParamInte
 
   /// Writes the file with the given faults, each an argument of strace's option -e.
   static Ending replaceUnder(const Names& faults, const std::string& traced) {
-    const std::string program = fs::read_symlink("/proc/self/exe").parent_path() / "kelt_replace_program";
-    std::string command = "exec strace -qq -o " + std::string(kTrace) + " -e trace=" + traced;
-    for (const std::string& fault : faults)
-      command += " -e " + fault;
-    command += " " + program + " " + GetParam() + " " + kFile + " 2>/tmp/errors";
-    // A sanitizer cannot look for leaks in a traced program.
-    const int status = std::system(("ASAN_OPTIONS=detect_leaks=0 LSAN_OPTIONS=detect_leaks=0; "
-                                    "export ASAN_OPTIONS LSAN_OPTIONS; " +
-                                    command)
-                                       .c_str());
-    const std::string trace = contentOf(kTrace);
-    Ending ending;
-    ending.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    ending.bInjected =
-        trace.find("(INJECTED)") != std::string::npos || trace.find("killed by SIGKILL") != std::string::npos;
-    return ending;
+    return runUnder("kelt_replace_program", std::string(GetParam()) + " " + kFile, faults, traced);
   }
 
   /// A file is there that is wholly the old or wholly the new one, attributes included.
@@ -180,8 +151,9 @@ TEST_P(ReplaceUnderFaults, WithoutFilesThatHaveNoNameItTakesOneFromTheStart) {
   for (int n = 1; n < 100; ++n) {
     restore();
     const std::string point = "openat:error=EOPNOTSUPP:when=" + std::to_string(n);
-    if (!replaceUnder({"inject=" + point}, "openat").bInjected) break;
-    const std::string trace = contentOf(kTrace);
+    const Ending ending = replaceUnder({"inject=" + point}, "openat");
+    if (!ending.bInjected) break;
+    const std::string& trace = ending.trace;
     const std::size_t refused = trace.find("O_TMPFILE, 0600) = -1 EOPNOTSUPP");
     if (refused == std::string::npos) continue;
     ++named;
@@ -193,10 +165,7 @@ TEST_P(ReplaceUnderFaults, WithoutFilesThatHaveNoNameItTakesOneFromTheStart) {
 }
 
 TEST_P(ReplaceUnderFaults, DeathBeforeAnyCallLeavesOldOrNewContentAndWhatASweepRemoves) {
-  Names calls;
-  for (const Fault& fault : faults()) {
-    if (std::find(calls.begin(), calls.end(), fault.call) == calls.end()) calls.push_back(fault.call);
-  }
+  Names calls = callsOf(faults());
   calls.emplace_back("close");
   for (const std::string& call : calls) {
     if (!bCalls(call)) continue;
@@ -232,8 +201,9 @@ TEST_P(ReplaceUnderFaults, AnOwnerThatCannotBeGivenIsAFailure) {
 }
 
 TEST_P(ReplaceUnderFaults, DataIsOnTheDiskBeforeTheNameIsAndTheModeBeforeTheData) {
-  ASSERT_EQ(replaceUnder({}, "fchmod,write,fsync,renameat,linkat").status, 0);
-  std::ifstream trace(kTrace);
+  const Ending ending = replaceUnder({}, "fchmod,write,fsync,renameat,linkat");
+  ASSERT_EQ(ending.status, 0);
+  std::istringstream trace(ending.trace);
   Names calls;
   for (std::string line; std::getline(trace, line);) {
     if (line.find('(') == std::string::npos || line.front() == '+') continue;

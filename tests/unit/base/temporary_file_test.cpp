@@ -29,6 +29,16 @@ class TemporaryFileTest : public tests::PrivateDevice {
   }
   [[nodiscard]] int directory() const { return m_directory.get(); }
 
+  /// A file that is ready to be renamed.
+  [[nodiscard]] TemporaryFile settledFile(std::string_view content) const {
+    auto file = TemporaryFile::create(directory(), "f");
+    EXPECT_TRUE(file.ok());
+    const ssize_t written = ::write(file.value().fd(), content.data(), content.size());
+    EXPECT_EQ(written, static_cast<ssize_t>(content.size()));
+    EXPECT_TRUE(file.value().settle().ok());
+    return std::move(file).value();
+  }
+
  private:
   UniqueFd m_directory;
 };
@@ -130,28 +140,63 @@ TEST_F(TemporaryFileTest, IsGoneWhenItCannotTakeTheName) {
   EXPECT_EQ(namesIn("/tmp/d"), Names{"dir"});
 }
 
-TEST_F(TemporaryFileTest, ExchangesItsPlaceWithAnotherFileAndBack) {
+TEST_F(TemporaryFileTest, ExchangesItsPlaceWithAnotherFileThatGoesWithIt) {
   putFile("/tmp/d/f", "old");
   {
-    auto file = TemporaryFile::create(directory(), "f");
-    ASSERT_TRUE(file.ok());
-    ASSERT_EQ(::write(file.value().fd(), "new", 3), 3);
-    ASSERT_TRUE(file.value().settle().ok());
-    ASSERT_TRUE(file.value().exchangeWith("f").ok());
+    auto file = settledFile("new");
+    ASSERT_TRUE(file.exchangeWith("f").ok());
     EXPECT_EQ(contentOf("/tmp/d/f"), "new");
-    ASSERT_TRUE(file.value().exchangeWith("f").ok());
-    EXPECT_EQ(contentOf("/tmp/d/f"), "old");
-    ASSERT_TRUE(file.value().exchangeWith("f").ok());
+    EXPECT_EQ(namesIn("/tmp/d").size(), 2U);
   }
-  EXPECT_EQ(namesIn("/tmp/d"), Names{"f"}) << "what was exchanged for it goes with the object";
+  EXPECT_EQ(namesIn("/tmp/d"), Names{"f"});
   EXPECT_EQ(contentOf("/tmp/d/f"), "new");
 }
 
+TEST_F(TemporaryFileTest, PutsBackWhatItWasExchangedFor) {
+  putFile("/tmp/d/f", "old", 0640);
+  {
+    auto file = settledFile("new");
+    ASSERT_TRUE(file.exchangeWith("f").ok());
+    EXPECT_TRUE(file.putBack("f"));
+  }
+  EXPECT_EQ(namesIn("/tmp/d"), Names{"f"});
+  EXPECT_EQ(contentOf("/tmp/d/f"), "old");
+  EXPECT_EQ(tests::modeOf("/tmp/d/f"), 0640U);
+}
+
+TEST_F(TemporaryFileTest, KeepsAnotherFileToPutItBack) {
+  putFile("/tmp/d/f", "old");
+  std::filesystem::create_symlink("nowhere", "/tmp/d/link");
+  {
+    auto file = TemporaryFile::keep(directory(), "f");
+    auto link = TemporaryFile::keep(directory(), "link");
+    ASSERT_TRUE(file.ok() && link.ok());
+    putFile("/tmp/d/new", "new");
+    ASSERT_EQ(::rename("/tmp/d/new", "/tmp/d/f"), 0);
+    ASSERT_EQ(::unlink("/tmp/d/link"), 0);
+    EXPECT_TRUE(file.value().putBack("f"));
+    EXPECT_TRUE(link.value().putBack("link"));
+  }
+  EXPECT_EQ(namesIn("/tmp/d"), (Names{"f", "link"}));
+  EXPECT_EQ(contentOf("/tmp/d/f"), "old");
+  EXPECT_EQ(std::filesystem::read_symlink("/tmp/d/link"), "nowhere");
+}
+
+TEST_F(TemporaryFileTest, LeavesWhatItCannotPutBack) {
+  putFile("/tmp/d/f", "old");
+  {
+    auto file = settledFile("new");
+    ASSERT_TRUE(file.exchangeWith("f").ok());
+    ASSERT_EQ(::unlink("/tmp/d/f"), 0);
+    tests::putDirectory("/tmp/d/f");
+    EXPECT_FALSE(file.putBack("f"));
+  }
+  EXPECT_EQ(namesIn("/tmp/d").size(), 2U);
+  EXPECT_EQ(contentOf("/tmp/d/" + namesIn("/tmp/d")[0]), "old");
+}
+
 TEST_F(TemporaryFileTest, ExchangesNothingForNothing) {
-  auto file = TemporaryFile::create(directory(), "f");
-  ASSERT_TRUE(file.ok());
-  ASSERT_TRUE(file.value().settle().ok());
-  EXPECT_EQ(file.value().exchangeWith("f").error().kind, ErrorKind::kNotFound);
+  EXPECT_EQ(settledFile("new").exchangeWith("f").error().kind, ErrorKind::kNotFound);
   EXPECT_FALSE(tests::exists("/tmp/d/f"));
 }
 
