@@ -6,6 +6,7 @@
 #include "app/exit_status.h"
 #include "app/messages.h"
 #include "base/console.h"
+#include "helper/leftovers.h"
 #include "helper/while_stopped.h"
 
 namespace kelt::app {
@@ -79,6 +80,12 @@ Ended importKeys(const CommandLineData& data, CommandLineHelper& agent) {
   return std::nullopt;
 }
 
+/// Whether the run is about to write files of the installation.
+bool bWrites(const CommandLineData& data) {
+  const bool bSwitches = (data.managedMode && data.sourceDirGiven) || data.unmanagedMode;
+  return bSwitches || data.importKeysOnly || data.customPropsGiven;
+}
+
 Ended checkAgent(const CommandLineData& data, CommandLineHelper& agent) {
   if (const Ended ended = checkVersion(data, agent)) return ended;
   if (const Ended ended = checkConflicts(data, agent)) return ended;
@@ -101,6 +108,7 @@ Ended controlService(const CommandLineData& data, CommandLineHelper& agent) {
 
 int runOptions(CommandLineData& data, const std::wstring& currentDir, CommandLineHelper& agent) {
   if (const Ended ended = checkAgent(data, agent)) return *ended;
+  if (bWrites(data)) helper::sweepInstallation();
   if (const Ended ended = switchMode(data, currentDir, agent)) return *ended;
   if (const Ended ended = controlService(data, agent)) return *ended;
   if (data.customPropsGiven) replaceCustomProperties(data);

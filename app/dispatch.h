@@ -12,6 +12,8 @@ namespace kelt::app {
 /// to managed mode, or else to unmanaged mode, which end the run with their status; start; stop; key import; the custom
 /// properties. `-m` without `-d` prints an error and is then taken as not given.
 ///
+/// Before anything of the installation is written, what interrupted runs left in it is removed (helper/leftovers.h).
+///
 /// `currentDir` is where the tool was started. While the service is stopped for a key import, SIGINT, SIGTERM and
 /// SIGHUP wait until it runs again.
 [[nodiscard]] int runOptions(CommandLineData& data, const std::wstring& currentDir, helper::CommandLineHelper& agent);

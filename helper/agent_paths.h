@@ -31,5 +31,6 @@ inline constexpr const wchar_t* kSiteCache = L"/sitecache.bin";
 inline constexpr const wchar_t* kUpdateDir = L"/update";
 /// In the agent's data directory.
 inline constexpr const wchar_t* kCustomProperties = L"CustomProps.xml";
+inline constexpr const wchar_t* kKeyStore = L"keystore";
 
 }  // namespace kelt::helper::paths

@@ -4,6 +4,7 @@
 
 #include "base/console.h"
 #include "helper/agent_paths.h"
+#include "helper/leftovers.h"
 #include "helper/unix_command_line_helper.h"
 #include "modes/messages.h"
 #include "platform/afile.h"
@@ -29,6 +30,7 @@ int unixCommandLineHelper::PrepareORVForManagedMode(std::wstring sourceDir, std:
   for (const std::wstring& candidate : {std::move(sourceDir), std::move(joined), std::move(currentDir)}) {
     if (!bHasSiteList(candidate)) continue;
     SetSourceDir(candidate);
+    sweepDirectory(candidate);
     // The first complete directory decides, whatever the switch from it comes to.
     if (allKeyFilesPresent()) return managedModeTask() ? 1 : 0;
   }

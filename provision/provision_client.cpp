@@ -4,7 +4,9 @@
 
 #include "base/console.h"
 #include "base/fresh_file.h"
+#include "base/sweep.h"
 #include "platform/afile.h"
+#include "platform/logger.h"
 #include "platform/sites_helper.h"
 #include "platform/unzip.h"
 #include "provision/messages.h"
@@ -106,7 +108,15 @@ Status renameSiteList(const std::string& directory) {
   return completed(std::rename(from.c_str(), to.c_str()) == 0, kNotRenamed);
 }
 
+/// What an earlier run left in the directory when it was cut off.
+void sweep(const std::string& directory) {
+  for (const std::string& path : base::sweepDirectory(directory))
+    logInfo(L"keltcfg",
+            quorvane_com::orv::tellcomn_ansi_to_wide("Removed what an interrupted run left, " + path).c_str());
+}
+
 Status unpackReply(const std::string& directory) {
+  sweep(directory);
   const std::string zip = directory + "/keltconfig_keystemp.zip";
   if (const Status status = writeZip(zip); status != kSuccess) return status;
   return unzip(zip, directory);
