@@ -1,13 +1,14 @@
 # kelt_unit_test(<module> SOURCES <file>... LINKS <target>...)
 #
 # Makes the test program kelt_test_<module> of one folder, beside the loadable objects so that it finds them, and one
-# CTest test per GoogleTest case. The program enters a private device before its main runs a test (tests/support).
+# CTest test per GoogleTest case. The program enters a private device before its main runs a test (tests/support), which
+# has tests/data at KELT_TEST_DATA.
 include(GoogleTest)
 function(kelt_unit_test module)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
   add_executable(kelt_test_${module} ${ARG_SOURCES})
   set_target_properties(kelt_test_${module} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
-  target_compile_definitions(kelt_test_${module} PRIVATE KELT_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
+  target_compile_definitions(kelt_test_${module} PRIVATE KELT_TEST_DATA="/checkout/data")
   # An optimising build warns without regard to a cast to void, or to a test that replaces the operators new and delete.
   target_compile_options(kelt_test_${module} PRIVATE -Wno-unused-result
                                                      $<$<CXX_COMPILER_ID:GNU>:-Wno-mismatched-new-delete>)

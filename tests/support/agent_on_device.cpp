@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/child.h"
 #include "support/private_device.h"
 
 namespace kelt::tests {
@@ -79,11 +80,11 @@ Tree treeOf(const std::string& directory) {
 }
 
 int statusOfProcess(const std::function<bool()>& work) {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(work() ? 0 : 1);
-  int status = -1;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  return status;
+  return Child([&] {
+           ::_exit(work() ? 0 : 1);
+           return 0;
+         })
+      .wait();
 }
 
 WhenRead::WhenRead(const std::string& directory, void (*reaction)())

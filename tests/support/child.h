@@ -4,24 +4,30 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 
+#include "support/bound_process.h"
+
 namespace kelt::tests {
 
 /// What a Child ends with whose action threw.
 inline constexpr int kThrew = 250;
 
-/// A process that runs `action` and ends with the status it returns.
+/// A process that runs `action` and ends with the status it returns, or with this process. Fails the test where this
+/// one has further threads: what they hold at that moment stays held in the child for ever.
 class Child {
  public:
   explicit Child(const std::function<int()>& action) {
     std::fflush(nullptr);  // or the child would print the rest once more
-    m_pid = ::fork();
+    EXPECT_EQ(threadCount(), 1) << "a child of a process with threads may hang";
+    m_pid = forkBound();
     if (m_pid == 0) std::exit(statusOf(action));
+    EXPECT_GT(m_pid, 0);
   }
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
@@ -31,7 +37,7 @@ class Child {
 
   /// Waits for its end and returns the status as waitpid gives it.
   int wait() {
-    if (m_pid > 0) ::waitpid(std::exchange(m_pid, -1), &m_status, 0);
+    if (m_pid > 0) m_status = waitStatusOf(std::exchange(m_pid, -1));
     return m_status;
   }
 

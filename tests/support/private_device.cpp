@@ -1,8 +1,8 @@
 #include "support/private_device.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,9 +13,15 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include "support/bound_process.h"
+#include "support/coverage.h"
+#include "support/private_root.h"
+#include "support/require.h"
 
 #include "base/unique_fd.h"
 
@@ -24,86 +30,90 @@ namespace fs = std::filesystem;
 namespace kelt::tests {
 namespace {
 
-std::vector<std::string>& mounted() {
-  static std::vector<std::string> paths;
-  return paths;
-}
-
-void require(bool done, const std::string& what) {
-  if (done) return;
-  std::fprintf(stderr, "private device: %s: %s\nThe tests need unprivileged or root namespaces of this system.\n",
-               what.c_str(), std::strerror(errno));
-  std::exit(99);
-}
+constexpr int kNoProc = 98;      ///< the system refuses a /proc of the process namespace
+constexpr int kSignalled = 128;  ///< with a signal's number added: what ended the tests
 
 void writeProc(const char* path, const std::string& text) {
   const base::UniqueFd fd(::open(path, O_WRONLY | O_CLOEXEC));
   require(fd.bValid() && ::write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()), path);
 }
 
-void enterNamespaces() {
+void keepMountsToItself() {
+  require(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "make mounts private");
+}
+
+void enterNamespaces(bool bOwnProcesses) {
   const uid_t uid = ::geteuid();
   const gid_t gid = ::getegid();
-  const int common = CLONE_NEWNS | CLONE_NEWIPC | CLONE_NEWNET | CLONE_NEWUTS;
-  require(::unshare(uid == 0 ? common : common | CLONE_NEWUSER) == 0, "unshare");
-  if (uid != 0) {
+  const int common = CLONE_NEWNS | CLONE_NEWIPC | CLONE_NEWNET | CLONE_NEWUTS | (bOwnProcesses ? CLONE_NEWPID : 0);
+  // Root of a container may lack the right; then a user namespace gives it, as to anybody.
+  if (uid != 0 || ::unshare(common) != 0) {
+    require(::unshare(common | CLONE_NEWUSER) == 0, "unshare");
     writeProc("/proc/self/setgroups", "deny");
     writeProc("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
     writeProc("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
   }
-  require(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "make mounts private");
+  keepMountsToItself();
 }
 
-/// A directory to build the new root on that hides nothing that the tests need.
-std::string stagingDirectory(const std::vector<std::string>& needed) {
-  for (const char* candidate : {"/mnt", "/srv", "/media", "/opt", "/var"}) {
-    const std::string prefix = std::string(candidate) + "/";
-    const bool hides = std::any_of(needed.begin(), needed.end(),
-                                   [&](const std::string& path) { return (path + "/").rfind(prefix, 0) == 0; });
-    if (!hides && fs::is_directory(candidate)) return candidate;
-  }
-  require(false, "find a directory to build on");
-  return {};
+/// The status to end with for a child that is waited for.
+int statusAfter(pid_t child) {
+  require(child > 0, "fork");
+  const int status = waitStatusOf(child);
+  return WIFSIGNALED(status) ? kSignalled + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-void bindInto(const std::string& root, const std::string& path) {
-  const fs::path target = root + path;
-  if (fs::is_symlink(path)) {
-    fs::create_symlink(fs::read_symlink(path), target);
-    return;
-  }
-  if (!fs::exists(path)) return;
-  fs::create_directories(target.parent_path());
-  if (fs::is_directory(path)) {
-    fs::create_directories(target);
-  } else {
-    std::ofstream(target).flush();
-  }
-  require(::mount(path.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "bind " + path);
+/// Where this program is and what belongs to it.
+RootPlan planFor(const fs::path& program, bool bOwnProcesses) {
+  RootPlan plan;
+  plan.buildDirectory = program.parent_path();
+  plan.dataDirectory = plan.buildDirectory + "/" KELT_DATA_FROM_BUILD;
+  plan.profiles = profileDirectory(plan.buildDirectory);
+  plan.bOwnProcesses = bOwnProcesses;
+  return plan;
 }
 
-void enterNewRoot() {
-  const std::string binary = fs::read_symlink("/proc/self/exe").parent_path();
-  const std::string source = fs::canonical(fs::path(KELT_SOURCE_DIR));
-  const std::string root = stagingDirectory({binary, source});
-  require(::mount("device", root.c_str(), "tmpfs", 0, "mode=755") == 0, "mount the root");
-  for (const char* path : {"/usr", "/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32", "/dev", "/proc", "/etc/ssl",
-                           "/etc/ld.so.cache", "/etc/alternatives", "/etc/passwd", "/etc/group"}) {
-    bindInto(root, path);
-  }
-  bindInto(root, source);
-  if ((binary + "/").rfind(source + "/", 0) != 0) bindInto(root, binary);
-  require(::chdir(root.c_str()) == 0, "enter the root");
-  require(::syscall(SYS_pivot_root, ".", ".") == 0, "pivot_root");
-  require(::umount2(".", MNT_DETACH) == 0, "leave the old root");
-  require(::chdir("/") == 0, "chdir /");
+/// Starts this program anew from where the private root has it. Unlike after a fork alone, it is then, to itself and to
+/// all that it starts, the program of that place.
+[[noreturn]] void becomeRunner(const fs::path& program, char** arguments) {
+  sendProfilesTo(kPrivateProfiles);
+  std::string path = std::string(kPrivateBuild) + "/" + program.filename().string();
+  arguments[0] = path.data();  // by which death tests start it once more
+  ::execv(path.c_str(), arguments);
+  require(false, "start " + path);
+  std::abort();
 }
 
-void emptyDirectory(const std::string& path, mode_t mode) {
-  std::error_code ignored;
-  fs::remove_all(path, ignored);
-  fs::create_directories(path);
-  require(::chmod(path.c_str(), mode) == 0, "chmod " + path);
+/// Builds the device and runs the tests there, as the first process of its namespace or without one. What is left
+/// running at the end goes with that namespace.
+int superviseTests(const fs::path& program, char** arguments, bool bOwnProcesses) {
+  ::umask(022);
+  if (!enterPrivateRoot(planFor(program, bOwnProcesses))) return kNoProc;
+  const pid_t runner = forkBound();
+  if (runner == 0) becomeRunner(program, arguments);
+  return statusAfter(runner);
+}
+
+/// Runs the tests in new namespaces. Returns their status, or kNoProc.
+int runInNamespaces(const fs::path& program, char** arguments, bool bOwnProcesses) {
+  const pid_t child = forkBound();
+  if (child != 0) return statusAfter(child);
+  enterNamespaces(bOwnProcesses);
+  if (!bOwnProcesses) ::_exit(superviseTests(program, arguments, false));
+  const pid_t first = forkBound();
+  if (first == 0) ::_exit(superviseTests(program, arguments, true));
+  ::_exit(statusAfter(first));
+}
+
+/// Ends this process as the tests ended.
+[[noreturn]] void endWith(int status) {
+  if (status > kSignalled) {
+    const rlimit none{0, 0};
+    ::setrlimit(RLIMIT_CORE, &none);  // theirs is enough
+    static_cast<void>(std::signal(status - kSignalled, SIG_DFL));
+    static_cast<void>(::raise(status - kSignalled));
+  }
+  ::_exit(status);
 }
 
 /// Sends a standard descriptor into memory while it lives.
@@ -128,21 +138,35 @@ class Capture {
 
 }  // namespace
 
-void enterPrivateDevice() {
-  enterNamespaces();
-  enterNewRoot();
-  resetDevice();
+void enterPrivateDevice(char** arguments) {
+  if (bOnPrivateRoot()) {
+    // A death test starts the program from within a test, whose device must not change by that.
+    require(::unshare(CLONE_NEWNS) == 0, "unshare");
+    keepMountsToItself();
+    renewDevice();
+    return;
+  }
+  const fs::path program = fs::read_symlink("/proc/self/exe");
+  std::fflush(nullptr);
+  int status = runInNamespaces(program, arguments, true);
+  if (status == kNoProc) status = runInNamespaces(program, arguments, false);
+  linkProfiles(program.parent_path());
+  endWith(status);
+}
+
+void refuseOutputFiles() {
+  const std::string output = GTEST_FLAG_GET(output);
+  const std::string file = output.substr(std::min(output.find(':'), output.size()));
+  if (output.empty() || file == ":/dev/stdout" || file == ":/dev/stderr") return;
+  std::fprintf(stderr,
+               "private device: --gtest_output=%s: a test program cannot write a file of this machine.\n"
+               "Its results are on standard output; --gtest_output=xml:/dev/stderr writes them apart.\n",
+               output.c_str());
+  std::exit(99);
 }
 
 void resetDevice() {
-  while (!mounted().empty()) {
-    ::umount2(mounted().back().c_str(), MNT_DETACH);
-    mounted().pop_back();
-  }
-  emptyDirectory("/etc/orv.d", 0755);
-  emptyDirectory("/opt/Quorvane", 0755);
-  emptyDirectory("/run", 0755);
-  emptyDirectory("/tmp", 01777);
+  renewDevice();
 }
 
 void PrivateDevice::SetUp() {
@@ -189,26 +213,22 @@ void putForeignDirectory(const std::string& path) {
   if (::chown(path.c_str(), 65534, 65534) == 0) return;
   // A user namespace of one uid cannot give a file away, but what the machine's root owns is foreign in it.
   require(::mount("/usr/share/misc", path.c_str(), nullptr, MS_BIND, nullptr) == 0, "bind a foreign directory");
-  mounted().push_back(path);
 }
 
 void mountSmall(const std::string& path, std::size_t bytes) {
   putDirectory(path);
   const std::string options = "mode=755,size=" + std::to_string(bytes);
   require(::mount("small", path.c_str(), "tmpfs", 0, options.c_str()) == 0, "mount a small file system");
-  mounted().push_back(path);
 }
 
 void mountReadOnly(const std::string& path) {
   require(::mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0, "bind " + path);
-  mounted().push_back(path);
   require(::mount(nullptr, path.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr) == 0,
           "make read-only " + path);
 }
 
 void unmount(const std::string& path) {
   require(::umount2(path.c_str(), MNT_DETACH) == 0, "unmount " + path);
-  mounted().erase(std::remove(mounted().begin(), mounted().end(), path), mounted().end());
 }
 
 Output outputOf(const std::function<void()>& action) {

@@ -9,14 +9,22 @@
 
 namespace kelt::tests {
 
-/// Moves this process into a private device: new mount, IPC, network and host name namespaces (and a user namespace in
-/// which it is uid 0, when it is not root), a root in memory with the machine's /usr, /dev and /proc, the source and
-/// the build tree, and an empty device below /etc/orv.d, /opt, /run and /tmp. Nothing outside can be changed from there
-/// except the build tree. Ends the program with a message where the system refuses that.
-void enterPrivateDevice();
+/// Runs this program anew on a private device, and ends it as that run ended; returns at once in that run. The device
+/// has mount, IPC, network, host name and process namespaces of its own (and a user namespace in which it is uid 0,
+/// where it is not root), a root in memory with the machine's /usr, and an empty device below /etc/orv.d, /opt, /run
+/// and /tmp. Nothing of the machine can be changed from there, the checkout included: tests/data (KELT_TEST_DATA) and
+/// the directory of this program are there read-only, the rest is not. Whatever is left running ends with this process,
+/// however that ends. Where the system refuses a /proc for new process namespaces there is none, and children end with
+/// their parents. Call it first in main, with its `argv`. Ends the program with a message and status 99 where the
+/// system refuses more.
+void enterPrivateDevice(char** arguments);
 
-/// Empties /etc/orv.d, /opt/Quorvane, /run and /tmp, which then exist as directories of root with mode 0755 (/tmp
-/// 1777).
+/// Ends the program, with a message and status 99, when it was asked for a file with its results: it would be in the
+/// device, and gone with it.
+void refuseOutputFiles();
+
+/// Gives the device new, empty file systems: /etc/orv.d, /opt/Quorvane and /run are directories of root with mode 0755,
+/// /tmp with 1777. Nothing is removed: what was there, and all that was mounted there, is left to itself.
 void resetDevice();
 
 /// A test that starts on an empty device, with the working directory "/".

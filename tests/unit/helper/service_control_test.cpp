@@ -232,8 +232,8 @@ TEST_F(ServiceControl, RunsNothingThatOthersMayHaveWrittenForAPlugIn) {
   putPlugIn("LINKED");
   ASSERT_EQ(::chmod("/etc/orv.d/FILE/config.xml", 0646), 0);
   ASSERT_EQ(::chmod("/etc/orv.d/DIRECTORY", 0777), 0);
-  ASSERT_EQ(::rename("/etc/orv.d/LINKED/config.xml", "/tmp/linked.xml"), 0);
-  ASSERT_EQ(::chmod("/tmp/linked.xml", 0666), 0);
+  putFile("/tmp/linked.xml", kelt::tests::contentOf("/etc/orv.d/LINKED/config.xml"), 0666);
+  ASSERT_EQ(::unlink("/etc/orv.d/LINKED/config.xml"), 0);
   ASSERT_EQ(::symlink("/tmp/linked.xml", "/etc/orv.d/LINKED/config.xml"), 0);
   expectStart(true);
   expectStop(true);
