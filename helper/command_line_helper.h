@@ -36,8 +36,8 @@ class CommandLineHelper {
 
   /// Imports the server's keys, and the agent's own where the registry emulation holds them, into the agent's key
   /// store. `fromUpdateDir` takes the key files from the update directory instead of the installation directory.
-  /// Returns true when the server's public key was imported; key files and registry values are then removed. Before
-  /// that point every failure leaves them untouched.
+  /// Returns true when the server's public key was imported and the crypto mode and key size recorded; key files and
+  /// registry values are then removed. Every failure before that leaves them untouched.
   virtual bool ImportKeys(bool fromUpdateDir);
 
   /// Kept for products that store passwords in a site list; this agent has none. Does nothing, returns true.

@@ -1,6 +1,7 @@
-// The key import. Until the server's public key is in the key store, a failure ends it with key files and registry
-// values as they were. From then on it goes through to the end, since everything that comes after can be repeated, and
-// the key files are removed last: a run that was cut short is repeated from them.
+// The key import. Until the server's public key is in the key store and the setting that it is for is recorded, a
+// failure ends it with key files and registry values as they were. From then on it goes through to the end, since
+// everything that comes after can be repeated, and the key files are removed last: a run that was cut short is repeated
+// from them.
 
 #include <memory>
 
@@ -101,9 +102,8 @@ bool bServerKeysImported(IKeyManagement& keys, const std::wstring& publicFile, c
   if (!keys.importKeyFromFile(KeyType::kServerRequestSecret, secretFile)) {
     info(L"Failed to import the server private key, not treating as a failure");
   }
-  // The keys are in the store: there is no way back, and the agent finds the rest of the import done.
-  if (!conf.SetCryptoMode(setting.mode, setting.keySize)) error(L"Unable to record the crypto mode and key size");
-  return true;
+  // With the wrong setting the agent could not use the keys. The key files stay, for the import to be repeated.
+  return conf.SetCryptoMode(setting.mode, setting.keySize) || bFailed(L"Unable to record the crypto mode and key size");
 }
 
 /// Imports the agent's own pair from the registry emulation, where it holds one.

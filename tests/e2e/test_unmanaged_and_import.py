@@ -128,6 +128,21 @@ def test_key_import_without_keys_starts_the_agent_again(device):
     assert ("E", "Unable to locate server keys ") in device.log()
 
 
+def test_key_import_that_cannot_record_the_mode_keeps_the_key_files(device, package):
+    package("--both", to=device.path(UPDATE))
+    device.path(KEYSTORE).mkdir(mode=0o700)
+    device.path(KEYSTORE + "/keyconf.ini").mkdir()
+    before = device.files()
+    run = device.run("-k")
+    assert run.result() == (NO_MODE, b"", 16)
+    assert device.calls() == device.stopping() + device.starting()
+    keys = [KEYSTORE + "/server-public.der", KEYSTORE + "/server-request-secret.der"]
+    assert changes(before, device.files()) == {"added": sorted(keys + LOGS), "removed": [], "changed": []}
+    assert device.log()[-1] == ("E", "Unable to record the crypto mode and key size")
+    device.path(KEYSTORE + "/keyconf.ini").rmdir()
+    assert device.run("-k").status == 0
+
+
 def test_key_import_with_a_service_that_does_not_stop_or_start(device, package):
     package(to=device.path(UPDATE))
     device.edit(AGENT_CONFIG, b"/opt/Quorvane/orv/bin/agent stop", b"mv " + AGENT_CONFIG.encode() + b" /run/hidden.xml")

@@ -70,3 +70,4 @@ def test_an_error_at_any_point_leaves_old_or_new_files_and_nothing_else(faults, 
         if outcome.status == 0:
             assert outcome.files[SITE_LIST] == finished(faults)[SITE_LIST], outcome.fault
             assert outcome.files[SERVER_KEY] == finished(faults)[SERVER_KEY], outcome.fault
+            assert outcome.files[KEYSTORE + "/keyconf.ini"] == b"mode=2\nkeysize=1\n", outcome.fault

@@ -93,12 +93,23 @@ TEST_F(ImportFailure, EndsWhereTheKeyStoreCannotBeUsed) {
   expectNothingTouched();
 }
 
-TEST_F(ImportFailure, ReportsASettingThatCannotBeRecordedAndGoesOn) {
+TEST_F(ImportFailure, EndsWhereTheSettingCannotBeRecorded) {
   std::filesystem::remove(kKeyConf);
   putDirectory(kKeyConf);
+  EXPECT_FALSE(bImported());
+  EXPECT_EQ(logLines(), ExpectedLog{}.with({"E Unable to record the crypto mode and key size"}));
+  EXPECT_EQ(m_output.out, "");
+  expectNothingTouched();
+}
+
+TEST_F(ImportFailure, CanBeRepeatedOnceTheSettingCanBeRecorded) {
+  std::filesystem::remove(kKeyConf);
+  putDirectory(kKeyConf);
+  EXPECT_FALSE(bImported());
+  std::filesystem::remove(kKeyConf);
   EXPECT_TRUE(bImported());
-  EXPECT_EQ(logLines(), ExpectedLog{}.with(
-                            {"E Unable to record the crypto mode and key size", "I Successfully imported the keys."}));
+  EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
+  EXPECT_EQ(contentOf(kConfig), configWith(kHash1024));
   EXPECT_EQ(keyFilesIn(kInstall), Lines{});
 }
 
