@@ -10,6 +10,7 @@
 #include "base/file_replace.h"
 #include "base/retry.h"
 #include "base/utf.h"
+#include "platform/refusals.h"
 
 namespace {
 
@@ -77,6 +78,7 @@ UniqueFd openOrCreate(const std::string& path) {
 
 bool readWhole(const AString& path, ABuffer& content) {
   const auto bytes = kelt::base::readFile(narrow(path));
+  if (!bytes) kelt::platform::logRefusal(bytes.error());
   if (!bytes) return false;
   content = ABuffer(bytes.value());
   return true;
@@ -112,7 +114,9 @@ bool AFiler::deleteFile(const AString& path) {
 }
 
 bool AFiler::copyFile(const AString& from, const AString& to) {
-  return kelt::base::copyFile(narrow(from), narrow(to)).ok();
+  const auto copied = kelt::base::copyFile(narrow(from), narrow(to));
+  if (!copied && copied.error().kind == kelt::base::ErrorKind::kRefused) kelt::platform::logRefusal(copied.error());
+  return copied.ok();
 }
 
 bool AFile::readExisting(const AString& path, ABuffer& content) {

@@ -8,6 +8,7 @@
 #include "base/file_read.h"
 #include "base/file_replace.h"
 #include "base/utf.h"
+#include "platform/refusals.h"
 
 namespace {
 
@@ -41,9 +42,11 @@ bool bGiven(const wchar_t* text) {
 }
 
 Result<std::unique_ptr<XmlDocument>> loadFile(const wchar_t* path, const wchar_t* rootName) {
-  const auto bytes = kelt::base::readFile(pathOf(path), kMaxDocumentSize);
-  if (!bytes) return bytes.error();
-  return XmlDocument::load(bytes.value(), xmlTextOf(rootName));
+  const std::string file = pathOf(path);
+  const auto bytes = kelt::base::readFile(file, kMaxDocumentSize);
+  auto document = bytes ? XmlDocument::load(bytes.value(), xmlTextOf(rootName)) : bytes.error();
+  if (!document) kelt::platform::logRefusal(file, document.error());
+  return document;
 }
 
 std::string valueOf(pugi::xml_node node, const std::string& attribute) {

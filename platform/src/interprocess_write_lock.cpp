@@ -4,15 +4,23 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include "alarmed_wait.h"
 #include "device_paths.h"
 
+#include "base/result.h"
 #include "base/retry.h"
+#include "platform/refusals.h"
 
 namespace {
 
+using kelt::base::Error;
+using kelt::base::ErrorKind;
+using kelt::base::Result;
 using kelt::base::retryInterrupted;
+using kelt::base::Status;
+using kelt::base::systemError;
 using kelt::base::UniqueFd;
 using kelt::platform::AlarmedWait;
 
@@ -25,28 +33,41 @@ std::string pathOf(const std::string& name) {
   return bPlainName(name) ? std::string(kelt::platform::paths::kLockDir) + "/" + name : std::string();
 }
 
-/// Makes the directory if it is missing. False where somebody else could put or replace files in it.
-bool bDirectorySafe() {
-  constexpr const char* kDirectory = kelt::platform::paths::kLockDir;
-  if (::mkdir(kDirectory, 0700) != 0 && errno != EEXIST) return false;
-  struct stat info {};
-  if (::lstat(kDirectory, &info) != 0) return false;
-  return S_ISDIR(info.st_mode) && info.st_uid == ::geteuid() && (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+Error refused(const std::string& path, const char* why) {
+  return {ErrorKind::kRefused, 0, path + ": " + why};
 }
 
-/// Whether nobody else can have opened the file, or can open it. No link at all means that it was just removed, which
-/// shows once it is locked.
-bool bFileSafe(int fd) {
+/// Makes the directory if it is missing. An error where somebody else could put or replace files in it.
+Status safeDirectory() {
+  const std::string directory = kelt::platform::paths::kLockDir;
+  if (::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) return systemError("make " + directory);
   struct stat info {};
-  if (::fstat(fd, &info) != 0) return false;
-  return S_ISREG(info.st_mode) && info.st_uid == ::geteuid() && info.st_nlink <= 1 && (info.st_mode & 077U) == 0;
+  if (::lstat(directory.c_str(), &info) != 0) return systemError("examine " + directory);
+  if (!S_ISDIR(info.st_mode)) return refused(directory, "is not a directory");
+  if (info.st_uid != ::geteuid()) return refused(directory, "belongs to somebody else");
+  if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) return refused(directory, "can be written by others");
+  return {};
 }
 
-UniqueFd openLockFile(const std::string& path) {
-  if (path.empty() || !bDirectorySafe()) return {};
+/// An error where somebody else can have opened the file, or can open it. No link at all means that it was just
+/// removed, which shows once it is locked.
+Status safeFile(int fd, const std::string& path) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0) return systemError("examine " + path);
+  if (!S_ISREG(info.st_mode)) return refused(path, "is not a regular file");
+  if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
+  if (info.st_nlink > 1) return refused(path, "has other names");
+  if ((info.st_mode & 077U) != 0) return refused(path, "can be opened by others");
+  return {};
+}
+
+Result<UniqueFd> openLockFile(const std::string& path) {
+  if (path.empty()) return Error{ErrorKind::kNotFound, 0, "no name of a lock"};
+  if (const Status safe = safeDirectory(); !safe) return safe.error();
   constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   UniqueFd fd(retryInterrupted([&] { return ::open(path.c_str(), kFlags, 0600); }));
-  if (fd && !bFileSafe(fd.get())) fd.reset();
+  if (!fd) return systemError("open " + path);
+  if (const Status safe = safeFile(fd.get(), path); !safe) return safe.error();
   return fd;
 }
 
@@ -84,9 +105,10 @@ bool takeWaiting(int fd, const AlarmedWait& wait) {
 template <typename Take, typename GoOn>
 UniqueFd acquire(const std::string& path, Take take, GoOn bGoOn) {
   do {
-    UniqueFd fd = openLockFile(path);
-    if (!fd || !take(fd.get())) return {};
-    if (bStillNamed(fd.get(), path)) return fd;
+    auto fd = openLockFile(path);
+    if (!fd) kelt::platform::logRefusal(fd.error());
+    if (!fd || !take(fd.value().get())) return {};
+    if (bStillNamed(fd.value().get(), path)) return std::move(fd).value();
   } while (bGoOn());
   return {};
 }

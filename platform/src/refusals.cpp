@@ -16,12 +16,21 @@ bool bNew(const std::string& message) {
   return said.insert(message).second;
 }
 
+void logOnce(const std::string& message) {
+  if (bNew(message)) logError(kSource, base::toWide(message).c_str());
+}
+
 }  // namespace
 
 void logRefusal(const base::Error& error) noexcept {
+  logRefusal({}, error);
+}
+
+void logRefusal(const std::string& path, const base::Error& error) noexcept {
   if (error.kind == base::ErrorKind::kNotFound) return;
   try {
-    if (bNew(error.message)) logError(kSource, base::toWide(error.message).c_str());
+    const bool bNamed = error.message.find(path) != std::string::npos;
+    logOnce(bNamed ? error.message : path + ": " + error.message);
   } catch (...) {
     // The refusal stands; that nobody reads why is the lesser evil.
     return;

@@ -11,6 +11,7 @@
 #include "base/file_read.h"
 #include "base/file_replace.h"
 #include "base/utf.h"
+#include "platform/refusals.h"
 
 namespace {
 
@@ -89,7 +90,10 @@ int RegOpenKey(void* root, const char* path, void** key) {
   if (path == nullptr || key == nullptr) return kRegistryBadData;
   if (root != HKEY_LOCAL_MACHINE || registry().path.empty()) return kRegistryNotFound;
   auto file = loadFile(registry().path);
-  if (!file) return statusOf(file.error().kind);
+  if (!file) {
+    kelt::platform::logRefusal(registry().path, file.error());
+    return statusOf(file.error().kind);
+  }
   if (!file.value().bHasSection(path)) return kRegistryNotFound;
 
   const std::uintptr_t handle = ++registry().lastHandle;

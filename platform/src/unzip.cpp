@@ -6,6 +6,7 @@
 #include "unzip_guard.h"
 
 #include "base/file_read.h"
+#include "platform/refusals.h"
 
 namespace kelt::platform {
 namespace {
@@ -39,5 +40,7 @@ base::Status unzip(const char* file, const char* directory) {
 
 int NsUnzip(const char* zipFile, const char* destDir) {
   if (zipFile == nullptr || destDir == nullptr) return -1;
-  return kelt::platform::unzip(zipFile, destDir) ? 0 : -1;
+  const auto unpacked = kelt::platform::unzip(zipFile, destDir);
+  if (!unpacked) kelt::platform::logRefusal(zipFile, unpacked.error());
+  return unpacked ? 0 : -1;
 }

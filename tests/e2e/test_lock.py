@@ -117,23 +117,27 @@ def test_the_lock_file_is_gone_after_a_run(device):
     assert device.path("/run/orv-locks").stat().st_mode & 0o777 == 0o700
 
 
+IN_DIRECTORY = "mkdir -m 0700 /run/orv-locks; touch /run/victim; "
+
+
 @pytest.mark.parametrize(
-    "trap",
+    "trap, why",
     [
-        "touch /run/orv-locks",
-        "mkdir -m 0777 /run/orv-locks",
-        "mkdir /run/secret; ln -s /run/secret /run/orv-locks",
-        f"mkdir -m 0700 /run/orv-locks; touch {LOCK}; chmod 0666 {LOCK}",
-        f"mkdir -m 0700 /run/orv-locks; mkdir {LOCK}",
-        f"mkdir -m 0700 /run/orv-locks; touch /run/victim; ln -s /run/victim {LOCK}",
-        f"mkdir -m 0700 /run/orv-locks; touch /run/victim; chmod 600 /run/victim; ln /run/victim {LOCK}",
+        ("touch /run/orv-locks", "/run/orv-locks: is not a directory"),
+        ("mkdir -m 0777 /run/orv-locks", "/run/orv-locks: can be written by others"),
+        ("mkdir /run/secret; ln -s /run/secret /run/orv-locks", "/run/orv-locks: is not a directory"),
+        (IN_DIRECTORY + f"touch {LOCK}; chmod 0666 {LOCK}", f"{LOCK}: can be opened by others"),
+        (IN_DIRECTORY + f"mkdir {LOCK}", f"open {LOCK}: Is a directory"),
+        (IN_DIRECTORY + f"ln -s /run/victim {LOCK}", f"open {LOCK}: Too many levels of symbolic links"),
+        (IN_DIRECTORY + f"chmod 600 /run/victim; ln /run/victim {LOCK}", f"{LOCK}: has other names"),
     ],
 )
-def test_a_lock_that_cannot_be_trusted_is_not_taken(device, trap):
+def test_a_lock_that_cannot_be_trusted_is_not_taken(device, trap, why):
     run = device.run("-start", before=trap)
     assert run.result() == (b"", b"", 17)
     assert device.calls() == []
     assert lock_lines(device)[-1] == "Unable to acquire interprocess lock for keltconfig "
+    assert [text for mark, text in device.log() if mark == "E"] == [why]
 
 
 def test_a_lock_file_that_a_killed_run_left_is_taken_over(device):

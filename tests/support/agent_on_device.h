@@ -26,7 +26,7 @@ std::string putCommand(const std::string& name, const std::string& andThen = "")
 [[nodiscard]] std::vector<std::string> namesAsListed(const std::string& directory);
 
 /// Everything below a directory: path to kind, mode and content (or the target of a link). For comparing before and
-/// after.
+/// after. Not the agent log, which grows whatever happens.
 using Tree = std::map<std::string, std::string>;
 [[nodiscard]] Tree treeOf(const std::string& directory);
 

@@ -1,6 +1,8 @@
 #pragma once
 // Saying why a file was refused, where the console's texts do not.
 
+#include <string>
+
 #include "base/result.h"
 
 namespace kelt::platform {
@@ -9,5 +11,8 @@ namespace kelt::platform {
 /// "files", once in the life of the process however often it comes. What is merely missing (kNotFound) was not refused
 /// and is not logged. Never fails: where there is no memory for it, nothing is logged.
 void logRefusal(const base::Error& error) noexcept;
+
+/// The same for an error of the file at `path`, which is put before its message where that does not name it.
+void logRefusal(const std::string& path, const base::Error& error) noexcept;
 
 }  // namespace kelt::platform

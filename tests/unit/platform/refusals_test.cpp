@@ -1,6 +1,7 @@
 #include "platform/refusals.h"
 
 #include <cerrno>
+#include <functional>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -8,7 +9,10 @@
 #include "support/log.h"
 #include "support/private_device.h"
 
+#include "platform/afile.h"
+#include "platform/anxml.h"
 #include "platform/iconfiguration.h"
+#include "platform/registry.h"
 
 namespace kelt::platform {
 namespace {
@@ -44,6 +48,42 @@ TEST_F(Refusals, DoNotIncludeWhatIsMissing) {
   EXPECT_EQ(errorsLogged(), Lines{});
   logRefusal(base::systemError("open /refusals/secret", EACCES));
   EXPECT_EQ(errorsLogged(), Lines{"open /refusals/secret: Permission denied"});
+}
+
+TEST_F(Refusals, NameTheFileOnce) {
+  logRefusal("/refusals/named", {ErrorKind::kMalformed, 0, "line 3"});
+  logRefusal("/refusals/known", {ErrorKind::kMalformed, 0, "open /refusals/known: no"});
+  EXPECT_EQ(errorsLogged(), (Lines{"/refusals/named: line 3", "open /refusals/known: no"}));
+}
+
+/// The one error that `refuse` leaves in the log.
+std::string logged(const std::function<void()>& refuse) {
+  const std::size_t before = errorsLogged().size();
+  refuse();
+  refuse();
+  const Lines after = errorsLogged();
+  EXPECT_EQ(after.size(), before + 1);
+  return after.empty() ? "" : after.back();
+}
+
+TEST_F(Refusals, OfDocumentsAndFilesAreLogged) {
+  putFile("/tmp/refused.xml", "<a>");
+  AnXml document;
+  EXPECT_TRUE(logged([&] {
+                EXPECT_FALSE(document.useExistingFile(L"/tmp/refused.xml", L"a", nullptr, nullptr));
+              }).starts_with("/tmp/refused.xml: XML document with "));
+  ASSERT_EQ(::mkfifo("/tmp/refused-fifo", 0600), 0);
+  ABuffer content;
+  EXPECT_EQ(logged([&] { EXPECT_FALSE(AFile::readExisting(L"/tmp/refused-fifo", content)); }),
+            "/tmp/refused-fifo: not a regular file");
+  ASSERT_EQ(::mkfifo("/tmp/refused-from", 0600), 0);
+  EXPECT_EQ(logged([&] { EXPECT_FALSE(AFiler::copyFile(L"/tmp/refused-from", L"/tmp/to")); }),
+            "/tmp/refused-from: not a regular file");
+  putDirectory("/tmp/refused.ini");
+  EXPECT_EQ(InitializeRegistry(L"/tmp/refused.ini"), 0);
+  void* key = nullptr;
+  EXPECT_EQ(logged([&] { EXPECT_NE(RegOpenKey(HKEY_LOCAL_MACHINE, "SOFTWARE", &key), 0); }),
+            "/tmp/refused.ini: not a regular file");
 }
 
 TEST_F(Refusals, OfTheConfigurationThatNamesTheLogGoToTheUsualLog) {

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "support/log.h"
 #include "support/private_device.h"
 #include "unzip_guard.h"
 
@@ -96,6 +97,15 @@ std::string verdictOn(const std::string& path) {
   if (!archive) return archive.error().message.substr(0, 9);
   const auto entries = platform::judgeArchive(archive.value());
   return entries ? "passed" : entries.error().message;
+}
+
+TEST_F(Unzip, SaysInTheLogWhyAnArchiveIsRefused) {
+  putDirectory("/opt/Quorvane/orv/scratch");
+  putFile("/tmp/refused.zip", "no archive");
+  for (int again = 0; again < 2; ++again)
+    EXPECT_EQ(::NsUnzip("/tmp/refused.zip", m_target.c_str()), -1);
+  ASSERT_EQ(errorsLogged().size(), 1U);
+  EXPECT_TRUE(errorsLogged()[0].starts_with("/tmp/refused.zip: ")) << errorsLogged()[0];
 }
 
 TEST_F(Unzip, RefusesEachHostileArchiveForItsOwnReason) {
