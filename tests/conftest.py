@@ -11,6 +11,7 @@ import pytest
 from device import Device
 from reply_server import make_certificate
 
+HIDDEN = [pathlib.Path(name) for name in ("/etc/orv.d", "/opt/Quorvane", "/run")]
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 
 
@@ -26,9 +27,20 @@ def pytest_configure():
         signal.signal(number, signal.SIG_DFL)
 
 
+@pytest.fixture(scope="session", autouse=True)
+def _room(tmp_path_factory):
+    """The tests' directories have to be seen on a device: it has directories of its own over some of the machine's."""
+    base = tmp_path_factory.getbasetemp().resolve()
+    for hidden in HIDDEN:
+        if hidden in base.parents:
+            pytest.exit(f"{base} is below {hidden}, which a private device hides: set TMPDIR", returncode=3)
+
+
 @pytest.fixture(scope="session")
 def binary(request):
     path = pathlib.Path(request.config.getoption("--binary")).resolve()
+    if ROOT not in path.parents and any(hidden in path.parents for hidden in HIDDEN):
+        pytest.exit(f"{path} is where a private device hides it: build it in this checkout", returncode=3)
     if not os.access(path, os.X_OK):
         pytest.exit(f"{path} is missing: cmake --preset release && cmake --build --preset release", returncode=3)
     return path

@@ -16,7 +16,7 @@ BUILD = Path(os.environ.get("KELT_BINARY", SOURCE / "build/release/keltconfig"))
 
 
 def run(*command, **options):
-    return subprocess.run([str(word) for word in command], capture_output=True, text=True, timeout=300, **options)
+    return subprocess.run([str(word) for word in command], capture_output=True, text=True, timeout=3600, **options)
 
 
 @pytest.fixture(scope="module")
@@ -93,7 +93,7 @@ find "$root" -type d -name '*keltconfig*'
 
 
 def test_installed_tool_runs_from_the_path_with_its_parts_and_removal_leaves_nothing(package, tmp_path):
-    done = run(ENTER, "--", "sh", "-c", INSTALL_AND_RUN, "install", tmp_path, package, SOURCE)
+    done = run(ENTER, "--sealed", tmp_path, "--", "sh", "-c", INSTALL_AND_RUN, "install", tmp_path, package, SOURCE)
     assert done.returncode == 0, done.stdout + done.stderr
     assert done.stdout.splitlines() == [
         "/usr/sbin/keltconfig",

@@ -6,6 +6,9 @@ import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
+# Far above what a loaded machine takes.
+PATIENCE = 300
+
 # Printed by every run on a device that has no key store yet.
 NO_MODE = b"Unable to find existing mode, assuming non_fips mode\n"
 
@@ -37,13 +40,16 @@ class Run:
 
 
 class Device:
+    """A device in the directory `state`. What its commands do can change nothing of the machine but what is beside that."""
+
     def __init__(self, state, binary, *options):
         self.state = state
         self.binary = binary
-        self.options = options  # of device/enter
+        state.parent.mkdir(parents=True, exist_ok=True)
+        self.options = ["--sealed", state.parent, *options]  # of device/enter
         self.enter("true")
 
-    def enter(self, *command, timeout=30, **options):
+    def enter(self, *command, timeout=PATIENCE, **options):
         """Runs a command on the device, from its state directory. `env` adds to a bare environment."""
         environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "KELTCONFIG": str(self.binary), **options.pop("env", {})}
         return subprocess.run(

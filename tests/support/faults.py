@@ -21,7 +21,7 @@ cp -a /etc/orv.d /opt/Quorvane /run/first/
 run() { "$@" "$KELTCONFIG" -m -d /run/keys; }
 while read -r number call fault <&3; do
   to=/run/results/$number
-  rm -rf /etc/orv.d/* /opt/Quorvane/* /run/orv-locks /run/keys
+  rm -rf /etc/orv.d/* /opt/Quorvane/orv /run/orv-locks /run/keys
   cp -a /run/first/orv.d/. /etc/orv.d/
   cp -a /run/first/Quorvane/. /opt/Quorvane/
   cp -a "$1" /run/keys
@@ -30,7 +30,7 @@ while read -r number call fault <&3; do
   echo $? >$to/status
   cp -a /etc/orv.d /opt/Quorvane /run/keys $to/
   if [ "$2" ]; then
-    run timeout 20 >$to/again.out 2>$to/again.err
+    run timeout 300 >$to/again.out 2>$to/again.err
     echo $? >$to/again.status
     mkdir $to/again
     cp -a /etc/orv.d /opt/Quorvane $to/again
@@ -69,7 +69,7 @@ class Faults:
         script = f"""
 cp -a /etc/orv.d /run/kept.orv.d; cp -a /opt/Quorvane /run/kept.Quorvane; cp -a "$1" /run/keys
 strace -o {trace} "$KELTCONFIG" -m -d /run/keys; status=$?
-rm -rf /etc/orv.d/* /opt/Quorvane/* /run/keys
+rm -rf /etc/orv.d/* /opt/Quorvane/orv /run/keys
 cp -a /run/kept.orv.d/. /etc/orv.d/; cp -a /run/kept.Quorvane/. /opt/Quorvane/; rm -r /run/kept.*
 exit $status"""
         done = self.device.shell(script, self.source)
@@ -90,7 +90,7 @@ exit $status"""
         specs = [f"{call} {fault.format(n=number)}" for call, number in self.points()]
         lines = "".join(f"{number} {spec}\n" for number, spec in enumerate(specs))
         self.device.write("/run/faults", lines.encode())
-        done = self.device.shell(SCRIPT, self.source, "again" if again else "", timeout=600)
+        done = self.device.shell(SCRIPT, self.source, "again" if again else "", timeout=3600)
         assert (done.stdout, done.stderr, done.returncode) == (b"", b"", 0)
         return [self._outcome(number, spec, again) for number, spec in enumerate(specs)]
 
