@@ -1,12 +1,15 @@
 // Whatever an archive holds, what passes the guard stays below the directory it is unpacked into, and within the
-// limits.
+// limits. It runs on a sealed private device (device/enter --sealed) only, as an archive that got out would write to the
+// machine.
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <string>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "require.h"
@@ -20,14 +23,20 @@ using kelt::platform::ZipArchive;
 
 namespace {
 
-/// A directory in memory for this process alone, gone at its end.
+/// A directory in the device's memory for this process alone, gone at its end.
 struct Workspace {
   Workspace() { kelt::tests::require(::mkdtemp(path.data()) != nullptr, "there is a directory to work in"); }
   Workspace(const Workspace&) = delete;
   Workspace& operator=(const Workspace&) = delete;
   ~Workspace() { fs::remove_all(path); }
-  std::string path = "/dev/shm/kelt_fuzz_unzip_XXXXXX";
+  std::string path = "/run/kelt_fuzz_unzip_XXXXXX";
 };
+
+/// Whether nothing of the machine can be written to.
+bool bSealed() {
+  struct statvfs root {};
+  return ::statvfs("/", &root) == 0 && (root.f_flag & ST_RDONLY) != 0 && fs::is_directory("/opt/.machine");
+}
 
 /// An empty directory, alone in the one above it.
 std::string emptyTarget() {
@@ -77,6 +86,12 @@ void unpack(const ZipArchive& archive, const std::vector<JudgedEntry>& entries) 
 }
 
 }  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  if (bSealed()) return 0;
+  std::fputs("Run it as: device/enter --sealed CORPUS -- build/fuzz/kelt_fuzz_unzip CORPUS ...\n", stderr);
+  std::exit(1);
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto archive = ZipArchive::open({data, size});
