@@ -96,8 +96,9 @@ bool bMountPoint(const Error& error, const Place& place) {
 enum class Outcome { kReplaced, kOnlyInPlace };
 
 Status fill(int fd, int existing, const Content& content, NewFile created) {
-  if (existing >= 0) {
-    if (auto done = copyAttributes(existing, fd); !done) return done;
+  const int like = existing >= 0 ? existing : created.attributesOf;
+  if (like >= 0) {
+    if (auto done = copyAttributes(like, fd); !done) return done;
   } else if (::fchmod(fd, created.mode & 07777U) != 0) {
     return systemError("give a file its permissions");
   }
@@ -174,7 +175,7 @@ Status copyFile(const std::string& from, const std::string& to) {
   if (!existing) return existing.error();
   if (bSameFile(info, existing.value().get())) return {};
   const Content content = [&](const Sink& sink) { return readPieces(source.value().get(), from, sink); };
-  return replaceAt(place.value(), existing.value().get(), content, NewFile{info.st_mode & 0777U});
+  return replaceAt(place.value(), existing.value().get(), content, {.mode = info.st_mode & 0777U});
 }
 
 Status writeAll(int fd, std::span<const unsigned char> data) {

@@ -15,7 +15,8 @@ namespace kelt::base {
 
 /// How a file that does not exist yet is made.
 struct NewFile {
-  mode_t mode = 0600;  ///< permission bits, exact (the umask is not consulted)
+  mode_t mode = 0600;     ///< permission bits, exact (the umask is not consulted)
+  int attributesOf = -1;  ///< an open file whose owner, permission bits and extended attributes it gets instead
 };
 
 /// Replaces the file at `path` by `data`: a temporary file in the same directory, given the owner, permission bits and

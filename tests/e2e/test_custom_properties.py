@@ -64,6 +64,17 @@ def test_a_value_that_xml_cannot_hold_leaves_no_file(device):
     assert b"CustomProps2" not in device.read(FILE)
 
 
+def test_a_new_file_can_be_read_by_the_agent_and_a_replaced_one_keeps_its_permissions(device):
+    device.run("-CustomProps1", "A", before="umask 077")
+    assert device.path(FILE).stat().st_mode & 0o7777 == 0o644
+    device.path(FILE).chmod(0o640)
+    device.run("-CustomProps1", "A", "-CustomProps2", "B")
+    assert device.path(FILE).stat().st_mode & 0o7777 == 0o640
+    assert device.read(FILE) == (
+        DECLARATION + b'\n<CustomProperties><CustomProps1 value="A"/><CustomProps2 value="B"/></CustomProperties>\n'
+    )
+
+
 @pytest.mark.parametrize("number", [1, 2, 3, 4])
 def test_every_property(device, number):
     device.run(f"-CustomProps{number}", f"value {number}")

@@ -1,5 +1,8 @@
 #include "app/custom_properties.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "support/private_device.h"
 
 namespace kelt::app {
@@ -107,6 +110,47 @@ TEST_F(CustomPropertiesTest, ReplacingAFileThatIsNotThereSaysSoAndWritesIt) {
   m_data.SetCustomProp3(L"X");
   EXPECT_EQ(replace(), kNotDeleted);
   EXPECT_EQ(elements(), R"(<CustomProperties><CustomProps3 value="X"/></CustomProperties>)");
+}
+
+TEST_F(CustomPropertiesTest, ANewFileCanBeReadByAll) {
+  const mode_t before = ::umask(077);
+  m_data.SetCustomProp1(L"A");
+  EXPECT_EQ(replace(), kNotDeleted);
+  ::umask(before);
+  EXPECT_EQ(tests::modeOf(kFile), 0644U);
+}
+
+TEST_F(CustomPropertiesTest, AReplacedFileKeepsOwnerGroupAndPermissions) {
+  for (const mode_t mode : {0600U, 0640U, 0664U}) {
+    tests::putFile(kFile, "<CustomProperties/>", mode);
+    const bool bGiven = ::chown(kFile, 12, 34) == 0;  // where there is another user
+    m_data.SetCustomProp1(L"A");
+    m_data.SetCustomProp4(L"D");
+    EXPECT_EQ(replace(), "");
+    struct stat info {};
+    ASSERT_EQ(::lstat(kFile, &info), 0);
+    EXPECT_EQ(info.st_mode & 07777U, mode);
+    EXPECT_EQ(info.st_uid, bGiven ? 12U : 0U);
+    EXPECT_EQ(info.st_gid, bGiven ? 34U : 0U);
+    EXPECT_EQ(elements(), R"(<CustomProperties><CustomProps1 value="A"/><CustomProps4 value="D"/></CustomProperties>)");
+  }
+}
+
+TEST_F(CustomPropertiesTest, ALinkIsReplacedByAFileOfItsOwn) {
+  tests::putFile("/tmp/victim", "untouched", 0600);
+  ASSERT_EQ(::symlink("/tmp/victim", kFile), 0);
+  m_data.SetCustomProp1(L"A");
+  EXPECT_EQ(replace(), "");
+  EXPECT_EQ(tests::contentOf("/tmp/victim"), "untouched");
+  EXPECT_EQ(tests::modeOf(kFile), 0644U);
+  EXPECT_EQ(elements(), R"(<CustomProperties><CustomProps1 value="A"/></CustomProperties>)");
+}
+
+TEST_F(CustomPropertiesTest, WithoutAPropertyThatCanBeWrittenThereIsNoFile) {
+  tests::putFile(kFile, "<CustomProperties/>");
+  m_data.SetCustomProp2(L"\x01");
+  EXPECT_EQ(replace(), "");
+  EXPECT_EQ(tests::namesIn("/opt/Quorvane/orv/scratch"), std::vector<std::string>{});
 }
 
 TEST_F(CustomPropertiesTest, ReplacingGoesOnWhereTheFileCannotBeDeleted) {

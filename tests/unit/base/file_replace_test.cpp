@@ -51,6 +51,19 @@ TEST_F(ReplaceFile, GivesANewFileExactlyTheStatedModeWhateverTheUmask) {
   }
 }
 
+TEST_F(ReplaceFile, GivesANewFileTheAttributesOfAnother) {
+  putFile("/tmp/other", "x", 0640);
+  const bool bGiven = ::chown("/tmp/other", 12, 34) == 0;
+  const UniqueFd other(::open("/tmp/other", O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(::unlink("/tmp/other"), 0);
+  ASSERT_TRUE(replaceFile("/tmp/d/f", "new", {.mode = 0604, .attributesOf = other.get()}).ok());
+  struct stat info {};
+  ASSERT_EQ(::stat("/tmp/d/f", &info), 0);
+  EXPECT_EQ(info.st_mode & 07777U, 0640U);
+  EXPECT_EQ(info.st_uid, bGiven ? 12U : 0U);
+  EXPECT_EQ(info.st_gid, bGiven ? 34U : 0U);
+}
+
 TEST_F(ReplaceFile, PutsAnotherFileInPlaceOfTheOld) {
   putFile("/tmp/d/f", "a longer old content", 0640);
   ASSERT_EQ(::link("/tmp/d/f", "/tmp/d/other"), 0);
