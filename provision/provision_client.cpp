@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "base/console.h"
+#include "base/file_replace.h"
 #include "base/fresh_file.h"
 #include "base/sweep.h"
 #include "platform/afile.h"
@@ -91,9 +92,9 @@ Status unzip(const std::string& zip, const std::string& directory) {
 Status readMode(const std::wstring& dir, std::wstring& mode) {
   base::print(messages::kReadingMode);
   const std::wstring path = dir + L"/sitelist.xml";
-  // An archive without a site list must not make somebody else's file the agent's.
-  const bool own = bOwnFile(ACharString(path.c_str()).str());
-  return completed(own && sitehlp::CSitesHelper(path).GetSitelistFipsMode(path, mode) == 0, kModeNotRead);
+  // What the package does not bring must not come from somebody else.
+  const bool bAllOurs = bStrangersRemoved(ACharString(dir.c_str()).str());
+  return completed(bAllOurs && sitehlp::CSitesHelper(path).GetSitelistFipsMode(path, mode) == 0, kModeNotRead);
 }
 
 Status writeMode(const std::string& path, const std::wstring& mode) {
@@ -105,7 +106,7 @@ Status renameSiteList(const std::string& directory) {
   base::print(messages::kRenaming);
   const std::string from = directory + "/sitelist.xml";
   const std::string to = directory + "/SiteList.xml";
-  return completed(std::rename(from.c_str(), to.c_str()) == 0, kNotRenamed);
+  return completed(std::rename(from.c_str(), to.c_str()) == 0 && base::syncDirectory(directory).ok(), kNotRenamed);
 }
 
 /// What an earlier run left in the directory when it was cut off.
@@ -133,6 +134,7 @@ Status provisionFiles(const std::wstring& dir, std::string_view server, std::str
   if (const Status status = unpackReply(directory); status != kSuccess) return status;
   std::wstring mode;
   if (const Status status = readMode(dir, mode); status != kSuccess) return status;
+  claimLegacyNames(directory);
   if (const Status status = writeMode(directory + "/agentfipsmode", mode); status != kSuccess) return status;
   return renameSiteList(directory);
 }

@@ -1,13 +1,69 @@
 #include "provision/received_files.h"
 
+#include <array>
+#include <cerrno>
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace kelt::provision {
+#include "base/fresh_file.h"
+#include "platform/astring.h"
+#include "platform/logger.h"
 
-bool bOwnFile(const std::string& path) {
+namespace kelt::provision {
+namespace {
+
+using quorvane_com::orv::tellcomn_ansi_to_wide;
+
+constexpr std::array kNames{"/req2048seckey.bin", "/reqseckey.bin", "/agentfipsmode", "/sr2048pubkey.bin",
+                            "/srpubkey.bin",      "/sitelist.xml",  "/SiteList.xml"};
+
+/// A key in the form that every server hands out now, and in the one of old.
+struct KeyForms {
+  const char* full;
+  const char* legacy;
+};
+constexpr std::array kKeys{KeyForms{"/req2048seckey.bin", "/reqseckey.bin"},
+                           KeyForms{"/sr2048pubkey.bin", "/srpubkey.bin"}};
+
+bool bOurs(const struct stat& info) {
+  constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
+  return S_ISREG(info.st_mode) && info.st_uid == ::geteuid() && info.st_nlink == 1 &&
+         (info.st_mode & kWritableByOthers) == 0;
+}
+
+bool bOursAt(const std::string& path) {
   struct stat info {};
-  return ::lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == ::geteuid() && info.st_nlink == 1;
+  return ::lstat(path.c_str(), &info) == 0 && bOurs(info);
+}
+
+/// Returns whether `path` is ours, or nothing, now.
+bool bStrangerRemoved(const std::string& path) {
+  struct stat info {};
+  if (::lstat(path.c_str(), &info) != 0) return errno == ENOENT;
+  if (bOurs(info)) return true;
+  const bool bRemoved = ::unlink(path.c_str()) == 0;
+  const char* outcome = bRemoved ? "Removed what is no file of ours, " : "Cannot remove what is no file of ours, ";
+  const std::wstring line = tellcomn_ansi_to_wide(outcome + path);
+  (bRemoved ? logInfo : logError)(L"keltcfg", line.c_str());
+  return bRemoved;
+}
+
+}  // namespace
+
+bool bStrangersRemoved(const std::string& directory) {
+  bool bAll = true;
+  for (const char* name : kNames) {
+    if (!bStrangerRemoved(directory + name)) bAll = false;
+  }
+  return bAll;
+}
+
+void claimLegacyNames(const std::string& directory) {
+  for (const KeyForms& key : kKeys) {
+    if (!bOursAt(directory + key.full) || bOursAt(directory + key.legacy)) continue;
+    auto file = base::FreshFile::create(directory + key.legacy);
+    if (file) static_cast<void>(file.value().publish());
+  }
 }
 
 }  // namespace kelt::provision

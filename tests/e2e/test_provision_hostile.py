@@ -8,8 +8,8 @@ import sys
 
 import pytest
 
-from device import NO_MODE, ROOT
-from provisioning import CONTACTED, HINT, NO_ARCHIVE, NO_SUCCESS, UNPACKED, make_reply, tool_process
+from device import KEYSTORE, NO_MODE, ROOT
+from provisioning import CONTACTED, HINT, NO_ARCHIVE, NO_SUCCESS, PROGRESS, UNPACKED, make_reply, tool_process
 from reply_server import ReplyServer, ok, reset
 
 NO_MODE_READ = UNPACKED + b"Reading FIPS mode from sitelist... ERROR\n"
@@ -94,6 +94,48 @@ def test_an_archive_that_is_hostile(device, target, certificate, archives, name)
 def test_an_archive_without_a_site_list(device, target, certificate, archives, name):
     reply = ok(b"OK:\r\n" + base64.b64encode((archives / "good" / (name + ".zip")).read_bytes()))
     assert refused(device, target, certificate, reply) == (NO_MODE_READ, 38)
+
+
+def planted(directory, name, content):
+    """A file that another user put into a directory that all may write to."""
+    path = directory / name
+    path.write_bytes(content)
+    if os.geteuid() == 0:
+        os.chown(path, 65534, 65534)
+    else:
+        path.chmod(0o666)
+    directory.chmod(0o1777)
+    return path
+
+
+LEGACY, FULL = ["reqseckey.bin", "srpubkey.bin"], ["req2048seckey.bin", "sr2048pubkey.bin"]
+
+
+@pytest.mark.parametrize("brought, strange", [(["--legacy"], FULL), ([], LEGACY)], ids=["full", "legacy"])
+def test_keys_of_strangers_never_become_the_agents(device, target, certificate, package, tmp_path, brought, strange):
+    servers, strangers = package(*brought, to=tmp_path / "server"), package("--both", to=tmp_path / "stranger")
+    for name in strange:
+        planted(target, name, (strangers / name).read_bytes())
+    with ReplyServer(certificate, ok(make_reply(servers))) as server:
+        run = device.run("-m", "-d", target, "-z", "-e", server.address, "-U", "admin", "-P", "pw")
+    assert run.out.startswith(NO_MODE + PROGRESS)
+    for name in strange:
+        assert ("I", f"Removed what is no file of ours, {target}/{name}") in device.log()
+    if brought:  # without its 2048-bit keys the package is none to switch with
+        assert run.status == 1
+        assert f"Error : Missing key file, {target}/sr2048pubkey.bin\n".encode() in run.out
+        assert not device.path(KEYSTORE).exists()
+    else:
+        assert run.result() == (NO_MODE + PROGRESS, b"", 0)
+        assert device.read(KEYSTORE + "/server-public.der") == (servers / "sr2048pubkey.bin").read_bytes()
+
+
+def test_what_cannot_be_removed_ends_the_run(device, target, certificate, package):
+    (target / "srpubkey.bin").mkdir()
+    reply = ok(make_reply(package()))
+    assert refused(device, target, certificate, reply) == (NO_MODE_READ, 38)
+    assert ("E", f"Cannot remove what is no file of ours, {target}/srpubkey.bin") in device.log()
+    assert (target / "srpubkey.bin").is_dir()
 
 
 def test_plain_http(device, target, certificate):

@@ -235,10 +235,12 @@ TEST_F(ProvisionClient, TakesBase64InLines) {
 }
 
 TEST_F(ProvisionClient, ReportsAModeFileThatCannotBeCreated) {
-  putDirectory("/tmp/keys/agentfipsmode");
+  putFile("/tmp/keys/agentfipsmode", "old");
+  tests::mountReadOnly("/tmp/keys/agentfipsmode");  // a mount point, which no file takes the place of
   EXPECT_EQ(provisionFromBody(replyWith(package())), 6);
   EXPECT_TRUE(m_out.ends_with("Reading FIPS mode from sitelist... OK\nWriting agentfipsmode file... ERROR\n"));
   EXPECT_EQ(namesIn("/tmp/keys"), (Names{"agentfipsmode", "sitelist.xml", "srpubkey.bin"}));
+  EXPECT_EQ(contentOf("/tmp/keys/agentfipsmode"), "old");
 }
 
 TEST_F(ProvisionClient, ReportsAnArchiveWithoutASiteList) {
@@ -252,10 +254,11 @@ TEST_F(ProvisionClient, ReportsASiteListThatDoesNotLoad) {
 }
 
 TEST_F(ProvisionClient, ReportsASiteListThatCannotBeRenamed) {
-  putFile("/tmp/keys/SiteList.xml/inside", "kept");
+  putFile("/tmp/keys/SiteList.xml", "kept");
+  tests::mountReadOnly("/tmp/keys/SiteList.xml");
   EXPECT_EQ(provisionFromBody(replyWith(package())), 9);
   EXPECT_TRUE(m_out.ends_with("Writing agentfipsmode file... OK\nRenaming sitelist.xml to SiteList.xml... ERROR\n"));
-  EXPECT_EQ(contentOf("/tmp/keys/SiteList.xml/inside"), "kept");
+  EXPECT_EQ(contentOf("/tmp/keys/SiteList.xml"), "kept");
 }
 
 TEST_F(ProvisionClient, HandsTheModeOnAsItIsWritten) {
@@ -280,6 +283,40 @@ TEST_F(ProvisionClient, TakesNoSiteListThatSomebodyPlantedForAnArchiveWithoutOne
   putFile("/tmp/victim", siteList("1"));
   fs::create_symlink("/tmp/victim", "/tmp/keys/sitelist.xml");
   EXPECT_EQ(provisionFromBody(replyWith(zipOf({{"srpubkey.bin", "public"}}))), 8);
+}
+
+TEST_F(ProvisionClient, RemovesKeysThatSomebodyPlantedForAnArchiveWithoutThem) {
+  putFile("/tmp/victim", "untouched");
+  fs::create_symlink("/tmp/victim", "/tmp/keys/reqseckey.bin");
+  fs::create_hard_link("/tmp/victim", "/tmp/keys/sr2048pubkey.bin");
+  putFile("/tmp/keys/req2048seckey.bin", "planted", 0666);
+  EXPECT_EQ(provisionFromBody(replyWith(package())), 0);
+  EXPECT_EQ(namesIn("/tmp/keys"), (Names{"SiteList.xml", "agentfipsmode", "srpubkey.bin"}));
+  EXPECT_EQ(contentOf("/tmp/victim"), "untouched");
+}
+
+TEST_F(ProvisionClient, KeepsKeysOfItsUsersOwnThatAnArchiveDoesNotBring) {
+  putFile("/tmp/keys/req2048seckey.bin", "mine", 0600);
+  EXPECT_EQ(provisionFromBody(replyWith(package())), 0);
+  EXPECT_EQ(contentOf("/tmp/keys/req2048seckey.bin"), "mine");
+}
+
+TEST_F(ProvisionClient, FailsWhereAPlantedThingCannotBeRemoved) {
+  putFile("/tmp/keys/reqseckey.bin/inside", "kept");
+  EXPECT_EQ(provisionFromBody(replyWith(package())), 8);
+  EXPECT_TRUE(m_out.ends_with("Unzipping key files... OK\nReading FIPS mode from sitelist... ERROR\n"));
+  EXPECT_EQ(contentOf("/tmp/keys/reqseckey.bin/inside"), "kept");
+  EXPECT_FALSE(exists("/tmp/keys/agentfipsmode"));
+}
+
+TEST_F(ProvisionClient, TakesTheLegacyNamesThatAPackageLeavesFree) {
+  const std::string archive =
+      zipOf({{"sitelist.xml", siteList("1")}, {"sr2048pubkey.bin", "public"}, {"req2048seckey.bin", "secret"}});
+  EXPECT_EQ(provisionFromBody(replyWith(archive)), 0);
+  for (const char* name : {"/tmp/keys/srpubkey.bin", "/tmp/keys/reqseckey.bin"}) {
+    EXPECT_EQ(contentOf(name), "") << name;
+    EXPECT_EQ(modeOf(name), 0600U) << name;
+  }
 }
 
 TEST_F(ProvisionClient, WaitsForItsMutex) {
