@@ -34,7 +34,7 @@ class CommandLineData {
 
   /// Adds one custom property, an element `CustomProps<number>` (1 to 4) with `value`, to the custom properties file in
   /// the agent's data directory, which is made when it is missing. Returns true when the file was written; otherwise it
-  /// is as it was. Defined in custom_properties.cpp.
+  /// is as it was, as AnXml::writeFile leaves it. Defined in custom_properties.cpp.
   bool writeCustomProps(std::wstring& value, int number);
 
   void SetCustomProp1(const std::wstring& value);

@@ -1,6 +1,7 @@
 #include "platform/afile.h"
 
 #include <cerrno>
+#include <exception>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
@@ -76,12 +77,26 @@ UniqueFd openOrCreate(const std::string& path) {
   return made;
 }
 
+/// What `work` returns; false also for want of memory.
+template <typename Work>
+bool bDone(const Work& work) noexcept {
+  try {
+    return work();
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 bool readWhole(const AString& path, ABuffer& content) {
-  const auto bytes = kelt::base::readFile(narrow(path));
-  if (!bytes) kelt::platform::logRefusal(bytes.error());
-  if (!bytes) return false;
-  content = ABuffer(bytes.value());
-  return true;
+  return bDone([&] {
+    const auto bytes = kelt::base::readFile(narrow(path));
+    if (bytes) {
+      content = ABuffer(bytes.value());
+    } else {
+      kelt::platform::logRefusal(bytes.error());
+    }
+    return bytes.ok();
+  });
 }
 
 }  // namespace
@@ -95,28 +110,35 @@ bool AFiler::getFileAccessibility(const AString& path, AFileAccess access, bool&
 }
 
 bool AFiler::getFileAccessibility(const AString& path, AFileAccess access, bool& accessible, bool& exists) {
-  const Standing standing = examine(narrow(path), access);
-  if (standing == Standing::kUnknown) return false;
+  Standing standing = Standing::kUnknown;
+  const auto look = [&] {
+    standing = examine(narrow(path), access);
+    return standing != Standing::kUnknown;
+  };
+  if (!bDone(look)) return false;
   accessible = standing == Standing::kAccessible;
   exists = standing != Standing::kAbsent;
   return true;
 }
 
 bool AFiler::tryGetFileSize(const AString& path, std::uint64_t& size) {
-  const auto known = kelt::base::regularFileSize(narrow(path));
-  if (!known) return false;
-  size = known.value();
-  return true;
+  return bDone([&] {
+    const auto known = kelt::base::regularFileSize(narrow(path));
+    if (known) size = known.value();
+    return known.ok();
+  });
 }
 
 bool AFiler::deleteFile(const AString& path) {
-  return ::unlink(narrow(path).c_str()) == 0;
+  return bDone([&] { return ::unlink(narrow(path).c_str()) == 0; });
 }
 
 bool AFiler::copyFile(const AString& from, const AString& to) {
-  const auto copied = kelt::base::copyFile(narrow(from), narrow(to));
-  if (!copied && copied.error().kind == kelt::base::ErrorKind::kRefused) kelt::platform::logRefusal(copied.error());
-  return copied.ok();
+  return bDone([&] {
+    const auto copied = kelt::base::copyFile(narrow(from), narrow(to));
+    if (!copied && copied.error().kind == kelt::base::ErrorKind::kRefused) kelt::platform::logRefusal(copied.error());
+    return copied.ok();
+  });
 }
 
 bool AFile::readExisting(const AString& path, ABuffer& content) {
@@ -128,16 +150,18 @@ bool AFile::tryRead(const AString& path, ABuffer& content) {
 }
 
 bool AFile::write(const AString& path, const ABuffer& content) {
-  return kelt::base::replaceFile(narrow(path), content.span()).ok();
+  return bDone([&] { return kelt::base::replaceFile(narrow(path), content.span()).ok(); });
 }
 
 bool AFile::openWrite(const AString& path, bool truncate) {
   close();
-  UniqueFd fd = openOrCreate(narrow(path));
-  if (!fd || !bRegular(fd.get())) return false;
-  if (truncate && ::ftruncate(fd.get(), 0) != 0) return false;
-  m_fd = std::move(fd);
-  return true;
+  return bDone([&] {
+    UniqueFd fd = openOrCreate(narrow(path));
+    if (!fd || !bRegular(fd.get())) return false;
+    if (truncate && ::ftruncate(fd.get(), 0) != 0) return false;
+    m_fd = std::move(fd);
+    return true;
+  });
 }
 
 bool AFile::openAlways(const AString& path) {

@@ -1,5 +1,6 @@
 #include "platform/unzip.h"
 
+#include <exception>
 #include <fcntl.h>
 
 #include "unzip_extract.h"
@@ -40,7 +41,11 @@ base::Status unzip(const char* file, const char* directory) {
 
 int NsUnzip(const char* zipFile, const char* destDir) {
   if (zipFile == nullptr || destDir == nullptr) return -1;
-  const auto unpacked = kelt::platform::unzip(zipFile, destDir);
-  if (!unpacked) kelt::platform::logRefusal(zipFile, unpacked.error());
-  return unpacked ? 0 : -1;
+  try {
+    const auto unpacked = kelt::platform::unzip(zipFile, destDir);
+    if (!unpacked) kelt::platform::logRefusal(zipFile, unpacked.error());
+    return unpacked ? 0 : -1;
+  } catch (const std::exception&) {
+    return -1;  // want of memory
+  }
 }

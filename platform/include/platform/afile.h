@@ -21,7 +21,7 @@ class APath {
   AString m_path;
 };
 
-/// Questions about files, and operations on whole files.
+/// Questions about files, and operations on whole files. None throws: want of memory is a failure like any other.
 class AFiler {
  public:
   enum AFileAccess : int {
@@ -47,12 +47,13 @@ class AFiler {
   [[nodiscard]] static bool deleteFile(const AString& path);
 
   /// Replaces `to` by the content of the regular file `from` (see base/file_replace.h). An existing `to` keeps owner
-  /// and mode, a new one gets the permission bits of `from`. False on any failure; `to` is then as it was, unless
-  /// only the last step failed, making the change durable.
+  /// and mode, a new one gets the permission bits of `from`. Where both are one file, that is done already. False on
+  /// any failure, want of memory included; `to` is then as it was, with the exceptions told there: the last step, which
+  /// makes the change last, failed, or the file had to be written in place.
   [[nodiscard]] static bool copyFile(const AString& from, const AString& to);
 };
 
-/// One file, and whole files at once.
+/// One file, and whole files at once. Nothing here throws either.
 class AFile {
  public:
   AFile() = default;
@@ -63,7 +64,7 @@ class AFile {
   [[nodiscard]] static bool tryRead(const AString& path, ABuffer& content);
 
   /// Replaces the file at `path` by `content` (see base/file_replace.h); a new one is made 0600. False on any failure;
-  /// the file is then as it was, unless only the last step failed, making the change durable.
+  /// the file is then as it was, with the exceptions told at AFiler::copyFile.
   [[nodiscard]] static bool write(const AString& path, const ABuffer& content);
 
   /// Opens for writing, creating the file (0600) if it is missing. What is there is kept, or cut off when `truncate`. A

@@ -46,7 +46,7 @@ class KeyConf {
   [[nodiscard]] bool getCryptoKeySize(KeySize& keySize) const;
 
   /// Records both, replacing the file (0600; the key store is made 0700 if missing). False when that fails; the file is
-  /// then as it was.
+  /// then as it was, unless only the last step failed, which makes the change last.
   bool SetCryptoMode(Mode mode, KeySize keySize);
 };
 
@@ -59,7 +59,8 @@ class IKeyManagement {
   virtual bool discardAgentKeys() = 0;
 
   /// Imports the RSA key in the file at `path` (DER or PEM; public as SubjectPublicKeyInfo or PKCS#1, secret as PKCS#8
-  /// or PKCS#1, unencrypted). False, with the key store as it was, for whatever is not exactly one key of that kind.
+  /// or PKCS#1, unencrypted). False, with the key store as it was, for whatever is not exactly one key of that kind,
+  /// and when it cannot be stored; the new key is in it then if only the last step failed, which makes the change last.
   virtual bool importKeyFromFile(KeyType type, const std::wstring& path) = 0;
 
   /// Exports a public key as DER SubjectPublicKeyInfo. False, with `out` unchanged, where there is none, and for the
