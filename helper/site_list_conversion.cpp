@@ -3,6 +3,7 @@
 #include <memory>
 #include <new>
 #include <span>
+#include <sys/stat.h>
 #include <utility>
 
 #include "base/console.h"
@@ -10,6 +11,7 @@
 #include "helper/messages.h"
 #include "helper/unix_command_line_helper.h"
 #include "platform/afile.h"
+#include "platform/logger.h"
 
 namespace kelt::helper {
 namespace {
@@ -23,6 +25,22 @@ const char* asText(const ABuffer& buffer) {
 
 ABuffer asBuffer(const std::string& text) {
   return ABuffer({reinterpret_cast<const unsigned char*>(text.data()), text.size()});
+}
+
+/// Whether a symbolic link stands at `path` itself.
+bool bLink(const std::wstring& path) {
+  struct stat info {};
+  return ::lstat(quorvane_com::orv::tellcomn_wide_to_ansi(path).c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+}
+
+/// Prints the outcome of a conversion and logs it with the path and the problem, null for none.
+void tell(const std::wstring& path, const wchar_t* problem) {
+  base::printLine(problem == nullptr ? messages::kSiteListConverted : messages::kSiteListNotConverted);
+  if (problem == nullptr) {
+    logInfo(L"keltcfg", (L"Converted to UTF-8: " + path).c_str());
+  } else {
+    logError(L"keltcfg", (path + L": not converted to UTF-8: " + problem).c_str());
+  }
 }
 
 }  // namespace
@@ -46,10 +64,18 @@ bool unixCommandLineHelper::ConvertSiteListToUTF8(std::wstring path) const {
   const AString file(std::move(path));
   ABuffer content;
   std::string utf8;
-  const bool bConverted =
-      AFile::readExisting(file, content) && ConvertToUtf8(asText(content), utf8) && AFile::write(file, asBuffer(utf8));
-  base::printLine(bConverted ? messages::kSiteListConverted : messages::kSiteListNotConverted);
-  return bConverted;
+  const wchar_t* problem = nullptr;
+  if (!AFile::readExisting(file, content)) {
+    problem = L"it cannot be read";
+  } else if (!ConvertToUtf8(asText(content), utf8)) {
+    problem = L"this system has no such conversion, or no memory for it";
+  } else if (bLink(file.str())) {
+    problem = L"it is a symbolic link";
+  } else if (!AFile::write(file, asBuffer(utf8))) {
+    problem = L"it cannot be written";
+  }
+  tell(file.str(), problem);
+  return problem == nullptr;
 }
 
 }  // namespace kelt::helper

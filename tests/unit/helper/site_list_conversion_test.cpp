@@ -1,3 +1,6 @@
+#include <cstdio>
+#include <unistd.h>
+
 #include "support/private_device.h"
 
 #include "helper/unix_command_line_helper.h"
@@ -97,6 +100,38 @@ TEST_F(SiteListConversionTest, ReportsADirectoryInItsPlace) {
   tests::putDirectory("/tmp/SiteList.xml");
   EXPECT_FALSE(bConvert());
   EXPECT_EQ(m_output.out, kNotConverted);
+}
+
+TEST_F(SiteListConversionTest, NeverWritesThroughALink) {
+  const std::string target = std::string("#!program\0\x7f\xe9", 12);
+  putFile("/tmp/target", target, 0755);
+  ASSERT_EQ(::symlink("target", "/tmp/SiteList.xml"), 0);
+  EXPECT_FALSE(bConvert());
+  EXPECT_EQ(m_output.out, kNotConverted);
+  EXPECT_EQ(contentOf("/tmp/target"), target);
+  EXPECT_EQ(tests::namesIn("/tmp"), (std::vector<std::string>{"SiteList.xml", "target"}));
+}
+
+TEST_F(SiteListConversionTest, DoesNotMakeTheTargetOfADanglingLink) {
+  ASSERT_EQ(::symlink("target", "/tmp/SiteList.xml"), 0);
+  EXPECT_FALSE(bConvert());
+  EXPECT_EQ(m_output.out, kNotConverted);
+  EXPECT_EQ(tests::namesIn("/tmp"), std::vector<std::string>{"SiteList.xml"});
+}
+
+TEST_F(SiteListConversionTest, IsLoggedWithThePath) {
+  tests::putDirectory("/opt/Quorvane/orv/scratch");
+  putFile("/tmp/SiteList.xml", "<S/>");
+  EXPECT_TRUE(bConvert());
+  ASSERT_EQ(::rename("/tmp/SiteList.xml", "/tmp/other"), 0);
+  EXPECT_FALSE(bConvert());
+  ASSERT_EQ(::symlink("other", "/tmp/SiteList.xml"), 0);
+  EXPECT_FALSE(bConvert());
+  const std::string log = contentOf("/opt/Quorvane/orv/scratch/logs/keltcfg.log");
+  EXPECT_NE(log.find("\tkeltcfg\tConverted to UTF-8: /tmp/SiteList.xml\n"), std::string::npos) << log;
+  const std::string refused = "\tkeltcfg\t/tmp/SiteList.xml: not converted to UTF-8: ";
+  EXPECT_NE(log.find(refused + "it cannot be read\n"), std::string::npos) << log;
+  EXPECT_NE(log.find(refused + "it is a symbolic link\n"), std::string::npos) << log;
 }
 
 TEST_F(SiteListConversionTest, LeavesAFileThatCannotBeWritten) {
