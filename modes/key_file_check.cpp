@@ -1,12 +1,14 @@
 // Whether a source directory holds every key file that the managed switch copies.
 
 #include <array>
+#include <cstdint>
 
 #include "base/console.h"
 #include "helper/agent_paths.h"
 #include "helper/unix_command_line_helper.h"
 #include "modes/messages.h"
 #include "platform/afile.h"
+#include "platform/logger.h"
 
 namespace kelt::helper {
 namespace {
@@ -15,6 +17,9 @@ namespace messages = modes::messages;
 
 /// The keys that come in two forms, and the marker file that has only one.
 enum KeyFileGroup { kRequest, kMarker, kServer, kGroupCount };
+
+/// More than any key takes in any form.
+constexpr std::uint64_t kMaxKeyFileSize = std::uint64_t{64} * 1024;
 
 struct KeyFile {
   const wchar_t* name;
@@ -40,7 +45,7 @@ class KeyFileCheck {
     // A full form that cannot be examined does not count as missing: the legacy form is made beside it all the same.
     if (!AFiler::getFileAccessibility(path, AFiler::kRead, bExists))
       return complain(messages::kKeyFileInaccessible, path);
-    if (bExists) return true;
+    if (bExists) return bKeyFile(path) || complain(messages::kKeyFileInaccessible, path);
     bool& bFullFormMissing = m_fullFormMissing.at(file.group);
     if (file.bMadeIfMissing && !bFullFormMissing) {
       makeEmpty(path);
@@ -51,6 +56,19 @@ class KeyFileCheck {
   }
 
  private:
+  /// Whether what is there can be a key file; else the log says why not. Nothing is opened: a pipe would block.
+  static bool bKeyFile(const std::wstring& path) {
+    std::uint64_t size = 0;
+    const wchar_t* problem = nullptr;
+    if (!AFiler::tryGetFileSize(path, size)) {
+      problem = L": not a regular file";
+    } else if (size > kMaxKeyFileSize) {
+      problem = L": larger than any key file";
+    }
+    if (problem != nullptr) logError(L"keltcfg", (path + problem).c_str());
+    return problem == nullptr;
+  }
+
   static bool complain(const wchar_t* text, const std::wstring& path) {
     base::printLine(text + path);
     return false;

@@ -44,6 +44,12 @@ inline void putSource(const std::string& directory, const std::string& siteList 
     putFile(directory + "/" + name, name, 0600);
 }
 
+/// Everything below /opt/Quorvane, logs apart. For comparing before and after.
+[[nodiscard]] Tree installedTree();
+
+/// The texts that the tool put into the agent's log, each as its mark, a blank and the text.
+[[nodiscard]] std::vector<std::string> logLines();
+
 /// A name that cannot be examined: a link to itself.
 void putLoop(const std::string& path);
 

@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "installation.h"
@@ -10,6 +11,7 @@ using kelt::tests::exists;
 using kelt::tests::putDirectory;
 using kelt::tests::putFile;
 using kelt::tests::treeOf;
+using Lines = std::vector<std::string>;
 
 namespace {
 
@@ -21,6 +23,7 @@ class KeyFileCheck : public kelt::tests::PrivateDevice {
   void SetUp() override {
     PrivateDevice::SetUp();
     kelt::tests::putSource("/tmp/k");
+    putDirectory("/opt/Quorvane/orv/scratch");
   }
 
   static void without(const std::string& name) { ASSERT_EQ(::unlink(("/tmp/k/" + name).c_str()), 0); }
@@ -127,6 +130,52 @@ TEST_F(KeyFileCheck, ReportsWhatCannotBeExaminedWhetherRequiredOrNot) {
   const auto before = treeOf("/tmp/k");
   expectCheck(false, expected + kSummary);
   EXPECT_EQ(treeOf("/tmp/k"), before);
+}
+
+TEST_F(KeyFileCheck, RefusesWhatIsThereAndIsNoFileAndChangesNothing) {
+  std::string expected;
+  Lines logged;
+  const auto expect = [&](const std::string& name) {
+    expected += "Error : Accessing key file, /tmp/k/" + name + "\n";
+    logged.push_back("E /tmp/k/" + name + ": not a regular file");
+  };
+  for (const std::string& name : kelt::tests::kKeyNames) {
+    without(name);
+    expect(name);
+  }
+  ASSERT_EQ(::mkfifo("/tmp/k/req2048seckey.bin", 0600), 0);
+  putDirectory("/tmp/k/reqseckey.bin");
+  ASSERT_EQ(::symlink("/dev/zero", "/tmp/k/agentfipsmode"), 0);
+  ASSERT_EQ(::symlink("/tmp/k", "/tmp/k/sr2048pubkey.bin"), 0);
+  ASSERT_EQ(::symlink("req2048seckey.bin", "/tmp/k/srpubkey.bin"), 0);
+  const auto before = treeOf("/tmp/k");
+  expectCheck(false, expected + kSummary);
+  EXPECT_EQ(treeOf("/tmp/k"), before);
+  EXPECT_EQ(kelt::tests::logLines(), logged);
+}
+
+TEST_F(KeyFileCheck, TakesALinkToAFile) {
+  without("sr2048pubkey.bin");
+  putFile("/tmp/elsewhere", "a key");
+  ASSERT_EQ(::symlink("/tmp/elsewhere", "/tmp/k/sr2048pubkey.bin"), 0);
+  expectCheck(true, "");
+}
+
+TEST_F(KeyFileCheck, RefusesAFileThatIsLargerThanAnyKey) {
+  for (const std::string& name : kelt::tests::kKeyNames)
+    putFile("/tmp/k/" + name, std::string(65536, 'k'));
+  expectCheck(true, "");
+  putFile("/tmp/k/srpubkey.bin", std::string(65537, 'k'));
+  expectCheck(false, "Error : Accessing key file, /tmp/k/srpubkey.bin\n" + kSummary);
+  EXPECT_EQ(kelt::tests::logLines(), Lines{"E /tmp/k/srpubkey.bin: larger than any key file"});
+}
+
+TEST_F(KeyFileCheck, MakesALegacyFormBesideAFullFormThatIsNoFile) {
+  without("sr2048pubkey.bin");
+  without("srpubkey.bin");
+  putDirectory("/tmp/k/sr2048pubkey.bin");
+  expectCheck(false, "Error : Accessing key file, /tmp/k/sr2048pubkey.bin\n" + kSummary);
+  EXPECT_EQ(contentOf("/tmp/k/srpubkey.bin"), "");
 }
 
 TEST_F(KeyFileCheck, MakesALegacyFormBesideAFullFormThatCannotBeExamined) {
