@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "helper/command_line_helper.h"
+#include "helper/file_id.h"
 #include "platform/astring.h"
 
 namespace kelt::helper {
@@ -45,16 +47,18 @@ class unixCommandLineHelper : public CommandLineHelper {
   /// such conversion.
   bool ConvertToUtf8(const char* latin1, std::string& utf8) const;
 
-  /// Rewrites a site list, always taken to be ISO-8859-1, in UTF-8, and prints the outcome. A failed read or conversion
-  /// leaves the file untouched.
+  /// Rewrites a site list, always taken to be ISO-8859-1, in UTF-8, prints the outcome and logs it with the path. A
+  /// failed read or conversion leaves the file untouched; so does a symbolic link in its place, behind which is a file
+  /// that nobody named.
   bool ConvertSiteListToUTF8(std::wstring path) const;
 
   /// Records in the agent's configuration file whether it is to run in FIPS mode: "1" for the modes 0 and 1, "0" for
   /// all others. Returns false, with a message, when the file is not found or does not load.
   bool SaveFIPSInfoInRegistry(std::int32_t mode) const;
 
-  /// Checks that the source directory holds every key file, prints a line per problem, and creates a missing legacy key
-  /// file empty where its 2048-bit form is there. Returns false when there was any problem.
+  /// Checks that the source directory holds every key file, each a regular file (or a link to one) of at most 64 KiB,
+  /// prints a line per problem, and creates a missing legacy key file empty where its 2048-bit form is there. Opens
+  /// none of them. Returns false when there was any problem.
   bool allKeyFilesPresent();
 
   /// Looks for site list and key files in `sourceDir`, in `currentDir` + "/" + `sourceDir`, and in `currentDir`, and
@@ -69,6 +73,9 @@ class unixCommandLineHelper : public CommandLineHelper {
   bool PrepareORVForUnmanagedMode();
 
  private:
+  /// Whether the source directory is the one into which provisioning put its files.
+  [[nodiscard]] bool bFetchedHere() const;
+
   std::wstring m_versionString;
   std::wstring m_sourceDir;
   bool m_provisionFromServer = false;
@@ -76,6 +83,7 @@ class unixCommandLineHelper : public CommandLineHelper {
   std::string m_user;
   std::string m_password;
   std::int32_t m_provisionResult = 0;
+  std::optional<FileId> m_fetchedInto;  ///< the directory into which provisioning put its files
 };
 
 }  // namespace kelt::helper

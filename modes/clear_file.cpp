@@ -19,13 +19,14 @@ ClearedFile siteCache() {
           messages::kSiteCacheNotDeleted};
 }
 
-bool clearFile(const ClearedFile& file) {
+Cleared clearFile(const ClearedFile& file) {
   bool bExists = false;
   if (!AFiler::getFileAccessibility(file.path, AFiler::kRead, bExists)) {
     base::printLine(file.inaccessible + file.path);
-    return false;
+    return Cleared::kFailed;
   }
-  return !bExists || deleteOrComplain(file.path, file.notDeleted);
+  if (!bExists) return Cleared::kAbsent;
+  return deleteOrComplain(file.path, file.notDeleted) ? Cleared::kDeleted : Cleared::kFailed;
 }
 
 bool deleteOrComplain(const std::wstring& path, const wchar_t* notDeleted) {

@@ -17,8 +17,11 @@ struct ClearedFile {
 [[nodiscard]] ClearedFile serverSiteList();
 [[nodiscard]] ClearedFile siteCache();
 
-/// Deletes the file if it is there. Returns false, having printed the text for it, when that fails.
-[[nodiscard]] bool clearFile(const ClearedFile& file);
+/// What became of such a file.
+enum class Cleared { kAbsent, kDeleted, kFailed };
+
+/// Deletes the file if it is there. Prints the text for it when that fails.
+[[nodiscard]] Cleared clearFile(const ClearedFile& file);
 
 /// Deletes the file at `path`, which should be there. Returns false, having printed `notDeleted` and the path, when
 /// that fails.

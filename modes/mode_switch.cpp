@@ -28,12 +28,14 @@ int unixCommandLineHelper::PrepareORV(bool managed, bool noStart, std::wstring s
                                       bool /*pFlag*/, std::wstring /*logFile*/, bool /*fFlag*/, bool provision,
                                       std::wstring server, std::wstring user, std::wstring password) {
   m_provisionFromServer = provision;
+  m_fetchedInto.reset();
   m_server = tellcomn_wide_to_ansi(server);
   m_user = tellcomn_wide_to_ansi(user);
   keepNarrow(password, m_password);
   if (provision) m_provisionResult = provision::Provision::iGetProvisionFiles(sourceDir, m_server, m_user, m_password);
   base::wipe(m_password);  // nothing needs it any more, and commands are run from here on
   if (provision && m_provisionResult != 0) return kProvisioningFailed + m_provisionResult;
+  if (provision) m_fetchedInto = fileIdOf(sourceDir + L"/");
 
   const StartAgain startAgain = noStart ? StartAgain::kNever : StartAgain::kAlways;
   const Interruption change = whileStopped(*this, startAgain, [&] {

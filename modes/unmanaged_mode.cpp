@@ -65,7 +65,7 @@ bool unixCommandLineHelper::PrepareORVForUnmanagedMode() {
   bool bResult = true;
   for (const modes::ClearedFile& file :
        {legacyKey(paths::kRequestKey), legacyKey(paths::kServerKey), modes::serverSiteList(), modes::siteCache()}) {
-    if (!modes::clearFile(file)) bResult = false;
+    if (modes::clearFile(file) == modes::Cleared::kFailed) bResult = false;
   }
   return bResult;
 }

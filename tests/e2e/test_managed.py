@@ -152,6 +152,37 @@ def test_site_list_in_latin_1_is_converted(device, package):
     assert run.result() == (NO_MODE + b"Successfully convert the sitelist.xml file to utf8\n", b"", 0)
     assert b"M\xc3\xa1laga" in device.read(SITE_LIST)
     assert (directory / "SiteList.xml").read_bytes() == device.read(SITE_LIST)
+    assert ("I", f"Converted to UTF-8: {directory}/SiteList.xml") in device.log()
+
+
+def test_links_to_site_list_and_keys_are_read(device, package, tmp_path):
+    real = package("--both", to=tmp_path / "real")
+    directory = tmp_path / "keys"
+    directory.mkdir()
+    for path in real.iterdir():
+        (directory / path.name).symlink_to(path)
+    source = contents(real)
+    assert device.run("-m", "-d", directory).result() == (NO_MODE, b"", 0)
+    expect_managed(device, source, "sr2048pubkey.bin", mode=2, size=1)
+    assert device.read(SITE_LIST) == source["SiteList.xml"]
+    assert contents(real) == source
+
+
+def test_switch_from_the_installed_site_list(device, package):
+    source = contents(package("--both", to=device.path(SCRATCH + "/etc")))
+    assert device.run("-m", "-d", SCRATCH + "/etc").result() == (NO_MODE, b"", 0)
+    expect_managed(device, source, "sr2048pubkey.bin", mode=2, size=1)
+    found = contents(device.path(SCRATCH + "/etc"))
+    assert {name: found[name] for name in source} == source
+
+
+def test_switch_from_the_directory_that_keys_are_imported_from(device, package):
+    source = contents(package("--both"))
+    package("--both", to=device.path(INSTALL))
+    assert device.run("-m", "-d", INSTALL).result() == (NO_MODE, b"", 0)
+    # As after every switch: the keys are in the key store, and their files are gone.
+    expect_managed(device, source, "sr2048pubkey.bin", mode=2, size=1)
+    assert device.read(SITE_LIST) == device.read(INSTALL + "/SiteList.xml") == source["SiteList.xml"]
 
 
 def test_site_list_in_utf_8_is_kept_byte_for_byte(device, package):

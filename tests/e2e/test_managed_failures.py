@@ -1,5 +1,9 @@
 """Switches to managed mode that fail: every message, the status, and what is left of the device."""
 
+import os
+
+import pytest
+
 from device import AGENT_CONFIG, INSTALL, KEY_FILES, KEYSTORE, LOG, NO_MODE, SCRATCH, SITE_LIST, changes, contents
 
 NOT_FOUND = b"Error : For managed mode, sitelist file and all key files could not be found for processing.\n\n"
@@ -102,6 +106,60 @@ def test_directory_in_place_of_the_site_list(device, package):
         1,
     )
     expect_untouched(device, before)
+
+
+def test_site_list_that_is_a_link_is_never_written_through(device, package, tmp_path):
+    directory = package()
+    target = tmp_path / "program"
+    target.write_bytes(b"\x7fELF\xe9\xe9\0" + bytes(range(256)) * 100)
+    content, mode = target.read_bytes(), target.stat().st_mode
+    (directory / "SiteList.xml").unlink()
+    (directory / "SiteList.xml").symlink_to(target)
+    before, run = switch(device, directory)
+    assert run.result() == (
+        NO_MODE + b"Error : Fail to convert the sitelist.xml file to utf8\nError : Fail to load sitelist file\n",
+        b"",
+        1,
+    )
+    assert (target.read_bytes(), target.stat().st_mode) == (content, mode)
+    assert (directory / "SiteList.xml").is_symlink()
+    assert ("E", f"{directory}/SiteList.xml: not converted to UTF-8: it is a symbolic link") in device.log()
+    assert device.calls() == device.stopping() + device.starting()
+    expect_untouched(device, before)
+
+
+@pytest.mark.parametrize("name", KEY_FILES)
+@pytest.mark.parametrize("kind", ["pipe", "directory", "device", "large"])
+def test_key_file_that_is_none_changes_nothing(device, package, tmp_path, kind, name):
+    directory = package("--both")
+    path = directory / name
+    path.unlink()
+    if kind == "pipe":
+        os.mkfifo(path)
+    elif kind == "directory":
+        path.mkdir()
+    elif kind == "device":
+        path.symlink_to("/dev/zero")
+    else:
+        path.write_bytes(bytes(64 * 1024 + 1))
+    source = sorted(directory.iterdir()), (directory / "SiteList.xml").read_bytes()
+    before, run = switch(device, directory, cwd=tmp_path)
+    accessing = b"Error : Accessing key file, %s\n" % str(path).encode()
+    assert run.result() == (NO_MODE + accessing + incomplete(directory) + NOT_FOUND, b"", 1)
+    assert (sorted(directory.iterdir()), (directory / "SiteList.xml").read_bytes()) == source
+    reason = "larger than any key file" if kind == "large" else "not a regular file"
+    assert ("E", f"{path}: {reason}") in device.log()
+    expect_untouched(device, before)
+
+
+def test_installed_site_list_as_the_source_outlives_a_failed_switch(device, package):
+    package(to=device.path(SCRATCH + "/etc"))
+    device.path(INSTALL + "/agentfipsmode").mkdir()
+    before, run = switch(device, SCRATCH + "/etc")
+    failed = b"Error : Failed to copy key file, %s/etc/agentfipsmode\n" % SCRATCH.encode()
+    assert run.result() == (NO_MODE + failed, b"", 1)
+    legacy = [f"{SCRATCH}/etc/{name}" for name in ("reqseckey.bin", "srpubkey.bin")]
+    assert changes(before, device.files()) == {"added": sorted(LOGS + legacy), "removed": [], "changed": []}
 
 
 def test_site_list_without_a_server(device, package):

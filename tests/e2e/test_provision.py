@@ -2,7 +2,7 @@
 
 import pytest
 
-from device import INSTALL, NO_MODE, SITE_LIST, Device
+from device import INSTALL, KEY_FILES, KEYSTORE, NO_MODE, SCRATCH, SITE_LIST, Device, contents
 from provisioning import CONTACTED, HINT, PROGRESS
 
 ACCESS = ["-U", "admin", "-P", "zentor 4711"]
@@ -130,6 +130,45 @@ def test_only_a_provisioning_loads_what_it_needs(served, package):
         "libzip",
         "libssl",
     ]
+
+
+@pytest.mark.parametrize("where", [SCRATCH + "/etc", INSTALL])
+def test_files_fetched_into_the_installation(served, where):
+    run = served.run("-m", "-d", where, "-z", "-e", "127.0.0.1", *ACCESS)
+    assert run.result() == (NO_MODE + PROGRESS, b"", 0)
+    assert b'ServerIP="192.0.2.10"' in served.read(SITE_LIST)
+    assert served.path(KEYSTORE + "/server-public.der").exists()
+    # What was fetched is gone, but for the installed site list.
+    for directory in (SCRATCH + "/etc", INSTALL):
+        left = {path.name for path in served.path(directory).iterdir()}
+        assert left & {"SiteList.xml", *KEY_FILES} == ({"SiteList.xml"} if directory != INSTALL else set())
+
+
+def test_an_installed_site_list_that_is_a_link_to_what_was_fetched(served):
+    link = f"mkdir /run/keys; ln -sf /run/keys/SiteList.xml {SITE_LIST}"
+    run = served.run("-m", "-d", "/run/keys", "-z", "-e", "127.0.0.1", *ACCESS, before=link, after=f"cat {SITE_LIST}")
+    assert run.result() == (NO_MODE + PROGRESS, b"", 0)
+    assert b'ServerIP="192.0.2.10"' in run.after
+    assert [path.name for path in served.path("/run/keys").iterdir()] == ["SiteList.xml"]
+
+
+def test_files_that_were_not_fetched_are_the_operators(tmp_path, binary, package):
+    # The server's set lacks a key; the complete one below the current directory is used, and kept.
+    lacking = package(to=tmp_path / "lacking")
+    (lacking / "sr2048pubkey.bin").unlink()
+    served = Device(tmp_path / "device", binary, "--server", "--package", str(lacking))
+    own = package("--both", "--server", "192.0.2.77", to=tmp_path / "keys")
+    kept = contents(own)
+    served.path(INSTALL + "/bin/keys").mkdir()
+    run = served.run("-m", "-d", "keys", "-z", "-e", "127.0.0.1", *ACCESS, cwd=tmp_path)
+    missing = b"".join(b"Error : Missing key file, keys/%s\n" % name for name in (b"sr2048pubkey.bin", b"srpubkey.bin"))
+    incomplete = (
+        b"Error : For managed mode, although sitelist file found in keys, all key files not present or accessible.\n"
+    )
+    assert run.result() == (NO_MODE + PROGRESS + missing + incomplete, b"", 0)
+    assert b'ServerIP="192.0.2.77"' in served.read(SITE_LIST)
+    assert contents(own) == kept
+    assert ("I", f"Kept, as nothing was fetched into this directory: {own}") in served.log()
 
 
 def test_a_second_provisioning_after_a_first(served):

@@ -8,6 +8,7 @@
 
 using kelt::tests::contentOf;
 using kelt::tests::exists;
+using kelt::tests::installedTree;
 using kelt::tests::kInstalled;
 using kelt::tests::kInstalledSiteList;
 using kelt::tests::kServerSiteList;
@@ -37,10 +38,10 @@ class ManagedModeFailures : public kelt::tests::SwitchFromSource {
 
 TEST_F(ManagedModeFailures, ChangesNothingWhenTheSiteListCannotBeCopied) {
   putDirectory(kInstalledSiteList);
-  const auto installed = treeOf("/opt/Quorvane");
+  const auto installed = installedTree();
   const auto source = treeOf("/tmp/k");
   EXPECT_EQ(run(false), "Error : Failed to copy sitelist file.\n\n");
-  EXPECT_EQ(treeOf("/opt/Quorvane"), installed);
+  EXPECT_EQ(installedTree(), installed);
   EXPECT_EQ(treeOf("/tmp/k"), source);
 }
 
@@ -50,9 +51,9 @@ TEST_F(ManagedModeFailures, ChangesNothingWhenThereIsNoRoomForTheSiteList) {
   mountSmall(kInstalled + "/scratch/etc", 16384);
   putFile(kInstalledSiteList, "installed before");
   putFile(kSiteCache, "cached sites");
-  const auto installed = treeOf("/opt/Quorvane");
+  const auto installed = installedTree();
   EXPECT_EQ(run(false), "Error : Failed to copy sitelist file.\n\n");
-  EXPECT_EQ(treeOf("/opt/Quorvane"), installed);
+  EXPECT_EQ(installedTree(), installed);
   EXPECT_EQ(contentOf("/tmp/k/SiteList.xml"), large);
 }
 

@@ -7,6 +7,7 @@
 
 using kelt::tests::contentOf;
 using kelt::tests::exists;
+using kelt::tests::installedTree;
 using kelt::tests::kInstalled;
 using kelt::tests::kInstalledSiteList;
 using kelt::tests::kKeyNames;
@@ -46,7 +47,7 @@ TEST_F(ManagedMode, InstallsSiteListAndKeysAndClearsTheCaches) {
   expectKeysInstalled();
   EXPECT_EQ(namesIn(kInstalled), (Names{"agentfipsmode", "req2048seckey.bin", "reqseckey.bin", "scratch",
                                         "sr2048pubkey.bin", "srpubkey.bin"}));
-  EXPECT_EQ(namesIn(kInstalled + "/scratch"), Names{"etc"});
+  EXPECT_EQ(namesIn(kInstalled + "/scratch"), (Names{"etc", "logs"}));
   EXPECT_EQ(namesIn(kInstalled + "/scratch/etc"), Names{"SiteList.xml"});
   EXPECT_EQ(treeOf("/tmp/k"), source) << "the operator's files stay";
 }
@@ -92,24 +93,24 @@ TEST_F(ManagedMode, ConvertsASiteListInLatin1) {
 }
 
 TEST_F(ManagedMode, RefusesASiteListThatDoesNotLoadEvenConverted) {
-  const auto installed = treeOf("/opt/Quorvane");
+  const auto installed = installedTree();
   for (const std::string content : {"", "<ns:SiteLists>", "<SiteLists/>", "no xml"}) {
     putFile("/tmp/k/SiteList.xml", content);
     EXPECT_EQ(run(false), "Successfully convert the sitelist.xml file to utf8\nError : Fail to load sitelist file\n");
     EXPECT_EQ(contentOf("/tmp/k/SiteList.xml"), content);
   }
-  EXPECT_EQ(treeOf("/opt/Quorvane"), installed);
+  EXPECT_EQ(installedTree(), installed);
 }
 
 TEST_F(ManagedMode, RefusesASiteListThatCannotBeConverted) {
   ASSERT_EQ(::unlink("/tmp/k/SiteList.xml"), 0);
-  const auto installed = treeOf("/opt/Quorvane");
+  const auto installed = installedTree();
   EXPECT_EQ(run(false), "Error : Fail to convert the sitelist.xml file to utf8\nError : Fail to load sitelist file\n");
-  EXPECT_EQ(treeOf("/opt/Quorvane"), installed);
+  EXPECT_EQ(installedTree(), installed);
 }
 
 TEST_F(ManagedMode, RefusesASiteListWithoutAServerAddress) {
-  const auto installed = treeOf("/opt/Quorvane");
+  const auto installed = installedTree();
   for (const std::string site :
        {"<SpipeSite Name=\"x\"/>", "", "<Other ServerIP=\"1\"/>", "<x><SpipeSite ServerIP=\"1\"/></x>"}) {
     putFile("/tmp/k/SiteList.xml", "<ns:SiteLists><SiteList>" + site + "</SiteList></ns:SiteLists>");
@@ -117,7 +118,7 @@ TEST_F(ManagedMode, RefusesASiteListWithoutAServerAddress) {
     EXPECT_EQ(run(false), "Error : Sitelist file invalid. Server ip not found.\n\n") << site;
     EXPECT_EQ(treeOf("/tmp/k"), source);
   }
-  EXPECT_EQ(treeOf("/opt/Quorvane"), installed);
+  EXPECT_EQ(installedTree(), installed);
 }
 
 TEST_F(ManagedMode, FailsSilentlyForASiteListWithoutSites) {

@@ -9,6 +9,7 @@ using kelt::tests::calls;
 using kelt::tests::contentOf;
 using kelt::tests::exists;
 using kelt::tests::fakeServer;
+using kelt::tests::installedTree;
 using kelt::tests::kInstalledSiteList;
 using kelt::tests::putFile;
 using kelt::tests::putSource;
@@ -72,11 +73,11 @@ TEST_F(ModeSwitch, ResolvesTheSourceAgainstTheCurrentDirectory) {
 
 TEST_F(ModeSwitch, LeavesTheAgentAsItIsWhenItCannotBeStopped) {
   m_helper.m_onStop = no;
-  const auto before = treeOf("/opt/Quorvane");
+  const auto before = installedTree();
   EXPECT_EQ(managed(), 5);
   EXPECT_EQ(unmanaged(), 5);
   EXPECT_EQ(m_helper.m_steps, (Steps{"stop", "stop"}));
-  EXPECT_EQ(treeOf("/opt/Quorvane"), before);
+  EXPECT_EQ(installedTree(), before);
 }
 
 TEST_F(ModeSwitch, StartsTheAgentAfterAFailedSwitchAndImportsNothing) {
@@ -137,14 +138,14 @@ TEST_F(ModeSwitch, AsksTheServerFirstInNarrowText) {
 }
 
 TEST_F(ModeSwitch, LeavesTheAgentRunningWhenProvisioningFails) {
-  const auto installed = treeOf("/opt/Quorvane");
+  const auto installed = installedTree();
   const auto source = treeOf("/tmp/k");
   for (const int status : {1, 2, 7, -1}) {
     fakeServer().status = status;
     EXPECT_EQ(provisioned(), 30 + status);
   }
   EXPECT_EQ(m_helper.m_steps, Steps{});
-  EXPECT_EQ(treeOf("/opt/Quorvane"), installed);
+  EXPECT_EQ(installedTree(), installed);
   EXPECT_EQ(treeOf("/tmp/k"), source);
 }
 
@@ -193,10 +194,10 @@ TEST_F(ModeSwitch, TellsThatTheAgentCannotBeStartedAnyMore) {
 }
 
 TEST_F(ModeSwitch, ChangesNothingWithoutAnAgentToStop) {
-  const auto before = treeOf("/opt/Quorvane");
+  const auto before = installedTree();
   ServiceSwitch helper;
   EXPECT_EQ(managedWith(helper), 5);
-  EXPECT_EQ(treeOf("/opt/Quorvane"), before);
+  EXPECT_EQ(installedTree(), before);
 }
 
 }  // namespace

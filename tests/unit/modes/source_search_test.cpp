@@ -74,9 +74,9 @@ TEST_F(SourceSearch, TriesTheGivenDirectoryItselfLast) {
 }
 
 TEST_F(SourceSearch, FindsNothing) {
-  const auto before = kelt::tests::treeOf("/opt/Quorvane");
+  const auto before = kelt::tests::installedTree();
   EXPECT_EQ(search(0, L"keys", L"/tmp/here"), kNothingFound);
-  EXPECT_EQ(kelt::tests::treeOf("/opt/Quorvane"), before);
+  EXPECT_EQ(kelt::tests::installedTree(), before);
   EXPECT_EQ(m_helper.GetSourceDir(), L"");
 }
 
@@ -97,11 +97,11 @@ TEST_F(SourceSearch, ReportsEveryIncompleteDirectoryAndRemembersTheLast) {
     putSource(directory);
     ASSERT_EQ(::unlink((directory + "/agentfipsmode").c_str()), 0);
   }
-  const auto before = kelt::tests::treeOf("/opt/Quorvane");
+  const auto before = kelt::tests::installedTree();
   EXPECT_EQ(search(0, L"keys", L"/tmp/here"),
             "Error : Missing key file, /tmp/here/keys/agentfipsmode\n" + incomplete("/tmp/here/keys") +
                 "Error : Missing key file, /tmp/here/agentfipsmode\n" + incomplete("/tmp/here") + kNothingFound);
-  EXPECT_EQ(kelt::tests::treeOf("/opt/Quorvane"), before);
+  EXPECT_EQ(kelt::tests::installedTree(), before);
   EXPECT_EQ(m_helper.GetSourceDir(), L"/tmp/here");
 }
 
