@@ -6,6 +6,7 @@
 #include "app/exit_status.h"
 #include "app/messages.h"
 #include "base/console.h"
+#include "base/secret.h"
 #include "helper/leftovers.h"
 #include "helper/while_stopped.h"
 
@@ -95,6 +96,7 @@ Ended checkAgent(const CommandLineData& data, CommandLineHelper& agent) {
 Ended switchMode(CommandLineData& data, const std::wstring& currentDir, CommandLineHelper& agent) {
   if (const Ended ended = switchToManaged(data, currentDir, agent)) return ended;
   data.SetZentorPassword({});  // nothing below needs it, and commands are run
+  base::wipeUnusedStack();
   return switchToUnmanaged(data, agent);
 }
 

@@ -1,11 +1,14 @@
 #include "app/driver.h"
 #include "app/exit_status.h"
 #include "base/environment.h"
+#include "base/secret.h"
 #include "base/signals.h"
 #include "base/standard_descriptors.h"
 
 int main(int argc, char** argv) {
   kelt::base::shedEnvironment();
+  // The start of the program looked at the arguments: what it left of a password lies where our frames will.
+  kelt::base::wipeUnusedStack();
   if (!kelt::base::openStandardDescriptors()) return kelt::app::kNoStandardDescriptors;
   kelt::base::ignoreOutputSignals();
   try {

@@ -1,9 +1,13 @@
 #include "base/secret.h"
 
+#include <array>
 #include <string.h>
 
 namespace kelt::base {
 namespace {
+
+/// More than a transfer with its cryptography takes.
+constexpr std::size_t kStackDepth = std::size_t{64} * 1024;
 
 template <typename String>
 void wipeString(String& text) {
@@ -16,6 +20,11 @@ void wipeString(String& text) {
 
 void wipe(void* memory, std::size_t bytes) {
   if (memory != nullptr) ::explicit_bzero(memory, bytes);
+}
+
+__attribute__((noinline)) void wipeUnusedStack() {
+  std::array<unsigned char, kStackDepth> unused;  // NOLINT(cppcoreguidelines-pro-type-member-init): wiped as it is
+  wipe(unused.data(), unused.size());
 }
 
 void wipe(std::string& text) {

@@ -14,6 +14,10 @@ void wipe(void* memory, std::size_t bytes);
 void wipe(std::string& text);
 void wipe(std::wstring& text);
 
+/// Overwrites the stack below the caller's frame, where functions that have returned left copies in their own frames:
+/// a secret that was read is in vector registers, which are saved there, by the dynamic loader for instance.
+void wipeUnusedStack();
+
 /// Allocator whose blocks are wiped when released, growth of a container included.
 template <typename T>
 struct WipingAllocator {

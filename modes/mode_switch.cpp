@@ -34,6 +34,7 @@ int unixCommandLineHelper::PrepareORV(bool managed, bool noStart, std::wstring s
   keepNarrow(password, m_password);
   if (provision) m_provisionResult = provision::Provision::iGetProvisionFiles(sourceDir, m_server, m_user, m_password);
   base::wipe(m_password);  // nothing needs it any more, and commands are run from here on
+  base::wipeUnusedStack();
   if (provision && m_provisionResult != 0) return kProvisioningFailed + m_provisionResult;
   if (provision) m_fetchedInto = fileIdOf(sourceDir + L"/");
 

@@ -106,6 +106,15 @@ def test_of_two_passwords_neither_stays(device):
     expect_no_trace(device, "start")
 
 
+def test_as_the_first_argument_which_the_start_of_the_program_looks_at(device):
+    """In blocks as wide as a vector register, with the name of the program; how it stands in them differs."""
+    search_from_commands(device, PASSWORDS[40])
+    for shift in range(0, 64, 8):
+        run = device.run("-P", PASSWORDS[40], *plants(), "-start", via=f"SHIFT={'x' * shift}")
+        assert run.status == 0
+        expect_no_trace(device, "start")
+
+
 def test_behind_an_empty_argument_where_nothing_is_read_any_more(device):
     search_from_commands(device, PASSWORDS[8])
     assert device.run("-start", *plants(), "", "-P", PASSWORDS[8]).status == 0
