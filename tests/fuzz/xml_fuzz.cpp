@@ -1,5 +1,6 @@
 // XML documents: what is accepted is held, and written so that a reader sees the same again; what is put into a
-// document comes back, or the document is not written.
+// document comes back, or the document is not written. Each input is also taken for UTF-16, by a byte order mark before
+// it.
 
 #include <cstddef>
 #include <cstdint>
@@ -58,13 +59,8 @@ void checkEditing(XmlDocument& document, const std::string& root, const std::str
   require(kelt::platform::textOf(read.last_child()) == value, "the text of a new element comes back");
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string input(reinterpret_cast<const char*>(data), size);
-  checkEditing(*XmlDocument::create("r"), "r", input);
-  if (!kelt::platform::judgeXml(bytesOf(input))) return 0;
-
+void checkLoading(const std::string& input) {
+  if (!kelt::platform::judgeXml(bytesOf(input))) return;
   const std::string events = XmlEvents::of(input);
   require(events != "refused", "what we accept, a plain parser accepts");
   const std::string root = rootOf(events);
@@ -72,5 +68,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(document.ok(), "what is accepted can be held");
   checkWriting(*document.value(), events, root);
   checkEditing(*document.value(), root, input);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string input(reinterpret_cast<const char*>(data), size);
+  checkEditing(*XmlDocument::create("r"), "r", input);
+  checkLoading(input);
+  checkLoading("\xFF\xFE" + input);
+  checkLoading("\xFE\xFF" + input);
   return 0;
 }
