@@ -170,6 +170,25 @@ def test_an_endless_reply_costs_no_more_memory_than_its_bound_and_ends_at_an_int
     assert device.calls() == []
 
 
+@pytest.mark.parametrize("line", [None, 76], ids=["one-line", "lines-of-76"])
+def test_a_large_reply_costs_no_more_than_three_times_its_size(device, target, certificate, package, line):
+    directory = package()
+    for number in range(6):
+        (directory / f"noise{number}").write_bytes(os.urandom(MIB))
+    reply = make_reply(directory)
+    if line:
+        reply = reply[:5] + b"\n".join(reply[at : at + line] for at in range(5, len(reply), line))
+    with ReplyServer(certificate, ok(reply)) as server:
+        run = device.run(
+            *("-m", "-d", target, "-z", "-e", server.address, "-U", "admin", "-P", "pw"),
+            via=f"/usr/bin/python3 {ROOT}/tests/support/measure_peak.py /run/peak",
+        )
+    assert run.status == 0
+    assert len(reply) > 8 * MIB
+    assert (target / "noise5").read_bytes() == (directory / "noise5").read_bytes()
+    assert len(reply) < int(device.take("/run/peak")) <= 3 * len(reply) + 16 * MIB
+
+
 def test_a_second_server_is_never_asked(device, target, certificate, package):
     with ReplyServer(certificate, ok(make_reply(package()))) as elsewhere:
         location = f"HTTP/1.1 301 Moved Permanently\r\nLocation: https://{elsewhere.address}/\r\nContent-Length: 0\r\n\r\n"
