@@ -33,8 +33,9 @@ def test_full_output(device, package, full):
 
 
 def test_reader_that_is_gone(device, package):
-    # The reader ends before the first line is written.
-    run = device.shell('{ sleep 0.2; "$KELTCONFIG" -m -d "$1"; echo $? >/run/status; } | true', package())
+    # The reader is gone before the first line is written.
+    gone = "mkfifo /run/fifo; exec 3<>/run/fifo 4>/run/fifo 3<&-; rm /run/fifo; "
+    run = device.shell(gone + '"$KELTCONFIG" -m -d "$1" >&4; echo $? >/run/status', package())
     assert run.stderr == b""
     assert device.take("/run/status") == b"0\n"
     expect_switched(device)

@@ -7,7 +7,7 @@ import time
 import pexpect
 import pytest
 
-from device import NO_MODE
+from device import NO_MODE, PATIENCE
 from provisioning import CONTACTED, tool_process
 
 ANSWERS = b"127.0.0.1:1\nadmin\nsecret\n"
@@ -22,7 +22,7 @@ def terminal(device):
 
     def start(*command):
         name, *arguments = [os.fsdecode(word) for word in device.command(*command)]
-        child = pexpect.spawn(name, arguments, env=ENVIRONMENT, timeout=20)
+        child = pexpect.spawn(name, arguments, env=ENVIRONMENT, timeout=PATIENCE)
         children.append(child)
         return child
 
@@ -32,7 +32,7 @@ def terminal(device):
 
 
 def expect_echo(child, on):
-    deadline = time.monotonic() + 10
+    deadline = time.monotonic() + PATIENCE
     while child.getecho() != on:
         assert time.monotonic() < deadline, f"echo is still {not on}"
         time.sleep(0.01)

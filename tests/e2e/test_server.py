@@ -5,7 +5,7 @@ import signal
 import socket
 import subprocess
 
-from device import NO_MODE, ROOT
+from device import NO_MODE, PATIENCE, ROOT
 from provisioning import PROGRESS
 
 
@@ -27,4 +27,4 @@ def test_the_server_takes_a_listening_socket(device, package, tmp_path):
             assert device.run(*arguments).result() == (NO_MODE + PROGRESS, b"", 0)
         finally:
             server.send_signal(signal.SIGTERM)
-            server.wait(10)
+            server.wait(PATIENCE)

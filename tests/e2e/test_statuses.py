@@ -74,7 +74,6 @@ def test_no_memory_for_the_crypto_logger(device, tmp_path):
           test -e /run/agent/calls && echo started >>/run/statuses && rm /run/agent/calls
         done""",
         library,
-        timeout=120,
     )
     statuses = device.read("/run/statuses").split()
     assert b"18" in statuses, done

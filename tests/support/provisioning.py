@@ -4,7 +4,7 @@ import os
 import subprocess
 import time
 
-from device import ROOT
+from device import PATIENCE, ROOT
 
 CONTACTED = b"Initializing CURL...\nCurl initialization OK\nContacting Zentor..."
 HINT = (
@@ -42,7 +42,8 @@ EMULATOR = b"/usr/bin/qemu-ppc-static\0"  # as which an emulated tool runs
 def tool_process(device):
     """The process id, as this machine counts, of the tool running with the device's state directory as an argument."""
     name, argument = os.fsencode(device.binary) + b"\0", b"\0" + os.fsencode(device.state)
-    for _ in range(500):
+    deadline = time.monotonic() + PATIENCE
+    while time.monotonic() < deadline:
         for entry in filter(str.isdigit, os.listdir("/proc")):
             try:
                 with open(f"/proc/{entry}/cmdline", "rb") as file:

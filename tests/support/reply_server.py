@@ -6,6 +6,8 @@ import struct
 import subprocess
 import threading
 
+from device import PATIENCE
+
 
 def make_certificate(directory):
     """A self-signed certificate with its key, as one file."""
@@ -42,7 +44,8 @@ class ReplyServer:
 
     def __exit__(self, *_):
         self._listener.shutdown(socket.SHUT_RDWR)
-        self._thread.join(10)
+        self._thread.join(PATIENCE)
+        assert not self._thread.is_alive()
         self._listener.close()
 
     def _serve(self):
@@ -61,7 +64,7 @@ class ReplyServer:
 
     def _converse(self, plain, answer):
         with plain:
-            plain.settimeout(30)
+            plain.settimeout(PATIENCE)
             with self._context.wrap_socket(plain, server_side=True) as connection:
                 self.agreed.append(connection.selected_alpn_protocol())
                 self.requests.append(self._request(connection))
