@@ -13,6 +13,6 @@ function(kelt_unit_test module)
   target_compile_options(kelt_test_${module} PRIVATE -Wno-unused-result
                                                      $<$<CXX_COMPILER_ID:GNU>:-Wno-mismatched-new-delete>)
   target_link_libraries(kelt_test_${module} PRIVATE kelt_options kelt_test_support ${ARG_LINKS} GTest::gtest)
-  gtest_discover_tests(kelt_test_${module} TEST_PREFIX "${module}." DISCOVERY_TIMEOUT 60
-                       PROPERTIES TIMEOUT 120 LABELS unit)
+  gtest_discover_tests(kelt_test_${module} TEST_PREFIX "${module}." DISCOVERY_TIMEOUT 300
+                       PROPERTIES TIMEOUT 1800 LABELS unit)
 endfunction()

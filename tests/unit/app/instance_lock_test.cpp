@@ -1,17 +1,15 @@
 #include "app/instance_lock.h"
 
-#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <poll.h>
 #include <stdexcept>
-#include <thread>
 
 #include "support/child.h"
 #include "support/private_device.h"
+#include "support/waiting.h"
 
 #include "base/unique_fd.h"
 
@@ -22,10 +20,6 @@ constexpr const char* kLockDir = "/run/orv-locks";
 constexpr const char* kLockFile = "/run/orv-locks/71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex";
 constexpr const char* kLog = "/opt/Quorvane/orv/scratch/logs/keltcfg.log";
 
-void sleepFor(int milliseconds) {
-  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-}
-
 /// A pipe whose reading end tells when the child wrote to it.
 struct Pipe {
   Pipe() {
@@ -34,7 +28,7 @@ struct Pipe {
     read.reset(ends[0]);
     write.reset(ends[1]);
   }
-  [[nodiscard]] bool bWrittenWithin(int milliseconds) const {
+  [[nodiscard]] bool bWritten(int milliseconds = tests::kPatienceMilliseconds) const {
     pollfd waiting{read.get(), POLLIN, 0};
     return ::poll(&waiting, 1, milliseconds) == 1;
   }
@@ -42,21 +36,6 @@ struct Pipe {
   base::UniqueFd read;
   base::UniqueFd write;
 };
-
-/// Whether the process sleeps with a handler for SIGALRM, as one does that waits for the lock.
-bool bWaitsForLock(pid_t pid) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  bool bSleeps = false;
-  bool bHandlesAlarm = false;
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with("State:"))
-      bSleeps = line.find('S') != std::string::npos && line.find("(sleeping)") != line.npos;
-    if (line.starts_with("SigCgt:")) {
-      bHandlesAlarm = (std::stoull(line.substr(7), nullptr, 16) & (1ULL << (SIGALRM - 1))) != 0;
-    }
-  }
-  return bSleeps && bHandlesAlarm;
-}
 
 class InstanceLockTest : public tests::PrivateDevice {
  protected:
@@ -88,9 +67,10 @@ TEST_F(InstanceLockTest, ASecondProcessWaitsForTheFirst) {
     entered.tell();
     return 0;
   });
-  EXPECT_FALSE(entered.bWrittenWithin(150));
+  ASSERT_TRUE(tests::bComesTrue([&] { return tests::bWaitsForLock(second.pid()); }));
+  EXPECT_FALSE(entered.bWritten(0));
   first.reset();
-  EXPECT_TRUE(entered.bWrittenWithin(5000));
+  EXPECT_TRUE(entered.bWritten());
   EXPECT_EQ(second.exitStatus(), 0);
   EXPECT_FALSE(tests::exists(kLockFile));
 }
@@ -103,7 +83,7 @@ TEST_F(InstanceLockTest, AKilledHolderHoldsNothing) {
     ::pause();
     return 0;
   });
-  ASSERT_TRUE(held.bWrittenWithin(5000));
+  ASSERT_TRUE(held.bWritten());
   ::kill(holder.pid(), SIGKILL);
   holder.wait();
   const lock_raii lock;
@@ -120,9 +100,7 @@ TEST_F(InstanceLockTest, ThrowsWhenTheTimeIsOver) {
     }
     return 0;
   });
-  for (int i = 0; i < 500 && !bWaitsForLock(second.pid()); ++i)
-    sleepFor(10);
-  ASSERT_TRUE(bWaitsForLock(second.pid()));
+  ASSERT_TRUE(tests::bComesTrue([&] { return tests::bWaitsForLock(second.pid()); }));
   ::kill(second.pid(), SIGALRM);  // what the end of the time looks like to the waiting process
   EXPECT_EQ(second.exitStatus(), 42);
   EXPECT_NE(tests::contentOf(kLog).find("\tkeltcfg\tUnable to acquire lock\n"), std::string::npos);
@@ -143,13 +121,12 @@ TEST_F(InstanceLockTest, TheNextOneToWaitKeepsTheLocksFile) {
   tests::Child second([&] {
     const lock_raii lock;
     entered.tell();
-    EXPECT_TRUE(leave.bWrittenWithin(5000));
+    EXPECT_TRUE(leave.bWritten());
     return tests::exists(kLockFile) ? 0 : 1;
   });
-  for (int i = 0; i < 500 && !bWaitsForLock(second.pid()); ++i)
-    sleepFor(10);
+  ASSERT_TRUE(tests::bComesTrue([&] { return tests::bWaitsForLock(second.pid()); }));
   first.reset();
-  ASSERT_TRUE(entered.bWrittenWithin(5000));
+  ASSERT_TRUE(entered.bWritten());
   leave.tell();
   EXPECT_EQ(second.exitStatus(), 0);
   EXPECT_FALSE(tests::exists(kLockFile));
@@ -189,9 +166,9 @@ TEST_F(InstanceLockTest, AHolderThatLostTheLockLeavesTheNextOnesFile) {
     tests::Child second([&] {
       const lock_raii lock;
       entered.tell();
-      return leave.bWrittenWithin(5000) && tests::exists(kLockFile) ? 0 : 1;
+      return leave.bWritten() && tests::exists(kLockFile) ? 0 : 1;
     });
-    if (!entered.bWrittenWithin(5000)) return 2;
+    if (!entered.bWritten()) return 2;
     first.reset();
     leave.tell();
     return second.exitStatus();

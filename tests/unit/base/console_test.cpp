@@ -12,6 +12,7 @@
 
 #include "support/child.h"
 #include "support/private_device.h"
+#include "support/waiting.h"
 
 #include "base/signals.h"
 #include "base/unique_fd.h"
@@ -55,7 +56,7 @@ std::string readToEnd(int fd) {
     const ssize_t got = ::read(fd, buffer.data(), buffer.size());
     if (got < 0 && errno == EAGAIN) {
       pollfd waited{fd, POLLIN, 0};
-      ::poll(&waited, 1, 1000);
+      ::poll(&waited, 1, tests::kPatienceMilliseconds);
     } else if (got <= 0) {
       return text;
     } else {
@@ -148,10 +149,7 @@ TEST(Console, WaitsForASlowReaderOfANonBlockingOutput) {
   Pipe pipe(O_NONBLOCK);
   const std::string text(300'000, 'x');  // more than a pipe holds
   std::string seen;
-  std::thread reader([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    seen = readToEnd(pipe.reader.get());
-  });
+  std::thread reader([&] { seen = readToEnd(pipe.reader.get()); });
   {
     const OutputTo output(pipe.writer.get());
     pipe.writer.reset();
@@ -170,7 +168,7 @@ TEST(Console, GivesUpOnANonBlockingOutputThatNobodyEmpties) {
   }
   const auto spent = std::chrono::steady_clock::now() - begin;
   EXPECT_GE(spent, std::chrono::seconds(1));
-  EXPECT_LE(spent, std::chrono::seconds(20));
+  EXPECT_LE(spent, tests::kPatience);
 }
 
 TEST(Console, GoesOnAfterASignalInTheMiddleOfAWrite) {

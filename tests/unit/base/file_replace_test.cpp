@@ -6,10 +6,10 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
+#include "support/child.h"
 #include "support/private_device.h"
 
 #include "base/file_read.h"
@@ -204,34 +204,31 @@ TEST_F(ReplaceFile, ShowsAReaderTheOldContentOrTheNewAndNeverAPart) {
   const std::string one(100'000, '1');
   const std::string two(70'000, '2');
   ASSERT_TRUE(replaceFile("/tmp/d/f", one).ok());
-  std::atomic<bool> bWriting{true};
+  std::atomic<int> writes{0};
+  std::atomic<bool> bEnd{false};
   std::thread writer([&] {
-    for (int i = 0; i < 200; ++i)
-      EXPECT_TRUE(replaceFile("/tmp/d/f", i % 2 == 0 ? two : one).ok());
-    bWriting = false;
+    for (; !bEnd; ++writes)
+      EXPECT_TRUE(replaceFile("/tmp/d/f", writes % 2 == 0 ? two : one).ok());
   });
-  int reads = 0;
-  for (; bWriting; ++reads) {
+  for (int reads = 0; reads < 200 || writes < 200; ++reads) {
     const auto seen = readText("/tmp/d/f");
     EXPECT_TRUE(seen.ok() && (seen.value() == one || seen.value() == two));
   }
+  bEnd = true;
   writer.join();
-  EXPECT_GT(reads, 0);
 }
 
 TEST_F(ReplaceFile, FinishesBeforeASignalEndsTheRun) {
   putFile("/tmp/d/f", "old");
   for (int round = 0; round < 40; ++round) {
-    const pid_t child = ::fork();
-    if (child == 0) {
+    tests::Child child([]() -> int {
       ::signal(SIGINT, SIG_DFL);
       while (true)
         static_cast<void>(replaceFile("/tmp/d/f", std::string(20'000, 'x')));
-    }
-    ::usleep(static_cast<useconds_t>(2'000 + 137 * round));
-    ASSERT_EQ(::kill(child, SIGINT), 0);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    });
+    ::usleep(static_cast<useconds_t>(2'000 + 137 * round));  // wherever that finds it
+    ASSERT_EQ(::kill(child.pid(), SIGINT), 0);
+    const int status = child.wait();
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT);
     ASSERT_EQ(namesIn("/tmp/d"), Names{"f"}) << "a temporary file was left";
   }

@@ -25,13 +25,13 @@ constexpr const char* kName = "test-lock";
 constexpr int kProcesses = 4;
 constexpr unsigned kKills = 200;
 constexpr unsigned kEntries = 1000;
-constexpr auto kLongest = std::chrono::seconds(60);
+constexpr auto kLongest = std::chrono::seconds(600);
 
 /// What the processes count together.
 struct Counts {
   std::atomic<unsigned> entered{0};
   std::atomic<unsigned> met{0};      ///< two were inside at once
-  std::atomic<unsigned> refused{0};  ///< the lock was not to be had in ten seconds
+  std::atomic<unsigned> refused{0};  ///< the lock was not to be had in five minutes
   std::atomic<bool> bEnd{false};
 };
 static_assert(std::atomic<unsigned>::is_always_lock_free);
@@ -65,7 +65,7 @@ int contend(Counts& counts, unsigned seed) {
   Inside inside(witness.get());
   while (!counts.bEnd) {
     InterProcessWriteLock lock(kName);
-    if (!lock.lock(10)) {
+    if (!lock.lock(300)) {
       ++counts.refused;
       continue;
     }

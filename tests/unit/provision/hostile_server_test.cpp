@@ -1,9 +1,9 @@
 #include <cstdlib>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "curl_probe.h"
 #include "package.h"
+#include "support/child.h"
 #include "support/private_device.h"
 #include "tls_server.h"
 
@@ -176,14 +176,11 @@ TEST_F(HostileServer, WhoseReplyIsOverTheBoundIsRefused) {
   body.resize(kMaxReply + 1, 'A');
   const TlsServer server({bodyAnswer(body)});
   body = {};
-  const pid_t child = ::fork();  // what was cut stays known to the process
-  if (child == 0) {
+  tests::Child child([&]() -> int {  // what was cut stays known to the process
     const int status = provisionFrom(server);
     ::_exit(m_out == kNoSuccess ? status : 99);
-  }
-  int status = -1;
-  ::waitpid(child, &status, 0);
-  EXPECT_EQ(WEXITSTATUS(status), 10);
+  });
+  EXPECT_EQ(child.exitStatus(), 10);
   EXPECT_TRUE(namesIn("/tmp/keys").empty());
 }
 

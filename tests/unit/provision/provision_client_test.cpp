@@ -1,5 +1,6 @@
 #include "provision/provision_client.h"
 
+#include <atomic>
 #include <curl/curl.h>
 #include <filesystem>
 #include <thread>
@@ -8,6 +9,7 @@
 #include "curl_probe.h"
 #include "package.h"
 #include "support/private_device.h"
+#include "support/waiting.h"
 #include "tls_server.h"
 
 #include "provision/transfer.h"
@@ -323,8 +325,13 @@ TEST_F(ProvisionClient, WaitsForItsMutex) {
   boost::mutex::scoped_lock lock(mtxProvision);
   const TlsServer server({bodyAnswer("")});
   int status = -1;
-  std::thread other([&] { status = provision(server.address()); });
-  ::usleep(50000);
+  std::atomic<pid_t> task = 0;
+  std::thread other([&] {
+    task = ::gettid();
+    status = provision(server.address());
+  });
+  EXPECT_TRUE(
+      tests::bComesTrue([&] { return task != 0 && tests::bSleeps("/proc/self/task/" + std::to_string(task.load())); }));
   EXPECT_EQ(curlProbe().calls, Names{});
   lock.unlock();
   other.join();

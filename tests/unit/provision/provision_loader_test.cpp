@@ -1,8 +1,8 @@
 #include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "package.h"
+#include "support/child.h"
 #include "support/private_device.h"
 #include "tls_server.h"
 
@@ -15,11 +15,7 @@ class ProvisionLoader : public tests::PrivateDevice {};
 
 // In processes of their own: what is loaded and what is said to the system about this process stays.
 int inChild(const std::function<int()>& action) {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(action());
-  int status = -1;
-  ::waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return tests::Child([&]() -> int { ::_exit(action()); }).exitStatus();
 }
 
 TEST_F(ProvisionLoader, ProvisionsThroughTheLoadedObject) {

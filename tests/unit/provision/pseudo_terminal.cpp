@@ -6,20 +6,26 @@
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utmp.h>
+
+#include "support/bound_process.h"
+#include "support/waiting.h"
 
 namespace kelt::tests {
-namespace {
-
-constexpr int kPatience = 10000;  // milliseconds
-
-}  // namespace
 
 TerminalChild::TerminalChild(const std::function<int()>& action) {
-  int terminal = -1;
-  m_child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
-  if (m_child == 0) ::_exit(action());
+  int own = -1;
+  int childs = -1;
+  EXPECT_EQ(::openpty(&own, &childs, nullptr, nullptr, nullptr), 0);
+  m_terminal.reset(own);
+  const base::UniqueFd theirs(childs);
+  EXPECT_EQ(threadCount(), 1) << "a child of a process with threads may hang";
+  m_child = forkBound();
+  if (m_child == 0) {
+    m_terminal.reset();
+    ::_exit(::login_tty(childs) == 0 ? action() : 98);
+  }
   EXPECT_GT(m_child, 0);
-  m_terminal.reset(terminal);
 }
 
 TerminalChild::~TerminalChild() {
@@ -34,7 +40,7 @@ void TerminalChild::type(const std::string& text) const {
 
 void TerminalChild::expect(const std::string& text) {
   while (!m_shown.ends_with(text)) {
-    if (readMore(kPatience)) continue;
+    if (readMore(kPatienceMilliseconds)) continue;
     ADD_FAILURE() << "waited for \"" << text << "\", shown was \"" << m_shown << "\"";
     return;
   }
@@ -47,13 +53,7 @@ termios TerminalChild::modes() const {
 }
 
 void TerminalChild::expectEcho(bool on) const {
-  for (int waited = 0; bEchoes() != on; waited += 5) {
-    if (waited > kPatience) {
-      ADD_FAILURE() << "the terminal " << (on ? "does not echo" : "echoes");
-      return;
-    }
-    ::usleep(5000);
-  }
+  EXPECT_TRUE(bComesTrue([&] { return bEchoes() == on; })) << "the terminal " << (on ? "does not echo" : "echoes");
 }
 
 void TerminalChild::send(int signal) const {
@@ -61,7 +61,7 @@ void TerminalChild::send(int signal) const {
 }
 
 int TerminalChild::end() {
-  while (readMore(kPatience)) {
+  while (readMore(kPatienceMilliseconds)) {
   }
   int status = -1;
   EXPECT_EQ(::waitpid(m_child, &status, 0), m_child);

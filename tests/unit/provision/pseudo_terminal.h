@@ -22,8 +22,8 @@ class TerminalChild {
   /// Types at the terminal.
   void type(const std::string& text) const;
 
-  /// Reads what the terminal shows until all of it, from the start, ends with `text`. Fails the test after some
-  /// seconds.
+  /// Reads what the terminal shows until all of it, from the start, ends with `text`. Fails the test after
+  /// minutes.
   void expect(const std::string& text);
 
   /// All that was shown up to now.
@@ -33,7 +33,7 @@ class TerminalChild {
   [[nodiscard]] termios modes() const;
   [[nodiscard]] bool bEchoes() const { return (modes().c_lflag & ECHO) != 0; }
 
-  /// Waits until the terminal echoes, or no longer does. Fails the test after some seconds.
+  /// Waits until the terminal echoes, or no longer does. Fails the test after minutes.
   void expectEcho(bool on) const;
 
   void send(int signal) const;

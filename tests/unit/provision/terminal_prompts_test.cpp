@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "pseudo_terminal.h"
+#include "support/child.h"
 #include "support/private_device.h"
 
 #include "base/console.h"
@@ -168,7 +169,7 @@ TEST(TerminalPrompts, LetASignalOfTheLastMomentActAfterwards) {
 /// What a shell does for one job in the foreground that stops and is continued: shows the modes at each turn.
 int runAsShell() {
   ::signal(SIGTTOU, SIG_IGN);
-  const pid_t job = ::fork();
+  const pid_t job = tests::forkBound();
   if (job == 0) {
     ::setpgid(0, 0);
     ::tcsetpgrp(0, ::getpgrp());
@@ -212,12 +213,10 @@ TEST(TerminalPrompts, ShowTheShellAnEchoingTerminalWhenStoppedAndGoOnWithoutEcho
 std::string shownFor(const std::string& input) {
   tests::putFile("/tmp/input", input);
   return tests::outputOf([] {
-           const pid_t child = ::fork();
-           if (child == 0) {
+           tests::Child([]() -> int {
              if (std::freopen("/tmp/input", "r", stdin) == nullptr) ::_exit(1);
              ::_exit(askForAll());
-           }
-           ::waitpid(child, nullptr, 0);
+           }).wait();
          })
       .out;
 }

@@ -2,11 +2,12 @@
 // A management server that answers whatever a test wants.
 
 #include <memory>
-#include <mutex>
 #include <openssl/ssl.h>
+#include <optional>
 #include <string>
-#include <thread>
 #include <vector>
+
+#include "support/child.h"
 
 #include "base/unique_fd.h"
 
@@ -22,8 +23,8 @@ struct Answer {
 /// An answer of status 200 with its length and this body.
 [[nodiscard]] Answer bodyAnswer(const std::string& body);
 
-/// A server on the loopback addresses, with a certificate of its own making, that gives one answer per connection, the
-/// last one again and again.
+/// A server on the loopback addresses, in a process of its own (so that the test may fork beside it), with a
+/// certificate of its own making, that gives one answer per connection, the last one again and again.
 class TlsServer {
  public:
   /// `certificateName` is the host that the certificate is for; it ends at `validSeconds` from now.
@@ -37,23 +38,25 @@ class TlsServer {
   [[nodiscard]] std::string address() const { return "127.0.0.1:" + port(); }
 
   /// The requests so far, head and all.
-  [[nodiscard]] std::vector<std::string> requests() const;
+  [[nodiscard]] const std::vector<std::string>& requests() const;
 
  private:
   struct FreeContext {
     void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
   };
 
-  void serve();
+  [[noreturn]] void serve();
   void converse(base::UniqueFd connection, const Answer& answer);
-  std::string readRequest(SSL* session);
+  void converseByTls(int connection, const Answer& answer);
+  static std::string readRequest(SSL* session);
 
   std::vector<Answer> m_answers;
   std::unique_ptr<SSL_CTX, FreeContext> m_context;
   base::UniqueFd m_listener;
-  mutable std::mutex m_mutex;
-  std::vector<std::string> m_requests;
-  std::thread m_thread;
+  base::UniqueFd m_toTest;  ///< each request as a packet, before it is answered
+  base::UniqueFd m_fromServer;
+  mutable std::vector<std::string> m_requests;
+  std::optional<Child> m_process;
 };
 
 }  // namespace kelt::tests

@@ -3,9 +3,10 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+
+#include "support/child.h"
 
 namespace kelt::provision {
 namespace {
@@ -17,11 +18,7 @@ std::size_t give(const std::string& text, std::size_t size = 1) {
 
 /// Runs `holds` in a process of its own, since the reply is never cleared.
 bool bHolds(const std::function<bool()>& holds) {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(holds() ? 0 : 1);
-  int status = -1;
-  ::waitpid(child, &status, 0);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  return tests::Child([&]() -> int { ::_exit(holds() ? 0 : 1); }).exitStatus() == 0;
 }
 
 TEST(Transfer, CollectsTheReplyPieceByPiece) {
