@@ -28,7 +28,10 @@ def test_the_machine_stays_as_it_is():
 
 def test_the_command_is_root_on_a_device_of_its_own():
     script = "id -u; stat -c '%u %a %n' /etc/orv.d /opt/Quorvane /run; ls /run; test -r /etc/passwd"
-    done = enter("sh", "-c", script)
+    done = enter("sh", "-c", script, cwd="/")
+    if ENTER.parts[1] == "run":  # the checkout is there
+        assert done.stdout.endswith(b"/run\n%s\n" % os.fsencode(ENTER.parts[2]))
+        done.stdout = done.stdout[: -len(ENTER.parts[2]) - 1]
     assert done.stdout == b"0\n0 755 /etc/orv.d\n0 755 /opt/Quorvane\n0 755 /run\n"
     assert (done.stderr, done.returncode) == (b"", 0)
 
@@ -57,6 +60,34 @@ def test_a_state_directory_is_found_again(tmp_path):
     assert done.stdout == b"kept\nkept\n"
     assert (state / "opt/Quorvane/new").is_dir()
     assert sorted(path.name for path in (state / "run").iterdir()) == ["file"]
+
+
+def test_a_sealed_device_changes_nothing_but_one_directory(tmp_path):
+    inside, outside = tmp_path / "in side", tmp_path / "outside"
+    inside.mkdir()
+    outside.mkdir()
+    script = """
+for directory in "$1" "$2" "$3" /usr /etc/.machine /run /etc/orv.d /opt/Quorvane; do
+  touch "$directory/made" 2>/dev/null || echo "$directory"
+done"""
+    done = enter("--sealed", inside, "--", "sh", "-c", script, "sh", inside, outside, ENTER.parent)
+    assert done.stdout.decode().splitlines() == [str(outside), str(ENTER.parent), "/usr", "/etc/.machine"]
+    assert (done.stderr, done.returncode) == (b"", 0)
+    assert ((inside / "made").exists(), (outside / "made").exists()) == (True, False)
+
+
+def test_nothing_runs_on_half_a_device(tmp_path):
+    # One of the mounts fails.
+    trace = tmp_path / "ran"
+    command = [ENTER, "--state", tmp_path / "state", "--", "touch", trace]
+    broken = {**os.environ, "PATH": f"{tmp_path}/bin:{os.environ['PATH']}"}
+    wrapper = tmp_path / "bin/mount"
+    wrapper.parent.mkdir()
+    wrapper.write_text('#!/bin/sh\ncase $* in *--bind*/opt/Quorvane) exit 32 ;; esac\nexec /bin/mount "$@"\n')
+    wrapper.chmod(0o755)
+    done = subprocess.run(command, capture_output=True, timeout=PATIENCE, env=broken, check=False)
+    assert done.stderr.startswith(b"device/enter: cannot make the private device")
+    assert (done.stdout, done.returncode, trace.exists()) == (b"", 125, False)
 
 
 def test_the_command_starts_where_it_was_called(tmp_path):
