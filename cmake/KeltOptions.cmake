@@ -1,4 +1,5 @@
-# The compiler and linker options that every target of the project shares, as one interface target.
+# The compiler and linker options that every target of the project shares, as one interface target. Warnings are errors in
+# our presets (CMAKE_COMPILE_WARNING_AS_ERROR) and not for whoever builds with another compiler than ours.
 add_library(kelt_options INTERFACE)
 
 target_compile_definitions(kelt_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64 _GNU_SOURCE)
@@ -7,7 +8,6 @@ target_compile_options(
   INTERFACE -Wall
             -Wextra
             -Wpedantic
-            -Werror
             -Wshadow
             -Wconversion
             -Wold-style-cast
@@ -32,7 +32,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   endif()
 endif()
 # Fortification needs an optimising build; the sanitizers bring their own checks of the same calls.
-target_compile_options(kelt_options INTERFACE $<$<CONFIG:Release>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+target_compile_options(kelt_options
+                       INTERFACE $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 target_link_options(kelt_options INTERFACE -Wl,--gc-sections -Wl,--as-needed -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 
 set(KELT_SANITIZE "" CACHE STRING "Sanitizers to build with, for instance address,undefined")
