@@ -17,6 +17,11 @@
 #include "provision/line_reader.h"
 #include "provision/wiping_memory.h"
 
+// The address sanitizer would end the program at a request for more memory than there is, which is to be refused here.
+extern "C" [[gnu::visibility("default")]] const char* __asan_default_options() {
+  return "allocator_may_return_null=1";
+}
+
 namespace kelt::provision {
 namespace {
 
