@@ -5,6 +5,8 @@
 
 #include "support/private_device.h"
 
+#include "platform/iconfiguration.h"
+
 namespace kelt::app {
 namespace {
 
@@ -44,6 +46,16 @@ class CustomPropertiesTest : public tests::PrivateDevice {
 TEST_F(CustomPropertiesTest, OnePropertyMakesANewFile) {
   EXPECT_TRUE(bWrite(L"B", 2));
   EXPECT_EQ(elements(), R"(<CustomProperties><CustomProps2 value="B"/></CustomProperties>)");
+}
+
+TEST_F(CustomPropertiesTest, TheFileIsTheAgentsWhateverWasConfiguredBefore) {
+  auto& configuration = quorvane_com::orv::configuration::IConfiguration::GetConfiguration();
+  tests::putFile("/tmp/conf/ZENTORAGENT/config.xml",
+                 "<Configuration><FrameworkDataDirectory>/tmp</FrameworkDataDirectory></Configuration>");
+  configuration.SetConfigurationDirectory(L"/tmp/conf");
+  EXPECT_TRUE(bWrite(L"A", 1));
+  EXPECT_TRUE(tests::exists(kFile));
+  EXPECT_FALSE(tests::exists("/tmp/CustomProps.xml"));
 }
 
 TEST_F(CustomPropertiesTest, AFurtherPropertyIsAddedBehindTheOthers) {
