@@ -38,10 +38,11 @@ target_link_options(kelt_options INTERFACE -Wl,--gc-sections -Wl,--as-needed -Wl
 
 set(KELT_SANITIZE "" CACHE STRING "Sanitizers to build with, for instance address,undefined")
 if(KELT_SANITIZE)
-  # With instrumented code GCC takes initialised members of std::variant and std::function for uninitialised.
   # The check of virtual tables asks the system for a pipe, which tests of exhausted descriptors cannot give it.
   target_compile_options(kelt_options INTERFACE -fsanitize=${KELT_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all
-                                                -fno-omit-frame-pointer -Wno-maybe-uninitialized)
+                                                -fno-omit-frame-pointer)
+  # With instrumented code GCC takes initialised members of std::variant and std::function for uninitialised.
+  target_compile_options(kelt_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(kelt_options INTERFACE -fsanitize=${KELT_SANITIZE})
 endif()
 
