@@ -1,7 +1,10 @@
 #include "base/secret.h"
 
+#include <algorithm>
 #include <array>
-#include <string.h>
+#include <cstdlib>
+#include <cstring>
+#include <malloc.h>
 
 namespace kelt::base {
 namespace {
@@ -34,5 +37,24 @@ void wipe(std::string& text) {
 void wipe(std::wstring& text) {
   wipeString(text);
 }
+
+// A library asks for and returns raw blocks here; ownership is its own.
+// NOLINTBEGIN(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
+
+void wipingFree(void* block) {
+  if (block == nullptr) return;
+  wipe(block, ::malloc_usable_size(block));
+  std::free(block);
+}
+
+void* wipingRealloc(void* block, std::size_t bytes) {
+  void* moved = std::malloc(bytes);
+  if (moved == nullptr || block == nullptr) return moved;
+  std::memcpy(moved, block, std::min(bytes, ::malloc_usable_size(block)));
+  wipingFree(block);
+  return moved;
+}
+
+// NOLINTEND(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
 
 }  // namespace kelt::base

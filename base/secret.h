@@ -18,6 +18,12 @@ void wipe(std::wstring& text);
 /// a secret that was read is in vector registers, which are saved there, by the dynamic loader for instance.
 void wipeUnusedStack();
 
+/// Companions of malloc for libraries that let their memory be managed: what they release is wiped whole. A null block
+/// is fine. wipingRealloc returns null, with the block as it was, when there is no memory; what it returns holds what
+/// the block held, as far as there is room. Blocks must be malloc's.
+void wipingFree(void* block);
+[[nodiscard]] void* wipingRealloc(void* block, std::size_t bytes);
+
 /// Allocator whose blocks are wiped when released, growth of a container included.
 template <typename T>
 struct WipingAllocator {

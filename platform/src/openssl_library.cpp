@@ -6,6 +6,8 @@
 #include <string>
 #include <unistd.h>
 
+#include "base/openssl_memory.h"
+
 namespace kelt::platform {
 namespace {
 
@@ -76,6 +78,7 @@ std::unique_ptr<OpenSslLibrary> fipsLibrary() {
 }  // namespace
 
 Result<std::unique_ptr<OpenSslLibrary>> startOpenSsl(bool bFips) {
+  base::giveOpenSslWipingMemory();
   // A tool that root runs must not take its crypto modules from OPENSSL_CONF.
   OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
   if (bFips) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <new>
 
@@ -55,6 +56,23 @@ TEST(Wipe, OverwritesMemoryWithZeros) {
 
 TEST(Wipe, TakesNothingAtAll) {
   wipe(nullptr, 0);
+}
+
+TEST(WipingFree, TakesNothingAtAll) {
+  wipingFree(nullptr);
+}
+
+TEST(WipingRealloc, KeepsWhatThereIsRoomFor) {
+  auto* block = static_cast<char*>(wipingRealloc(nullptr, 4));
+  ASSERT_NE(block, nullptr);
+  std::memcpy(block, "key", 4);
+  block = static_cast<char*>(wipingRealloc(block, 4000));
+  ASSERT_NE(block, nullptr);
+  EXPECT_STREQ(block, "key");
+  block = static_cast<char*>(wipingRealloc(block, 2));
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(std::string(block, 2), "ke");
+  wipingFree(block);
 }
 
 TEST(Wipe, EmptiesAStringAndItsWholeCapacity) {
