@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "fuzz/require.h"
 #include "registry_file.h"
-#include "require.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "require.h"
+#include "fuzz/require.h"
 #include "support/xml_events.h"
 #include "xml_document.h"
 #include "xml_judge.h"
