@@ -99,7 +99,7 @@ TEST_F(TrustedFile, IsOpenedForReadingAndForNoChild) {
 TEST_F(TrustedFile, IsFoundFromAnOpenDirectoryWhateverBecomesOfItsPath) {
   putFile("/opt/Quorvane/place/inner/file", "inner");
   const UniqueFd directory(::open(kDirectory, O_PATH | O_DIRECTORY | O_CLOEXEC));
-  ASSERT_EQ(::rename(kDirectory, "/tmp/moved"), 0);
+  ASSERT_EQ(::rename(kDirectory, "/opt/Quorvane/moved"), 0);
   const auto opened = openTrusted(directory.get(), kDirectory, "inner", "file", {});
   ASSERT_TRUE(opened.ok());
   EXPECT_EQ(opened.value().path, "/opt/Quorvane/place/inner/file");

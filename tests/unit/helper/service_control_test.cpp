@@ -244,7 +244,7 @@ TEST_F(ServiceControl, RunsNothingThatOthersMayHaveWrittenForAPlugIn) {
   EXPECT_EQ(calls(), (Lines{"agent start", "agent stop", "agent start"})) << "others may write to /tmp";
   ASSERT_EQ(::unlink("/tmp/calls"), 0);
   ASSERT_EQ(::unlink("/etc/orv.d/LINKED/config.xml"), 0);
-  ASSERT_EQ(::rename("/tmp/linked.xml", "/opt/Quorvane/linked.xml"), 0);
+  putFile("/opt/Quorvane/linked.xml", kelt::tests::contentOf("/tmp/linked.xml"));
   ASSERT_EQ(::symlink("/opt/Quorvane/linked.xml", "/etc/orv.d/LINKED/config.xml"), 0);
   expectStart(true);
   EXPECT_EQ(calls(), (Lines{"agent start", "plugin load LINKED"}));

@@ -84,12 +84,12 @@ TEST_F(ImportFailure, GoesOnWhereTheRequestSecretKeyIsMissing) {
 }
 
 TEST_F(ImportFailure, EndsWhereTheKeyStoreCannotBeUsed) {
-  std::filesystem::rename(kStore, "/tmp/store");
-  std::filesystem::create_symlink("/tmp/store", kStore);
+  std::filesystem::rename(kStore, "/opt/Quorvane/store");
+  std::filesystem::create_symlink("/opt/Quorvane/store", kStore);
   EXPECT_FALSE(bImported());
   EXPECT_EQ(logLines().back(), "E Unable to create key management object");
   EXPECT_EQ(logLines("cryptshim"), Lines{"E " + kStore + ": is not a directory"});
-  EXPECT_EQ(namesIn("/tmp/store"), Lines{"keyconf.ini"});
+  EXPECT_EQ(namesIn("/opt/Quorvane/store"), Lines{"keyconf.ini"});
   expectNothingTouched();
 }
 

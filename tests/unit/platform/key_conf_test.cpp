@@ -107,12 +107,12 @@ TEST_F(KeyConfTest, ClosesAKeyStoreThatOthersCouldWriteToAndGoesOn) {
 
 TEST_F(KeyConfTest, TrustsNoRecordThatOthersMayHavePutThere) {
   ASSERT_TRUE(bRead("mode=0\nkeysize=1\n"));
-  ASSERT_EQ(::rename(kFile.c_str(), "/tmp/record"), 0);
-  ASSERT_EQ(::symlink("/tmp/record", kFile.c_str()), 0);
+  ASSERT_EQ(::rename(kFile.c_str(), "/opt/Quorvane/record"), 0);
+  ASSERT_EQ(::symlink("/opt/Quorvane/record", kFile.c_str()), 0);
   Mode mode{77};
   EXPECT_FALSE(KeyConf().getCryptoMode(mode));
   EXPECT_FALSE(KeyConf().SetCryptoMode(Mode::kNonFips, KeySize::kLower));
-  EXPECT_EQ(contentOf("/tmp/record"), "mode=0\nkeysize=1\n");
+  EXPECT_EQ(contentOf("/opt/Quorvane/record"), "mode=0\nkeysize=1\n");
 }
 
 TEST_F(KeyConfTest, RecordsNothingThatIsNotOfTheEnumerations) {

@@ -32,10 +32,10 @@ class FetchAddress : public tests::PrivateDevice {
 TEST_F(FetchAddress, IsGivenItsScopeAfterTheOptionsAndBeforeTheTransfer) {
   provision("[fe80::1%lo]:1");
   const Names& calls = curlProbe().calls;
-  ASSERT_GE(calls.size(), 5U);
-  const Names end(calls.end() - 5, calls.end());
-  EXPECT_EQ(end, (Names{"PASSWORD=...", "ADDRESS_SCOPE=" + std::to_string(::if_nametoindex("lo")), "perform", "cleanup",
-                        "global_cleanup"}));
+  ASSERT_GE(calls.size(), 6U);
+  const Names end(calls.end() - 6, calls.end());
+  EXPECT_EQ(end, (Names{"PASSWORD=...", "ADDRESS_SCOPE=" + std::to_string(::if_nametoindex("lo")), "HTTP_VERSION=2",
+                        "perform", "cleanup", "global_cleanup"}));
 }
 
 TEST_F(FetchAddress, IsLookedUpWithItsPort) {
