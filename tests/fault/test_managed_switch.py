@@ -55,6 +55,7 @@ def test_a_cut_at_any_point_leaves_old_or_new_files_and_the_next_run_succeeds(fa
         expect_sources_kept(faults, outcome)
         assert outcome.again_status == 0, outcome.fault
         expect_finished(faults, outcome, outcome.again_files)
+        assert outcome.again_others <= {LOG}, outcome.fault
 
 
 @pytest.mark.parametrize("fault", ["error=EIO:when={n}", "error=ENOSPC:when={n}+"])

@@ -50,6 +50,7 @@ class Outcome:
     others: set  # further files of the device
     again_status: int
     again_files: dict
+    again_others: set
     keys: dict  # the source directory
 
 
@@ -106,6 +107,7 @@ exit $status"""
             others=self._names(at + "/orv.d", at + "/Quorvane") - self.known - set(WATCHED),
             again_status=int(self.device.read(at + "/again.status")) if again else None,
             again_files=self._files(at + "/again/orv.d", at + "/again/Quorvane"),
+            again_others=self._names(at + "/again/orv.d", at + "/again/Quorvane") - self.known - set(WATCHED) if again else set(),
             keys={path.name: path.read_bytes() for path in keys.iterdir()},
         )
 
