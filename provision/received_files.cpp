@@ -14,8 +14,14 @@ namespace {
 
 using quorvane_com::orv::tellcomn_ansi_to_wide;
 
-constexpr std::array kNames{"/req2048seckey.bin", "/reqseckey.bin", "/agentfipsmode", "/sr2048pubkey.bin",
-                            "/srpubkey.bin",      "/sitelist.xml",  "/SiteList.xml"};
+struct Name {
+  const char* text;
+  bool bWrittenNext;  ///< by the steps of provisioning that follow
+};
+constexpr std::array kNames{Name{"/req2048seckey.bin", false}, Name{"/reqseckey.bin", false},
+                            Name{"/agentfipsmode", true},      Name{"/sr2048pubkey.bin", false},
+                            Name{"/srpubkey.bin", false},      Name{"/sitelist.xml", false},
+                            Name{"/SiteList.xml", true}};
 
 /// A key in the form that every server hands out now, and in the one of old.
 struct KeyForms {
@@ -36,11 +42,12 @@ bool bOursAt(const std::string& path) {
   return ::lstat(path.c_str(), &info) == 0 && bOurs(info);
 }
 
-/// Returns whether `path` is ours, or nothing, now.
-bool bStrangerRemoved(const std::string& path) {
+/// Returns whether nothing under the name can become the agent's now that is not ours.
+bool bStrangerRemoved(const std::string& directory, const Name& name) {
+  const std::string path = directory + name.text;
   struct stat info {};
   if (::lstat(path.c_str(), &info) != 0) return errno == ENOENT;
-  if (bOurs(info)) return true;
+  if (bOurs(info) || (S_ISDIR(info.st_mode) && name.bWrittenNext)) return true;
   const bool bRemoved = ::unlink(path.c_str()) == 0;
   const char* outcome = bRemoved ? "Removed what is no file of ours, " : "Cannot remove what is no file of ours, ";
   const std::wstring line = tellcomn_ansi_to_wide(outcome + path);
@@ -52,8 +59,8 @@ bool bStrangerRemoved(const std::string& path) {
 
 bool bStrangersRemoved(const std::string& directory) {
   bool bAll = true;
-  for (const char* name : kNames) {
-    if (!bStrangerRemoved(directory + name)) bAll = false;
+  for (const Name& name : kNames) {
+    if (!bStrangerRemoved(directory, name)) bAll = false;
   }
   return bAll;
 }

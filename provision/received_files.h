@@ -8,7 +8,8 @@ namespace kelt::provision {
 /// Removes strangers' files: whatever stands in `directory` under the name of a key file or of the site list (as it is
 /// received, and as the switch wants it) and is not a regular file of this process's user, under one name only and
 /// closed to other users' writing. Each one is told in the agent's log. Returns whether none is left; a directory
-/// cannot be removed, for instance.
+/// cannot be removed, for instance. One under a name that provisioning is about to write itself is left to that step,
+/// which fails there with a status of its own.
 [[nodiscard]] bool bStrangersRemoved(const std::string& directory);
 
 /// Makes the legacy form of a key, empty, where the package brought its 2048-bit form alone, as the switch would do

@@ -243,6 +243,12 @@ TEST_F(ProvisionClient, ReportsAModeFileThatCannotBeCreated) {
   EXPECT_TRUE(m_out.ends_with("Reading FIPS mode from sitelist... OK\nWriting agentfipsmode file... ERROR\n"));
   EXPECT_EQ(namesIn("/tmp/keys"), (Names{"agentfipsmode", "sitelist.xml", "srpubkey.bin"}));
   EXPECT_EQ(contentOf("/tmp/keys/agentfipsmode"), "old");
+  tests::unmount("/tmp/keys/agentfipsmode");
+  ASSERT_TRUE(fs::remove("/tmp/keys/agentfipsmode"));
+  putDirectory("/tmp/keys/agentfipsmode");
+  sB64data.clear();
+  EXPECT_EQ(provisionFromBody(replyWith(package())), 6);
+  EXPECT_TRUE(m_out.ends_with("Reading FIPS mode from sitelist... OK\nWriting agentfipsmode file... ERROR\n"));
 }
 
 TEST_F(ProvisionClient, ReportsAnArchiveWithoutASiteList) {
@@ -261,6 +267,13 @@ TEST_F(ProvisionClient, ReportsASiteListThatCannotBeRenamed) {
   EXPECT_EQ(provisionFromBody(replyWith(package())), 9);
   EXPECT_TRUE(m_out.ends_with("Writing agentfipsmode file... OK\nRenaming sitelist.xml to SiteList.xml... ERROR\n"));
   EXPECT_EQ(contentOf("/tmp/keys/SiteList.xml"), "kept");
+  tests::unmount("/tmp/keys/SiteList.xml");
+  ASSERT_TRUE(fs::remove("/tmp/keys/SiteList.xml"));
+  putFile("/tmp/keys/SiteList.xml/inside", "kept");
+  sB64data.clear();
+  EXPECT_EQ(provisionFromBody(replyWith(package())), 9);
+  EXPECT_TRUE(m_out.ends_with("Writing agentfipsmode file... OK\nRenaming sitelist.xml to SiteList.xml... ERROR\n"));
+  EXPECT_EQ(contentOf("/tmp/keys/SiteList.xml/inside"), "kept");
 }
 
 TEST_F(ProvisionClient, HandsTheModeOnAsItIsWritten) {

@@ -88,12 +88,21 @@ TEST_F(ReceivedFiles, OfAnotherUserAreRemoved) {
 }
 
 TEST_F(ReceivedFiles, ThatCannotBeRemovedAreToldAndDoNotSaveTheOthers) {
-  putFile("/tmp/d/agentfipsmode/inside", "kept");
+  putFile("/tmp/d/req2048seckey.bin/inside", "kept");
   fs::create_symlink("/tmp/victim", "/tmp/d/srpubkey.bin");
   EXPECT_FALSE(bStrangersRemoved("/tmp/d"));
-  EXPECT_EQ(namesIn("/tmp/d"), Names{"agentfipsmode"});
+  EXPECT_EQ(namesIn("/tmp/d"), Names{"req2048seckey.bin"});
   EXPECT_NE(log().find("\tE\t"), std::string::npos);
-  EXPECT_NE(log().find("\tCannot remove what is no file of ours, /tmp/d/agentfipsmode\n"), std::string::npos) << log();
+  EXPECT_NE(log().find("\tCannot remove what is no file of ours, /tmp/d/req2048seckey.bin\n"), std::string::npos)
+      << log();
+}
+
+TEST_F(ReceivedFiles, ThatAreWrittenNextMayFindADirectoryWhichIsThatStepsToReport) {
+  for (const std::string& name : kNames) {
+    tests::putDirectory("/tmp/d/" + name);
+    EXPECT_EQ(bStrangersRemoved("/tmp/d"), name == "agentfipsmode" || name == "SiteList.xml") << name;
+    ASSERT_EQ(::rmdir(("/tmp/d/" + name).c_str()), 0);
+  }
 }
 
 TEST_F(ReceivedFiles, OfOtherNamesAreNobodysBusiness) {
