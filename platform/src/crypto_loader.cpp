@@ -17,7 +17,7 @@ base::Result<CryptoEngine*> loadCryptoEngine() {
   if (loaded != nullptr) return loaded;
   const auto symbol = base::loadModuleSymbol("crypto", kCryptoEngineSymbol);
   if (!symbol) return symbol.error();
-  const auto engine = engineFrom(reinterpret_cast<CryptoEngineEntry>(symbol.value()));
+  auto engine = engineFrom(reinterpret_cast<CryptoEngineEntry>(symbol.value()));
   if (engine) loaded = engine.value();
   return engine;
 }

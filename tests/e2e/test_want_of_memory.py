@@ -113,4 +113,4 @@ def test_an_agent_that_was_stopped_is_started_whatever_memory_was_lacking(device
             seen.add(status)
             # Status 4 is a start that found no memory itself.
             assert "start" in commands[commands.index("stop") :] or status == 4, (status, commands)
-    assert {0, failed} <= seen <= {0, failed, 4}
+    assert {0, failed} <= seen
