@@ -1,5 +1,6 @@
 #include "app/instance_lock.h"
 
+#include <new>
 #include <stdexcept>
 
 #include "platform/logger.h"
@@ -19,9 +20,13 @@ lock_raii::lock_raii() : timeout(kLockSeconds), lock(kLockName) {
 }
 
 lock_raii::~lock_raii() {
-  if (!lock.unlock()) logInfo(L"keltcfg", L"Unable to unlock interprocess lock");
-  // Holding it again means that nobody waits for it or has it: only then may the object behind it go.
-  if (lock.tryLock() != 0) InterProcessWriteLock::cleanSemaphore(kLockName);
+  try {
+    if (!lock.unlock()) logInfo(L"keltcfg", L"Unable to unlock interprocess lock");
+    // Holding it again means that nobody waits for it or has it: only then may the object behind it go.
+    if (lock.tryLock() != 0) InterProcessWriteLock::cleanSemaphore(kLockName);
+  } catch (const std::bad_alloc&) {
+    // The file of the lock stays, unlocked, for the next run to use.
+  }
 }
 
 }  // namespace kelt::app

@@ -192,12 +192,9 @@ Status KeyStore::importBytes(KeyType type, std::span<const unsigned char> file) 
 
 bool KeyStore::bReported(const Status& status, const std::string& subject) const {
   if (status) return true;
-  if (m_logger == nullptr) return false;
-  const std::wstring text = base::toWide("The key in " + subject + " was not imported: " + status.error().message);
-  if (status.error().kind == ErrorKind::kNotFound) {
-    m_logger->info(text);
-  } else {
-    m_logger->error(text);
+  logRefusal(subject, status.error());
+  if (m_logger != nullptr) {
+    m_logger->info(base::toWide("The key in " + subject + " was not imported: " + status.error().message));
   }
   return false;
 }

@@ -31,8 +31,8 @@ namespace kelt::platform {
 /// base::replaceFile.
 [[nodiscard]] base::Status storeFile(const std::string& store, const char* name, std::span<const unsigned char> data);
 
-/// The key store on files. Why an import was refused goes to the logger's error callback, or to its information
-/// callback where a file is merely missing; what that means to the run is the caller's to say.
+/// The key store on files. Why an import was refused goes to the agent log, and to the logger's information callback;
+/// what that means to the run is the caller's to say.
 class KeyStore final : public quorvane_com::QV::crypto::IKeyManagement {
  public:
   using KeyType = quorvane_com::QV::crypto::KeyType;

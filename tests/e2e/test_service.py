@@ -207,11 +207,11 @@ def test_stop_of_an_agent_whose_directory_check_fails_runs_nothing_and_reports_s
     assert device.run("-stop", via=trace).status == 0
     assert device.calls() == device.stopping()
     device.forget_calls()
-    opened = [b'"/etc/orv.d/"' in line for line in device.take("/run/trace").splitlines()]
+    opened = [b'"/etc/orv.d"' in line for line in device.take("/run/trace").splitlines()]
     last = len(opened) - opened[::-1].index(True)
 
     run = device.run("-stop", via=f"{trace} -e inject=openat:error=EMFILE:when={last}")
 
     assert run.result() == (NO_MODE + b"Opendir failed for config directory.\n", b"", 0)
-    assert b'"/etc/orv.d/"' in next(line for line in device.take("/run/trace").splitlines() if b"INJECTED" in line)
+    assert b'"/etc/orv.d"' in next(line for line in device.take("/run/trace").splitlines() if b"INJECTED" in line)
     assert device.calls() == []

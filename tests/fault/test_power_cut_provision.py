@@ -26,6 +26,7 @@ class Disk:
 
     def __init__(self):
         self.synced = set()
+        self.linked = {}  # descriptor: the names that the file behind it got while it was open
         self.named = {}  # name: whether the file was on the disk when it got it
 
     def see(self, name, arguments, result):
@@ -33,13 +34,16 @@ class Disk:
             return
         if name == "openat":
             self.synced.discard(result)
+            self.linked.pop(result, None)
         elif name == "write":
             self.synced -= set(descriptor(arguments))
         elif name in ("fsync", "fdatasync"):
-            self.synced |= set(descriptor(arguments))
+            self.synced |= {*descriptor(arguments), *self.linked.get(descriptor(arguments)[0], [])}
         elif name.startswith(("rename", "link")):
             old, new = names(arguments)[:2]
             by_descriptor = OF_DESCRIPTOR.search(old)
+            if by_descriptor:
+                self.linked.setdefault(by_descriptor[1], []).append(new)
             self.named[new] = (by_descriptor[1] if by_descriptor else old) in self.synced
             if self.named[new]:
                 self.synced.add(new)

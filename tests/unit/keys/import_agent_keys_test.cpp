@@ -71,7 +71,7 @@ TEST_F(ImportAgentKeys, ReportsADamagedSecretKeyAndGoesOn) {
   putRegistry(testKey("rsa2048.spki.der"), testKey("rsa2048.spki.der"));
   EXPECT_TRUE(bImported());
   EXPECT_EQ(logLines(), ExpectedLog{}.with({"E Failed to import the agent keys", "I Successfully imported the keys."}));
-  EXPECT_EQ(logLines("cryptshim"), Lines{"E The key in memory was not imported: not an RSA secret key"});
+  EXPECT_EQ(logLines("cryptshim"), Lines{"I The key in memory was not imported: not an RSA secret key"});
   EXPECT_EQ(contentOf(kConfig), configWith(kHash1024));
 }
 

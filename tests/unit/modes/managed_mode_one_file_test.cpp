@@ -132,15 +132,15 @@ TEST_F(ManagedModeOneFile, KeepsWhatTheInstalledSiteListIsALinkTo) {
 }
 
 TEST_F(ManagedModeOneFile, KeepsBothNamesOfOneFile) {
-  putSource("/tmp/k");
+  putSource("/opt/Quorvane/k");
   putDirectory(kEtc);
-  for (const auto& [source, installed] : {std::pair{"/tmp/k/SiteList.xml", kInstalledSiteList},
-                                          std::pair{"/tmp/k/srpubkey.bin", kInstalled + "/srpubkey.bin"}}) {
+  for (const auto& [source, installed] : {std::pair{"/opt/Quorvane/k/SiteList.xml", kInstalledSiteList},
+                                          std::pair{"/opt/Quorvane/k/srpubkey.bin", kInstalled + "/srpubkey.bin"}}) {
     // Hard links need one file system.
     ASSERT_EQ(::link(source, installed.c_str()), 0) << source;
   }
-  EXPECT_EQ(switchFetched(L"/tmp/k", 0), "");
-  EXPECT_EQ(namesIn("/tmp/k"), (Names{"SiteList.xml", "srpubkey.bin"}));
+  EXPECT_EQ(switchFetched(L"/opt/Quorvane/k", 0), "");
+  EXPECT_EQ(namesIn("/opt/Quorvane/k"), (Names{"SiteList.xml", "srpubkey.bin"}));
   EXPECT_EQ(contentOf(kInstalledSiteList), kSiteListWithServer);
   expectKeysInstalled();
 }
@@ -190,7 +190,8 @@ TEST_F(ManagedModeOneFile, LogsWhatItTakesBack) {
   ASSERT_EQ(::unlink(kelt::tests::kServerSiteList.c_str()), 0);
   ASSERT_EQ(::unlink(kelt::tests::kSiteCache.c_str()), 0);
   EXPECT_EQ(switchFrom(L"/tmp/k", 1), "Error : Failed to copy key file, /tmp/k/agentfipsmode\n");
-  EXPECT_EQ(logLines(), (Names{"I Deleted after a failed switch: /tmp/k/SiteList.xml",
+  EXPECT_EQ(logLines(), (Names{"E /opt/Quorvane/orv//agentfipsmode: not a regular file",
+                               "I Deleted after a failed switch: /tmp/k/SiteList.xml",
                                "I Deleted after a failed switch: /opt/Quorvane/orv//reqseckey.bin",
                                "I Deleted after a failed switch: /opt/Quorvane/orv//req2048seckey.bin",
                                "I Deleted after a failed switch: /opt/Quorvane/orv//srpubkey.bin",

@@ -153,7 +153,7 @@ TEST_F(CryptShimTest, TellsWhyAKeyWasNotImported) {
   const Keys keys(CryptShim::create_key_manager_object());
   ASSERT_NE(keys, nullptr);
   EXPECT_FALSE(keys->importKeyFromFile(KeyType::kServerPublic, L"/tmp/empty.bin"));
-  EXPECT_EQ(said(), L"E cryptshim: The key in /tmp/empty.bin was not imported: empty\n");
+  EXPECT_EQ(said(), L"I cryptshim: The key in /tmp/empty.bin was not imported: empty\n");
 }
 
 TEST_F(CryptShimTest, HashesWithSha256) {

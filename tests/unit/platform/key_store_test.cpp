@@ -92,9 +92,9 @@ TEST_F(KeyStoreTest, LeavesTheStoreAsItWasWhenAFileIsNoKeyOfTheKindAndSaysWhy) {
   EXPECT_EQ(namesIn(kStore), Names{"server-public.der"});
   EXPECT_EQ(contentOf(kStore + "/server-public.der"), testKey("rsa1024.spki.der"));
   EXPECT_EQ(said(),
-            L"E The key in /tmp/secret.bin was not imported: not an RSA public key\n"
-            L"E The key in /tmp was not imported: /tmp: not a regular file\n"
-            L"E The key in memory was not imported: empty\n");
+            L"I The key in /tmp/secret.bin was not imported: not an RSA public key\n"
+            L"I The key in /tmp was not imported: /tmp: not a regular file\n"
+            L"I The key in memory was not imported: empty\n");
 }
 
 TEST_F(KeyStoreTest, SaysThatAFileIsNotThere) {
