@@ -12,6 +12,7 @@
 #include "no_fips_module.h"
 #include "support/private_device.h"
 #include "support/test_keys.h"
+#include "support/waiting.h"
 
 #include "base/unique_fd.h"
 
@@ -203,7 +204,7 @@ TEST_F(CryptoEngineTest, NeverAsksTheTerminalForAPassphrase) {
     ::_exit(bRefused ? 0 : 1);
   }
   pollfd terminal{master, POLLIN, 0};
-  ASSERT_EQ(::poll(&terminal, 1, 20'000), 1) << "it waits for an answer";
+  ASSERT_EQ(::poll(&terminal, 1, tests::kPatienceMilliseconds), 1) << "it waits for an answer";
   char shown = 0;
   EXPECT_LE(::read(master, &shown, 1), 0) << "it writes to the terminal";
   ::close(master);

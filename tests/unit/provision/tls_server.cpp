@@ -36,7 +36,7 @@ Certificate selfSigned(EVP_PKEY* key, const std::string& name, long validSeconds
 
 SSL_CTX* contextFor(const std::string& name, long validSeconds) {
   SSL_CTX* context = SSL_CTX_new(TLS_server_method());
-  const Key key(EVP_EC_gen("P-256"), EVP_PKEY_free);
+  const Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"), EVP_PKEY_free);
   const Certificate certificate = selfSigned(key.get(), name, validSeconds);
   EXPECT_EQ(SSL_CTX_use_certificate(context, certificate.get()), 1);
   EXPECT_EQ(SSL_CTX_use_PrivateKey(context, key.get()), 1);
