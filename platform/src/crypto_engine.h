@@ -36,8 +36,8 @@ class CryptoEngine {
   virtual void stop() = 0;
 
   /// Takes a file that holds exactly one RSA public key, as SubjectPublicKeyInfo or PKCS#1, and gives it as DER
-  /// SubjectPublicKeyInfo. The file is one DER structure and nothing else, or one PEM block with nothing but blanks and
-  /// line ends around it. The size of the key is not judged.
+  /// SubjectPublicKeyInfo. The file is one DER structure and nothing else, or one PEM block with nothing but base64 in
+  /// it and nothing but blanks and line ends around it. The size of the key is not judged.
   /// Errors: kMalformed, with a sentence that holds nothing of the content; kRefused when the library is not started.
   [[nodiscard]] virtual base::Result<std::vector<unsigned char>> publicKey(std::span<const unsigned char> file) = 0;
 

@@ -144,6 +144,32 @@ bool bBlank(unsigned char c) {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
+bool bBlanks(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return bBlank(static_cast<unsigned char>(c)); });
+}
+
+/// Whether there is nothing in a line of a PEM block but base64 and blanks.
+bool bBase64(std::string_view line) {
+  constexpr std::string_view kTaken = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/= \t\r";
+  return line.find_first_not_of(kTaken) == std::string_view::npos;
+}
+
+/// Whether OpenSSL looks at all that stands in a PEM block that it has read: it skips what follows a carriage return in
+/// its line, control characters, and base64 after a "-".
+bool bAllRead(Bytes block) {
+  std::string_view text(reinterpret_cast<const char*>(block.data()), block.size());
+  while (!text.empty() && bBlank(static_cast<unsigned char>(text.back())))
+    text.remove_suffix(1);
+  for (bool bFirst = true; !text.empty(); bFirst = false) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    const std::string_view line = text.substr(0, end);
+    text.remove_prefix(std::min(end + 1, text.size()));
+    if (!bBlanks(line.substr(std::min(line.find('\r'), line.size())))) return false;
+    if (!bFirst && !text.empty() && !bBase64(line)) return false;
+  }
+  return true;
+}
+
 /// Whether nothing but blanks and line ends is left to read.
 bool bOnlyBlanksLeft(BIO* bio) {
   unsigned char next = 0;
@@ -171,6 +197,7 @@ Result<Key> decodePem(OSSL_LIB_CTX* library, const Kind& kind, Bytes text) {
   const bool bKnown =
       std::any_of(kind.forms.begin(), kind.forms.end(), [&](const Form& form) { return label == form.label; });
   if (!bKnown) return malformed(std::string("a PEM block that does not hold ") + kind.name);
+  if (!bAllRead(text)) return malformed("something else in the PEM block");
   return decodeDer(library, kind, {block.data, block.size()}, block.label);
 }
 

@@ -37,6 +37,7 @@ void checkRefusal(const kelt::base::Error& error) {
       "too large",
       "not a complete PEM block",
       "something follows the PEM block",
+      "something else in the PEM block",
       "an encrypted key",
       "a PEM block that does not hold an RSA public key",
       "a PEM block that does not hold an RSA secret key",
@@ -50,14 +51,28 @@ void checkRefusal(const kelt::base::Error& error) {
   require(sentences.contains(error.message), "a refusal holds nothing of the content");
 }
 
-/// Whether a file is one PEM block with nothing but blanks around it, as far as its ends tell.
+/// Whether a carriage return stands before a blank, a line end or the end of the text wherever there is one.
+bool bReturnsEndLines(std::string_view text) {
+  for (std::size_t at = text.find('\r'); at != std::string_view::npos; at = text.find('\r', at + 1)) {
+    if (at + 1 < text.size() && std::string_view(" \t\r\n").find(text[at + 1]) == std::string_view::npos) return false;
+  }
+  return true;
+}
+
+/// Whether a file is the lines of one PEM block, with blanks around each of them at most.
 bool bOneBlock(Bytes file) {
+  constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/= \t\r\n";
   constexpr std::string_view kBlanks = " \t\r\n";
   std::string_view text(reinterpret_cast<const char*>(file.data()), file.size());
   text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
   text = text.substr(0, text.find_last_not_of(kBlanks) + 1);
-  const std::size_t lastLine = text.rfind('\n') + 1;
-  return text.starts_with("-----BEGIN ") && text.substr(lastLine).starts_with("-----END ") && text.ends_with("-----");
+  const std::size_t firstEnd = text.find("-----", 11);
+  const std::size_t last = text.rfind("\n-----END ");
+  if (!text.starts_with("-----BEGIN ") || last == std::string_view::npos || firstEnd > last) return false;
+  const std::string_view inside = text.substr(firstEnd + 5, last - firstEnd - 5);
+  const std::string_view label = text.substr(last + 10);
+  return bReturnsEndLines(text) && inside.find_first_not_of(kDigits) == std::string_view::npos &&
+         label.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ -") == std::string_view::npos && label.ends_with("-----");
 }
 
 /// Whether the first length in a file is that of all of it.

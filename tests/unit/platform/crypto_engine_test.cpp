@@ -168,6 +168,21 @@ TEST_F(CryptoEngineTest, TakesBlanksAndLineEndsAroundAPemKeyAndNothingElse) {
   EXPECT_EQ(publicKey("Key of the server\n" + pem), "refused: neither DER nor PEM");
 }
 
+TEST_F(CryptoEngineTest, RefusesWhatStandsInAPemKeyUnread) {
+  const std::string pem = testKey("rsa2048.spki.pem");
+  const std::size_t inside = pem.find('\n', pem.find('\n') + 1);  // the end of the second line
+  const std::size_t last = pem.find("-----END");
+  const auto with = [&](std::size_t at, const std::string& more) { return pem.substr(0, at) + more + pem.substr(at); };
+  ASSERT_EQ(publicKey(with(inside, " \t\r ")), testKey("rsa2048.spki.der"));
+  const char* const why = "refused: something else in the PEM block";
+  EXPECT_EQ(publicKey(with(pem.find('\n'), "\rx")), why);
+  EXPECT_EQ(publicKey(with(inside, "\rAAAA")), why);
+  EXPECT_EQ(publicKey(with(inside, std::string(1, '\0'))), why);
+  EXPECT_EQ(publicKey(with(last, "-----x\n")), why);
+  EXPECT_EQ(publicKey(with(last, "-x\n")), why);
+  EXPECT_EQ(publicKey(with(pem.size() - 1, "\rx")), why);
+}
+
 TEST_F(CryptoEngineTest, TakesAPemKeyWithLineEndsOfOtherSystems) {
   std::string pem;
   for (const char c : testKey("rsa2048.pkcs1.pem"))
