@@ -1,6 +1,8 @@
 // What a transfer makes of the server's address before it contacts it.
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <net/if.h>
 
 #include "curl_probe.h"
@@ -32,10 +34,10 @@ class FetchAddress : public tests::PrivateDevice {
 TEST_F(FetchAddress, IsGivenItsScopeAfterTheOptionsAndBeforeTheTransfer) {
   provision("[fe80::1%lo]:1");
   const Names& calls = curlProbe().calls;
-  ASSERT_GE(calls.size(), 6U);
-  const Names end(calls.end() - 6, calls.end());
-  EXPECT_EQ(end, (Names{"PASSWORD=...", "ADDRESS_SCOPE=" + std::to_string(::if_nametoindex("lo")), "HTTP_VERSION=2",
-                        "perform", "cleanup", "global_cleanup"}));
+  const auto scope = std::find(calls.begin(), calls.end(), "ADDRESS_SCOPE=" + std::to_string(::if_nametoindex("lo")));
+  ASSERT_NE(scope, calls.end());
+  EXPECT_EQ(*std::prev(scope), "PASSWORD=...");
+  EXPECT_LT(scope, std::find(calls.begin(), calls.end(), "perform"));
 }
 
 TEST_F(FetchAddress, IsLookedUpWithItsPort) {
