@@ -1,6 +1,7 @@
 #include "fuzz/freed_memory.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <malloc.h>
@@ -11,7 +12,12 @@
 #endif
 #if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
 #define KELT_ADDRESS_SANITIZER
-#include <sanitizer/allocator_interface.h>
+// From the sanitizers' allocator_interface.h, which GCC 12 does not bring.
+extern "C" {
+int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*, std::size_t),
+                                              void (*onFree)(const volatile void*));
+std::size_t __sanitizer_get_allocated_size(const volatile void* block);
+}
 #endif
 
 namespace {
