@@ -46,6 +46,14 @@ void* operator new(std::size_t size) {
   return countedAllocation(size);
 }
 
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  try {
+    return countedAllocation(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 void operator delete(void* block) noexcept {
   countedRelease(block);
 }
