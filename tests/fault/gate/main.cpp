@@ -1,0 +1,234 @@
+// kelt_gate: tries every system call and every allocation of every command. tests/README.md tells how to read it.
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <random>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "fault/gate/report.h"
+#include "fault/gate/server_process.h"
+#include "fault/gate/workers.h"
+#include "support/private_device.h"
+
+namespace {
+
+using namespace kelt::tests::gate;  // NOLINT(google-build-using-namespace)
+namespace fs = std::filesystem;
+
+constexpr const char* kUsage =
+    "kelt_gate --binary KELTCONFIG [--jobs N] [--every N] [--only POINT] [--pairs N] [--seed N] [--log FILE]\n"
+    "\n"
+    "  --jobs N      processes that share the work (2)\n"
+    "  --every N     only each N-th point\n"
+    "  --only POINT  only the points whose name begins with this, for instance \"unmanaged\" or \"unmanaged:kill\"; "
+    "one\n"
+    "                whole name, as the log has it, is tried and told in full\n"
+    "  --pairs N     instead, N random pairs of an error and a kill while it is dealt with\n"
+    "  --seed N      for --pairs (1)\n"
+    "  --log FILE    a line for each violation\n";
+
+struct Options {
+  std::string binary, only, log;
+  unsigned jobs = 2;
+  std::size_t every = 1, pairs = 0;
+  unsigned long seed = 1;
+};
+
+[[noreturn]] void refuse() {
+  std::cerr << kUsage;
+  std::exit(2);
+}
+
+Options optionsIn(int argc, char** argv) {
+  Options options;
+  for (int n = 1; n + 1 < argc; n += 2) {
+    const std::string name = argv[n];
+    const std::string value = argv[n + 1];
+    const auto number = [&] { return std::max(1UL, std::strtoul(value.c_str(), nullptr, 10)); };
+    if (name == "--binary")
+      options.binary = fs::canonical(value);
+    else if (name == "--only")
+      options.only = value;
+    else if (name == "--log")
+      options.log = fs::absolute(value);
+    else if (name == "--jobs")
+      options.jobs = static_cast<unsigned>(number());
+    else if (name == "--every")
+      options.every = number();
+    else if (name == "--pairs")
+      options.pairs = number();
+    else if (name == "--seed")
+      options.seed = number();
+    else
+      refuse();
+  }
+  if (argc % 2 == 0 || options.binary.empty()) refuse();
+  return options;
+}
+
+/// Where what the trials use stands on the private device: no path of the machine, with its blanks, gets into commands.
+constexpr const char* kPlace = "/gate";
+
+struct Files {
+  std::string documents, exceptions;
+};
+
+/// What is not to be seen once the device is entered.
+Files readSources() {
+  const std::string sources = KELT_SOURCE_DIR;
+  return {readFile(sources + "/docs/console.md"), readFile(sources + "/tests/fault/exceptions.txt")};
+}
+
+std::string ownDirectory() {
+  return fs::read_symlink("/proc/self/exe").parent_path();
+}
+
+void bringPrograms() {
+  fs::create_directory(kPlace);
+  for (const char* name : {"kelt_gate_agent", "kelt_failing_allocations.so"})
+    fs::copy_file(ownDirectory() + "/" + name, std::string(kPlace) + "/" + name);
+}
+
+Setting settingFor(const Options& options, const std::string& port, const std::string& name) {
+  const std::string place = kPlace;
+  return {options.binary, place + "/kelt_failing_allocations.so", place + "/record." + name, port};
+}
+
+struct Plans {
+  Suite suite;
+  std::vector<Undisturbed> undisturbed;
+  std::vector<Point> points;
+};
+
+/// Runs everything without faults; false, with a message, where that is not as it should be.
+bool bPlanned(Plans& plans, Trials& trials) {
+  bool bSound = true;
+  for (Command& command : plans.suite.commands) {
+    plans.undisturbed.push_back(trials.undisturbed(command));
+    for (const Violation& violation : trials.judgeUndisturbed(command, plans.undisturbed.back())) {
+      std::cout << "UNDISTURBED " << command.name << ": " << violation.kind << " " << violation.detail << '\n';
+      bSound = false;
+    }
+  }
+  return bSound;
+}
+
+void addPoints(Plans& plans, const Options& options) {
+  std::size_t turn = 0;
+  for (std::size_t command = 0; command < plans.suite.commands.size(); ++command) {
+    for (const Mode mode : kModes) {
+      for (const Point& point : pointsOf(command, plans.undisturbed[command], mode)) {
+        if (!nameOf(point, plans.suite).starts_with(options.only)) continue;
+        if (turn++ % options.every == 0) plans.points.push_back(point);
+      }
+    }
+  }
+}
+
+/// Random errors; how many calls follow each is found out by the worker.
+void addPairs(Plans& plans, const Options& options) {
+  std::vector<Point> errors;
+  for (std::size_t command = 0; command < plans.suite.commands.size(); ++command) {
+    const std::vector<Point> points = pointsOf(command, plans.undisturbed[command], Mode::kPair);
+    errors.insert(errors.end(), points.begin(), points.end());
+  }
+  std::mt19937_64 random(options.seed);
+  for (std::size_t n = 0; n < options.pairs; ++n) {
+    plans.points.push_back(errors.at(random() % errors.size()));
+    plans.points.back().later = random() | 1U;  // settled by settlePair
+  }
+}
+
+/// Puts the kill at one of the calls that follow the error. Chosen in proportion, so that it needs no state.
+void settlePair(Point& point, Trials& trials, const Undisturbed& undisturbed) {
+  Point alone = point;
+  alone.mode = Mode::kOnce;
+  const std::size_t calls = trials.at(alone, undisturbed).outcome.callsAfter;
+  point.later = calls == 0 ? 1 : point.later % calls + 1;
+}
+
+Work workOf(const Options& options, Plans& plans, const ConsoleTexts& texts, const std::string& port, unsigned worker) {
+  separateDevice();
+  auto trials = std::make_shared<Trials>(plans.suite, texts, settingFor(options, port, std::to_string(worker)));
+  return [&plans, trials](std::size_t index) {
+    Point point = plans.points.at(index);
+    const Undisturbed& undisturbed = plans.undisturbed.at(point.command);
+    if (point.mode == Mode::kPair) settlePair(point, *trials, undisturbed);
+    return linesOf(trials->at(point, undisturbed), point, plans.suite);
+  };
+}
+
+void tell(const char* run, const kelt::tests::Outcome& outcome) {
+  std::cout << run << (WIFEXITED(outcome.status) ? ": status " : ": signal ")
+            << (WIFEXITED(outcome.status) ? WEXITSTATUS(outcome.status) : WTERMSIG(outcome.status)) << '\n'
+            << outcome.output << outcome.errors;
+}
+
+int tryOne(const Point& point, Plans& plans, Trials& trials) {
+  const Trial trial = trials.at(point, plans.undisturbed.at(point.command));
+  std::cout << nameOf(point, plans.suite) << ": "
+            << (trial.bReached ? trial.outcome.where + " in process " + trial.outcome.process : "not reached") << '\n';
+  tell("the run", trial.outcome);
+  if (trial.bRerun) tell("the next run", trial.rerun);
+  for (const std::string& path : differences(deviceTree(), plans.undisturbed[point.command].after))
+    std::cout << "differs from an undisturbed run: " << path << '\n';
+  for (const Violation& violation : trial.violations)
+    std::cout << "VIOLATED " << violation.kind << "  " << violation.detail << '\n';
+  return trial.violations.empty() ? 0 : 1;
+}
+
+int conclude(const Report& report, bool bComplete, std::chrono::steady_clock::time_point begin) {
+  report.print(std::cout, bComplete);
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+  const bool bPassed = report.bPassed(bComplete);
+  std::cout << report.tried() << (bPassed ? " passed, " : " tried, ") << report.excused() << " violations excused in "
+            << std::chrono::duration_cast<std::chrono::seconds>(took).count() << " s\n";
+  return bPassed ? 0 : 1;
+}
+
+int run(const Options& options) {
+  const auto begin = std::chrono::steady_clock::now();
+  std::ofstream log(options.log.empty() ? "/dev/null" : options.log);
+  const Files files = readSources();
+  kelt::tests::enterPrivateDevice();
+  bringPrograms();
+
+  Plans plans;
+  plans.suite = keltconfigSuite(KELT_SOURCE_DIR, std::string(kPlace) + "/kelt_gate_agent");
+  std::vector<ServerProcess> servers;
+  for (unsigned n = 0; n < options.jobs; ++n)
+    servers.push_back(startServer(plans.suite.reply));
+  const ConsoleTexts texts(files.documents);
+  Trials trials(plans.suite, texts, settingFor(options, servers[0].port, "first"));
+  if (!bPlanned(plans, trials)) return 1;
+
+  if (const auto point = pointNamed(options.only, plans.suite)) return tryOne(*point, plans, trials);
+  options.pairs != 0 ? addPairs(plans, options) : addPoints(plans, options);
+  Report report{Exceptions(files.exceptions)};
+  const auto lines = share(plans.points.size(), options.jobs, [&](unsigned worker) {
+    return workOf(options, plans, texts, servers[worker].port, worker);
+  });
+  for (const std::string& line : lines)
+    report.add(line, log);
+  return conclude(report, options.only.empty() && options.every == 1 && options.pairs == 0, begin);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(optionsIn(argc, argv));
+  } catch (const std::exception& error) {
+    std::cerr << "kelt_gate: " << error.what() << '\n';
+    return 2;
+  }
+}

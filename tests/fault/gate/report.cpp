@@ -1,0 +1,170 @@
+#include "fault/gate/report.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdio>
+#include <iomanip>
+#include <ostream>
+#include <sstream>
+#include <sys/wait.h>
+
+namespace kelt::tests::gate {
+namespace {
+
+// Fields of a record; the first says of what.
+constexpr const char* kPoint = "point";
+constexpr const char* kViolation = "violation";
+
+/// Without what would end a field or a line.
+std::string escaped(const std::string& text) {
+  std::string safe;
+  for (const char c : text) {
+    if (c == '\n') {
+      safe += "\\n";
+    } else if (std::iscntrl(static_cast<unsigned char>(c)) != 0) {
+      safe += ' ';
+    } else {
+      safe += c;
+    }
+  }
+  return safe;
+}
+
+std::string joined(const std::set<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words)
+    text += (text.empty() ? "" : ",") + word;
+  return text;
+}
+
+std::set<std::string> separated(const std::string& text) {
+  std::set<std::string> words;
+  std::istringstream stream(text);
+  for (std::string word; std::getline(stream, word, ',');)
+    words.insert(word);
+  return words;
+}
+
+std::vector<std::string> fieldsOf(const std::string& line) {
+  std::vector<std::string> fields;
+  std::istringstream stream(line);
+  for (std::string field; std::getline(stream, field, '\t');)
+    fields.push_back(field);
+  return fields;
+}
+
+std::string endOf(const Outcome& outcome) {
+  if (WIFSIGNALED(outcome.status)) return "signal " + std::to_string(WTERMSIG(outcome.status));
+  return "status " + std::to_string(WEXITSTATUS(outcome.status));
+}
+
+}  // namespace
+
+std::string linesOf(const Trial& trial, const Point& point, const Suite& suite) {
+  const std::string name = nameOf(point, suite);
+  const std::string head = suite.commands.at(point.command).name + "\t" + nameOf(point.mode) + "\t";
+  std::string lines = std::string(kPoint) + "\t" + head + (trial.bReached ? "1" : "0") + "\n";
+  for (const Violation& violation : trial.violations) {
+    lines += std::string(kViolation) + "\t" + head + name + "\t" + trial.role + "\t" + joined(trial.outcome.refused) +
+             "\t" + violation.kind + "\t" + escaped(violation.detail) + "\t" + escaped(trial.outcome.where) + "\t" +
+             endOf(trial.outcome) + "\t" + escaped(trial.outcome.output + trial.outcome.errors) + "\n";
+  }
+  return lines;
+}
+
+void Report::add(const std::string& line, std::ostream& log) {
+  std::vector<std::string> fields = fieldsOf(line);
+  constexpr std::size_t kMost = 11;
+  fields.resize(kMost);
+  if (fields[0] == kPoint) addPoint(fields);
+  if (fields[0] == kViolation) addViolation(fields, log);
+}
+
+void Report::addPoint(const std::vector<std::string>& fields) {
+  ++m_tried;
+  ++m_points[fields[1]][fields[2]];
+  if (fields[3] != "1") ++m_notReached;
+}
+
+void Report::addViolation(const std::vector<std::string>& fields, std::ostream& log) {
+  const Case found{fields[6], fields[1], fields[2], fields[4], separated(fields[5]), fields[7]};
+  const bool bExcused = m_exceptions.excuse(found);
+  if (bExcused) {
+    ++m_excusedKinds[found.kind];
+  } else {
+    ++m_violations[found.kind][found.mode];
+  }
+  log << (bExcused ? "excused " : "") << found.kind << "  " << fields[3] << "  [" << fields[8] << ", " << fields[4]
+      << "]  " << fields[7] << "  " << fields[9] << "  \"" << fields[10] << "\"\n";
+}
+
+std::size_t Report::excused() const {
+  std::size_t count = 0;
+  for (const auto& [kind, number] : m_excusedKinds)
+    count += number;
+  return count;
+}
+
+bool Report::bUnmatched() const {
+  const auto& all = m_exceptions.all();
+  return std::any_of(all.begin(), all.end(), [](const Exception& exception) { return exception.matches == 0; });
+}
+
+bool Report::bPassed(bool bComplete) const {
+  return m_tried != 0 && m_violations.empty() && !(bComplete && bUnmatched());
+}
+
+void Report::print(std::ostream& out, bool bComplete) const {
+  printPoints(out);
+  printViolations(out);
+  printExceptions(out, bComplete);
+}
+
+void Report::printPoints(std::ostream& out) const {
+  std::map<std::string, std::size_t> sums;
+  out << std::left << std::setw(22) << "points";
+  for (const Mode mode : {Mode::kOnce, Mode::kOn, Mode::kKill, Mode::kTerminate, Mode::kAllocate, Mode::kPair})
+    out << std::right << std::setw(8) << nameOf(mode);
+  out << '\n';
+  const auto row = [&](const std::string& name, const std::map<std::string, std::size_t>& counts) {
+    out << std::left << std::setw(22) << name << std::right;
+    for (const Mode mode : {Mode::kOnce, Mode::kOn, Mode::kKill, Mode::kTerminate, Mode::kAllocate, Mode::kPair}) {
+      const auto count = counts.find(nameOf(mode));
+      out << std::setw(8) << (count == counts.end() ? 0 : count->second);
+    }
+    out << '\n';
+  };
+  for (const auto& [command, counts] : m_points) {
+    row(command, counts);
+    for (const auto& [mode, count] : counts)
+      sums[mode] += count;
+  }
+  row("all", sums);
+  if (m_notReached != 0) out << m_notReached << " of them were not reached: the run went another way than the first\n";
+}
+
+void Report::printViolations(std::ostream& out) const {
+  for (const auto& [kind, modes] : m_violations) {
+    std::size_t sum = 0;
+    for (const auto& [mode, count] : modes)
+      sum += count;
+    out << "VIOLATED " << std::left << std::setw(26) << kind << std::right << std::setw(7) << sum << "  (";
+    const char* separator = "";
+    for (const auto& [mode, count] : modes) {
+      out << separator << mode << ' ' << count;
+      separator = ", ";
+    }
+    out << ")\n";
+  }
+}
+
+void Report::printExceptions(std::ostream& out, bool bComplete) const {
+  for (const Exception& exception : m_exceptions.all()) {
+    if (exception.matches == 0 && !bComplete) continue;
+    out << (exception.matches == 0 ? "NOTHING TO EXCUSE " : "excused  ") << std::left << std::setw(26) << exception.name
+        << std::right << std::setw(7) << exception.matches << "  " << exception.reason << '\n';
+  }
+}
+
+}  // namespace kelt::tests::gate

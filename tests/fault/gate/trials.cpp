@@ -1,0 +1,177 @@
+#include "fault/gate/trials.h"
+
+#include <fcntl.h>
+#include <new>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+#include "base/unique_fd.h"
+
+namespace kelt::tests::gate {
+namespace {
+
+AllocationRecord* mapRecord(const std::string& path) {
+  const base::UniqueFd fd(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  require(fd.bValid() && ::ftruncate(fd.get(), sizeof(AllocationRecord)) == 0, "make " + path);
+  void* const memory = ::mmap(nullptr, sizeof(AllocationRecord), PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
+  require(memory != MAP_FAILED, "map " + path);
+  return new (memory) AllocationRecord;
+}
+
+Fault faultOf(const Point& point) {
+  switch (point.mode) {
+    case Mode::kOn:
+      return {point.spot, Action::kFailFromHere, point.error};
+    case Mode::kKill:
+      return {point.spot, Action::kKill, 0};
+    case Mode::kTerminate:
+      return {point.spot, Action::kTerminate, 0};
+    default:
+      return {point.spot, Action::kFail, point.error};
+  }
+}
+
+bool bKills(Mode mode) {
+  return mode == Mode::kKill || mode == Mode::kPair;
+}
+
+/// Where the kill met a process that the tool forked, the tool itself goes on to its end.
+End endOf(Mode mode, const Outcome& outcome) {
+  if (WIFEXITED(outcome.status)) return End::kByItself;
+  if (bKills(mode)) return End::kKilled;
+  return mode == Mode::kTerminate ? End::kTerminated : End::kByItself;
+}
+
+std::string roleOf(const std::string& process, const Undisturbed& undisturbed) {
+  if (process == "0") return "tool";
+  return undisturbed.commandProcesses.count(process) != 0 ? "command" : "helper";
+}
+
+void addStates(Command& command, const Tree& tree) {
+  for (const auto& [path, entry] : tree) {
+    if (command.first.count(path) != 0) command.between[path].push_back(entry);
+  }
+}
+
+}  // namespace
+
+Trials::Trials(Suite& suite, const ConsoleTexts& texts, Setting setting)
+    : m_suite(suite), m_texts(texts), m_setting(std::move(setting)), m_record(mapRecord(m_setting.record)) {}
+
+Trials::~Trials() {
+  ::munmap(m_record, sizeof *m_record);
+}
+
+Program Trials::programFor(const Command& /*command*/, const std::vector<std::string>& arguments) const {
+  Program program{m_setting.tool, arguments, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}};
+  for (std::string& argument : program.arguments) {
+    const std::size_t at = argument.find(kPort);
+    if (at != std::string::npos) argument.replace(at, std::string(kPort).size(), m_setting.port);
+  }
+  return program;
+}
+
+Program Trials::countedProgram(const Command& command, const Spot* failing) const {
+  Program program = programFor(command);
+  program.environment.push_back("LD_PRELOAD=" + m_setting.allocator);
+  program.environment.push_back(std::string(kRecordVariable) + "=" + m_setting.record);
+  if (failing != nullptr) {
+    program.environment.push_back(std::string(kFailVariable) + "=" + failing->process + ":" +
+                                  std::to_string(failing->call));
+  }
+  return program;
+}
+
+void Trials::clearRecord() {
+  new (m_record) AllocationRecord;
+}
+
+std::vector<Spot> Trials::allocationsOf(const Command& command) {
+  bringDeviceTo(command.first);
+  clearRecord();
+  Program program = countedProgram(command, nullptr);
+  program.environment.push_back(std::string(kWaysVariable) + "=1");
+  (void)m_injector.runFree(program);
+  require(m_record->ways < m_record->newWays.size(), "allocations come by too many ways; count them");
+  std::vector<Spot> spots;
+  for (std::size_t n = 0; n < m_record->ways; ++n) {
+    const NewWay& way = m_record->newWays.at(n);
+    spots.push_back({m_record->counts.at(way.process).process.data(), way.allocation});
+  }
+  return spots;
+}
+
+Undisturbed Trials::undisturbed(Command& command) {
+  for (const auto& arguments : command.variants) {
+    bringDeviceTo(command.first);
+    (void)m_injector.runFree(programFor(command, arguments));
+    addStates(command, deviceTree());
+  }
+  Undisturbed result;
+  Plan plan;
+  plan.bRecord = true;
+  bringDeviceTo(command.first);
+  Outcome outcome = m_injector.run(programFor(command), plan);
+  result.status = outcome.status;
+  result.after = deviceTree();
+  result.calls = std::move(outcome.calls);
+  for (const RecordedCall& call : result.calls) {
+    if (tests::nameOf(call.number).starts_with("exec")) result.commandProcesses.insert(call.spot.process);
+  }
+  result.statusAgain = m_injector.runFree(programFor(command)).status;
+  result.afterAgain = deviceTree();
+  result.allocations = allocationsOf(command);
+  return result;
+}
+
+Violations Trials::judgeUndisturbed(const Command& command, const Undisturbed& undisturbed) {
+  bringDeviceTo(command.first);
+  const Judge judge(command, undisturbed, m_texts, m_suite.secrets);
+  const Outcome outcome = m_injector.runFree(programFor(command));
+  Violations found = judge.afterRun(outcome, End::kByItself, deviceTree());
+  if (outcome.status != 0) found.push_back({"unknown-status", "an undisturbed run fails: " + outcome.output});
+  if (undisturbed.calls.empty()) found.push_back({"crash", "an undisturbed run makes no system call"});
+  return found;
+}
+
+Outcome Trials::strike(const Point& point, const Command& command, Violations& exposed) {
+  if (point.mode == Mode::kAllocate) {
+    clearRecord();
+    Outcome outcome = m_injector.runFree(countedProgram(command, &point.spot));
+    outcome.bHit = m_record->hits != 0;
+    outcome.process = point.spot.process;
+    outcome.where = "allocation";
+    outcome.refused = {"allocation"};
+    return outcome;
+  }
+  Plan plan;
+  plan.faults = {faultOf(point)};
+  plan.killAfter = point.mode == Mode::kPair ? point.later : 0;
+  const Watcher watcher = [&](const std::string& path) {
+    if (m_suite.secrets.bExposedAt(path)) exposed.push_back({"exposed-secret", "for a moment, " + path});
+  };
+  return m_injector.run(programFor(command), plan, watcher);
+}
+
+Trial Trials::at(const Point& point, const Undisturbed& undisturbed) {
+  const Command& command = m_suite.commands.at(point.command);
+  const Judge judge(command, undisturbed, m_texts, m_suite.secrets);
+  Trial trial;
+  bringDeviceTo(command.first);
+  trial.outcome = strike(point, command, trial.violations);
+  trial.bReached = point.mode == Mode::kPair && point.later != 0 ? trial.outcome.bKilledAfter : trial.outcome.bHit;
+  trial.role = roleOf(trial.outcome.process, undisturbed);
+  const Tree tree = deviceTree();
+  const Violations found = judge.afterRun(trial.outcome, endOf(point.mode, trial.outcome), tree);
+  trial.violations.insert(trial.violations.end(), found.begin(), found.end());
+  if (!bKills(point.mode)) return trial;
+  trial.bRerun = true;
+  trial.rerun = m_injector.runFree(programFor(command));
+  const Violations again = judge.afterRerun(trial.rerun, tree, deviceTree());
+  trial.violations.insert(trial.violations.end(), again.begin(), again.end());
+  return trial;
+}
+
+}  // namespace kelt::tests::gate

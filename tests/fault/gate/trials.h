@@ -1,0 +1,65 @@
+#pragma once
+// Runs commands on the device of this process, undisturbed and at points.
+
+#include <string>
+#include <vector>
+
+#include "fault/gate/command.h"
+#include "fault/gate/console_texts.h"
+#include "fault/gate/judge.h"
+#include "fault/gate/point.h"
+#include "support/injector/allocation_record.h"
+#include "support/injector/injector.h"
+
+namespace kelt::tests::gate {
+
+/// What the trials need beside the suite, as paths that hold on the private device.
+struct Setting {
+  std::string tool;
+  std::string allocator;  ///< the preloaded one; a path without blanks and colons
+  std::string record;     ///< for its counts; made anew
+  std::string port;       ///< of the management server
+};
+
+/// What came of one point.
+struct Trial {
+  bool bReached = false;
+  Outcome outcome;
+  bool bRerun = false;
+  Outcome rerun;
+  Violations violations;
+  std::string role;  ///< of the process that met the fault: "tool", "command" (about to become one) or "helper"
+};
+
+class Trials {
+ public:
+  Trials(Suite& suite, const ConsoleTexts& texts, Setting setting);
+  Trials(const Trials&) = delete;
+  Trials& operator=(const Trials&) = delete;
+  ~Trials();
+
+  /// Runs the command and its variants without faults, and adds what those leave to the states that its files may be
+  /// in.
+  [[nodiscard]] Undisturbed undisturbed(Command& command);
+
+  /// What is wrong with that alone.
+  [[nodiscard]] Violations judgeUndisturbed(const Command& command, const Undisturbed& undisturbed);
+
+  [[nodiscard]] Trial at(const Point& point, const Undisturbed& undisturbed);
+
+ private:
+  [[nodiscard]] Program programFor(const Command& command, const std::vector<std::string>& arguments) const;
+  [[nodiscard]] Program programFor(const Command& command) const { return programFor(command, command.arguments); }
+  [[nodiscard]] Program countedProgram(const Command& command, const Spot* failing) const;
+  [[nodiscard]] Outcome strike(const Point& point, const Command& command, Violations& exposed);
+  [[nodiscard]] std::vector<Spot> allocationsOf(const Command& command);
+  void clearRecord();
+
+  Suite& m_suite;
+  const ConsoleTexts& m_texts;
+  Setting m_setting;
+  Injector m_injector;
+  AllocationRecord* m_record;
+};
+
+}  // namespace kelt::tests::gate

@@ -1,0 +1,327 @@
+#include "support/injector/follower.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <elf.h>
+#include <fcntl.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+namespace kelt::tests {
+namespace {
+
+constexpr int kOptions = PTRACE_O_TRACESECCOMP | PTRACE_O_TRACEEXEC | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK |
+                         PTRACE_O_TRACECLONE | PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL;
+
+constexpr unsigned long kBreakpoint = 0xCC;
+constexpr unsigned long kLowByte = 0xFF;
+constexpr unsigned kCallLength = 2;    // of the instruction "syscall"
+constexpr unsigned kEntryLength = 64;  // more than what stands at an entry point takes
+
+// What the requests take as addresses are numbers most of the time.
+void* word(unsigned long value) {
+  return reinterpret_cast<void*>(value);  // NOLINT(performance-no-int-to-ptr)
+}
+
+/// Whether the request was granted; it is not for a process that is being killed meanwhile.
+bool bAsked(int request, pid_t pid, void* data) {
+  return ::ptrace(static_cast<__ptrace_request>(request), pid, nullptr, data) == 0;
+}
+
+void goOn(pid_t pid, int signal = 0) {
+  (void)bAsked(PTRACE_CONT, pid, word(static_cast<unsigned long>(signal)));
+}
+
+unsigned long entryPoint(pid_t pid) {
+  const std::string path = "/proc/" + std::to_string(pid) + "/auxv";
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  std::array<Elf64_auxv_t, 64> entries{};
+  const ssize_t got = ::read(fd, entries.data(), sizeof entries);
+  ::close(fd);
+  for (const Elf64_auxv_t& entry : entries) {
+    if (entry.a_type == AT_ENTRY && got > 0) return entry.a_un.a_val;
+  }
+  std::fprintf(stderr, "injector: no entry point in %s\n", path.c_str());
+  std::exit(99);
+}
+
+SystemCall callIn(pid_t pid, const user_regs_struct& registers) {
+  return {pid,
+          static_cast<long>(registers.orig_rax),
+          {registers.rdi, registers.rsi, registers.rdx, registers.r10, registers.r8, registers.r9}};
+}
+
+/// How long the injector lets a sleep of the tool last.
+constexpr useconds_t kNap = 1000;
+
+}  // namespace
+
+Follower::Follower(pid_t child, const Plan& plan, const Watcher& watcher)
+    : m_plan(plan), m_watcher(watcher), m_child(child) {
+  m_processes[child].name = "0";
+  m_processes[child].bAttached = true;
+  int status = 0;
+  while (::waitpid(child, &status, __WALL) < 0 && errno == EINTR) {
+  }
+  if (!WIFSTOPPED(status) || !bAsked(PTRACE_SETOPTIONS, child, word(kOptions))) {
+    std::fprintf(stderr, "injector: the system does not let processes be followed\n");
+    std::exit(99);
+  }
+  goOn(child);
+}
+
+Outcome Follower::follow(const Deadline& deadline) {
+  for (;;) {
+    int status = 0;
+    const pid_t pid = ::waitpid(-1, &status, __WALL);
+    if (pid < 0 && errno == ECHILD) break;
+    if (pid < 0) {
+      if (!deadline.bOver()) continue;
+      (m_bEnded ? m_outcome.bLeft : m_outcome.bHung) = true;
+      for (const auto& [process, ignored] : m_processes)
+        ::kill(process, SIGKILL);
+      killChildren();
+    } else if (WIFSTOPPED(status)) {
+      stopped(pid, status);
+    } else {
+      ended(pid, status);
+    }
+  }
+  return std::move(m_outcome);
+}
+
+void Follower::ended(pid_t pid, int status) {
+  if (pid == m_child) {
+    m_bEnded = true;
+    m_outcome.status = status;
+  } else if (WIFSIGNALED(status) && WTERMSIG(status) != SIGKILL && WTERMSIG(status) != SIGTERM &&
+             m_processes.count(pid) != 0 && m_processes[pid].bCounted) {
+    m_outcome.crashes.push_back(WTERMSIG(status));
+  }
+  m_processes.erase(pid);
+}
+
+void Follower::stopped(pid_t pid, int status) {
+  Process& process = m_processes[pid];
+  const int signal = WSTOPSIG(status);
+  switch (status >> 16) {
+    case PTRACE_EVENT_SECCOMP:
+      return called(pid, process);
+    case PTRACE_EVENT_FORK:
+    case PTRACE_EVENT_VFORK:
+    case PTRACE_EVENT_CLONE:
+      return forked(pid, process);
+    case PTRACE_EVENT_EXEC:
+      return executed(pid, process);
+    default:
+      break;
+  }
+  if (signal == (SIGTRAP | 0x80)) return returned(pid, process);
+  if (signal == SIGSTOP && !process.bAttached) return attached(pid, process);
+  if (signal == SIGTRAP && atEntry(pid, process)) return;
+  goOn(pid, signal);
+}
+
+// The first stop of a forked process and the word of the fork itself come in either order.
+void Follower::attached(pid_t pid, Process& process) {
+  process.bAttached = true;
+  process.bWaits = process.name.empty();
+  if (!process.bWaits) goOn(pid);
+}
+
+void Follower::forked(pid_t pid, Process& process) {
+  unsigned long child = 0;
+  if (bAsked(PTRACE_GETEVENTMSG, pid, &child)) {
+    Process& made = m_processes[static_cast<pid_t>(child)];
+    made.name = process.name + "." + std::to_string(++process.forks);
+    made.bCounted = process.bCounted;
+    if (std::exchange(made.bWaits, false)) goOn(static_cast<pid_t>(child));
+  }
+  goOn(pid);
+}
+
+void Follower::setBreakpoint(pid_t pid, unsigned long address) {
+  m_breakpoint = address;
+  m_word = ::ptrace(PTRACE_PEEKTEXT, pid, word(address), nullptr);
+  const unsigned long patched = (static_cast<unsigned long>(m_word) & ~kLowByte) | kBreakpoint;
+  ::ptrace(PTRACE_POKETEXT, pid, word(address), word(patched));
+}
+
+/// The process stands right after it, and then before what stood there.
+void Follower::removeBreakpoint(pid_t pid, user_regs_struct& registers) {
+  ::ptrace(PTRACE_POKETEXT, pid, word(m_breakpoint), word(static_cast<unsigned long>(m_word)));
+  registers.rip = m_breakpoint;
+  (void)bAsked(PTRACE_SETREGS, pid, &registers);
+}
+
+void Follower::executed(pid_t pid, Process& process) {
+  if (pid == m_child && m_entry == 0) {
+    m_entry = entryPoint(pid);
+    setBreakpoint(pid, m_entry);
+  } else {
+    process.bCounted = false;  // a command, and no business of ours
+  }
+  goOn(pid);
+}
+
+/// From the entry point up to the call that hands main over to the C library, as its first argument.
+bool Follower::stepToMain(pid_t pid, user_regs_struct& registers) {
+  for (unsigned steps = 0; steps < kEntryLength; ++steps) {
+    int status = 0;
+    if (!bAsked(PTRACE_SINGLESTEP, pid, nullptr) || ::waitpid(pid, &status, __WALL) != pid || !WIFSTOPPED(status))
+      return false;
+    if (!bAsked(PTRACE_GETREGS, pid, &registers)) return false;
+    if (registers.rip - m_entry >= kEntryLength) return true;
+  }
+  return false;
+}
+
+/// True when the stop was at a breakpoint of ours.
+bool Follower::atEntry(pid_t pid, Process& process) {
+  user_regs_struct registers{};
+  if (pid != m_child || process.bCounted || !bAsked(PTRACE_GETREGS, pid, &registers)) return false;
+  if (registers.rip != m_breakpoint + 1) return false;
+  removeBreakpoint(pid, registers);
+  if (m_breakpoint != m_entry) {
+    process.bCounted = true;  // main
+  } else if (stepToMain(pid, registers)) {
+    setBreakpoint(pid, registers.rdi);
+  } else {
+    std::fprintf(stderr, "injector: the way to main is not as expected\n");
+    std::exit(99);
+  }
+  goOn(pid);
+  return true;
+}
+
+void Follower::tellWatcher(Process& process) {
+  if (process.visible.empty()) return;
+  m_watcher(process.visible);
+  process.visible.clear();
+}
+
+void Follower::called(pid_t pid, Process& process) {
+  user_regs_struct registers{};
+  if (!process.bCounted || !bAsked(PTRACE_GETREGS, pid, &registers)) return goOn(pid);
+  const SystemCall call = callIn(pid, registers);
+  if (m_watcher) {
+    tellWatcher(process);
+    process.visible = madeVisible(call);
+  }
+  if (std::exchange(process.bRepeats, false)) return goOn(pid);
+  ++process.calls;
+  if (m_outcome.bHit) ++m_outcome.callsAfter;
+  if (m_plan.bRecord) m_outcome.calls.push_back({{process.name, process.calls}, call.number, errorsOf(call)});
+  if (inject(call, process, registers)) return;
+  if (bSleep(call.number)) {
+    ::usleep(kNap);
+    registers.orig_rax = static_cast<unsigned long long>(-1);
+    registers.rax = 0;
+    (void)bAsked(PTRACE_SETREGS, pid, &registers);
+  }
+  goOn(pid);
+}
+
+/// True when the process was dealt with, and goes on or has ended.
+bool Follower::inject(const SystemCall& call, Process& process, user_regs_struct& registers) {
+  if (m_plan.killAfter != 0 && m_outcome.callsAfter == m_plan.killAfter && !m_outcome.bKilledAfter) {
+    m_outcome.bKilledAfter = true;
+    kill(call.process);
+    return true;
+  }
+  for (const Fault& fault : m_plan.faults) {
+    if (fault.at.call != process.calls || fault.at.process != process.name) continue;
+    strike(fault, call, process, registers);
+    return true;
+  }
+  if (!m_lasts) return false;
+  const std::vector<CallError> errors = errorsOf(call);
+  if (std::find(errors.begin(), errors.end(), *m_lasts) == errors.end()) return false;
+  refuse(m_lasts->number, call, process, registers);
+  return true;
+}
+
+void Follower::strike(const Fault& fault, const SystemCall& call, Process& process, user_regs_struct& registers) {
+  switch (fault.action) {
+    case Action::kFail:
+    case Action::kFailFromHere: {
+      // Where a run differs from the recorded one, the call may be another.
+      const std::vector<CallError> errors = errorsOf(call);
+      const auto error =
+          std::find_if(errors.begin(), errors.end(), [&](const CallError& one) { return one.number == fault.error; });
+      if (error == errors.end()) return goOn(call.process);
+      if (fault.action == Action::kFailFromHere) m_lasts = *error;
+      hit(call, process, errorName(error->number));
+      return refuse(error->number, call, process, registers);
+    }
+    case Action::kKill:
+      hit(call, process, "SIGKILL");
+      return kill(call.process);
+    case Action::kTerminate:
+      hit(call, process, "SIGTERM");
+      return terminateBefore(call.process, process, registers);
+  }
+}
+
+void Follower::hit(const SystemCall& call, const Process& process, const std::string& how) {
+  m_outcome.bHit = true;
+  m_outcome.process = process.name;
+  const std::string path = madeVisible(call);
+  m_outcome.where = nameOf(call.number) + (path.empty() ? "" : "(" + path + ")") + " " + how;
+}
+
+void Follower::refuse(int error, const SystemCall& call, Process& process, user_regs_struct& registers) {
+  m_outcome.refused.insert(nameOf(call.number));
+  process.visible.clear();
+  if (bClose(call.number)) {  // the descriptor is gone all the same
+    process.result = -error;
+    (void)bAsked(PTRACE_SYSCALL, call.process, nullptr);
+    return;
+  }
+  if (bBreak(call.number)) {  // which reports by the break that it leaves
+    registers.rdi = 0;
+  } else {
+    registers.orig_rax = static_cast<unsigned long long>(-1);
+    registers.rax = static_cast<unsigned long long>(-error);
+  }
+  (void)bAsked(PTRACE_SETREGS, call.process, &registers);
+  goOn(call.process);
+}
+
+/// Replaces the result of a call that was executed.
+void Follower::returned(pid_t pid, Process& process) {
+  user_regs_struct registers{};
+  if (process.result && bAsked(PTRACE_GETREGS, pid, &registers)) {
+    registers.rax = static_cast<unsigned long long>(*process.result);
+    process.result.reset();
+    (void)bAsked(PTRACE_SETREGS, pid, &registers);
+  }
+  goOn(pid);
+}
+
+/// The call is put off: the signal meets the process just before it, and then the call is made, if it still is.
+void Follower::terminateBefore(pid_t pid, Process& process, user_regs_struct& registers) {
+  registers.rip -= kCallLength;
+  registers.rax = registers.orig_rax;
+  registers.orig_rax = static_cast<unsigned long long>(-1);
+  (void)bAsked(PTRACE_SETREGS, pid, &registers);
+  process.bRepeats = true;
+  process.visible.clear();
+  ::kill(pid, SIGTERM);
+  goOn(pid);
+}
+
+// It is stopped before the call, which it does not get to any more.
+void Follower::kill(pid_t pid) {
+  ::kill(pid, SIGKILL);
+}
+
+}  // namespace kelt::tests

@@ -1,0 +1,481 @@
+#include "support/injector/system_calls.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace kelt::tests {
+namespace {
+
+/// What the errors of a call depend on. The argument that is its descriptor or path is the first one, or the second of
+/// the calls whose name ends in "at".
+enum class Kind {
+  kNever,  // fails only for mistakes of the caller
+  kOpen,
+  kOpenAt,
+  kRead,
+  kWrite,
+  kCopy,  // to a descriptor, which is the argument of that index
+  kSync,
+  kName,  // makes a name or a directory: the last path is the new one
+  kRemove,
+  kAttribute,  // changes mode, owner, times or attributes
+  kExamine,
+  kList,
+  kDescriptor,
+  kMemory,
+  kBreak,
+  kFork,
+  kExecute,
+  kWait,
+  kPoll,
+  kConnect,
+  kReceive,
+  kSend,
+  kControl,
+  kLock,
+  kClose,
+  kSleep,
+  kRandom,
+  kTimer,
+};
+
+/// Where the path stands that a call makes or changes: index of its directory's descriptor (-1: none) and of the path
+/// (-1: the first argument is a descriptor).
+struct Target {
+  int directory = -1;
+  int path = -1;
+};
+
+struct Row {
+  long number;
+  const char* name;
+  Kind kind;
+  Target target = {};
+};
+
+constexpr std::array kRows = {
+    Row{SYS_open, "open", Kind::kOpen, {-1, 0}},
+    Row{SYS_creat, "creat", Kind::kOpen, {-1, 0}},
+    Row{SYS_openat, "openat", Kind::kOpenAt, {0, 1}},
+    Row{SYS_read, "read", Kind::kRead},
+    Row{SYS_pread64, "pread64", Kind::kRead},
+    Row{SYS_readv, "readv", Kind::kRead},
+    Row{SYS_preadv, "preadv", Kind::kRead},
+    Row{SYS_write, "write", Kind::kWrite},
+    Row{SYS_pwrite64, "pwrite64", Kind::kWrite},
+    Row{SYS_writev, "writev", Kind::kWrite},
+    Row{SYS_pwritev, "pwritev", Kind::kWrite},
+    Row{SYS_ftruncate, "ftruncate", Kind::kWrite},
+    Row{SYS_truncate, "truncate", Kind::kName, {-1, 0}},
+    Row{SYS_fallocate, "fallocate", Kind::kWrite},
+    Row{SYS_sendfile, "sendfile", Kind::kCopy},
+    Row{SYS_copy_file_range, "copy_file_range", Kind::kCopy},
+    Row{SYS_splice, "splice", Kind::kCopy},
+    Row{SYS_fsync, "fsync", Kind::kSync},
+    Row{SYS_fdatasync, "fdatasync", Kind::kSync},
+    Row{SYS_sync_file_range, "sync_file_range", Kind::kSync},
+    Row{SYS_syncfs, "syncfs", Kind::kSync},
+    Row{SYS_rename, "rename", Kind::kName, {-1, 1}},
+    Row{SYS_renameat, "renameat", Kind::kName, {2, 3}},
+    Row{SYS_renameat2, "renameat2", Kind::kName, {2, 3}},
+    Row{SYS_link, "link", Kind::kName, {-1, 1}},
+    Row{SYS_linkat, "linkat", Kind::kName, {2, 3}},
+    Row{SYS_symlink, "symlink", Kind::kName, {-1, 1}},
+    Row{SYS_symlinkat, "symlinkat", Kind::kName, {1, 2}},
+    Row{SYS_mkdir, "mkdir", Kind::kName, {-1, 0}},
+    Row{SYS_mkdirat, "mkdirat", Kind::kName, {0, 1}},
+    Row{SYS_mknod, "mknod", Kind::kName, {-1, 0}},
+    Row{SYS_mknodat, "mknodat", Kind::kName, {0, 1}},
+    Row{SYS_unlink, "unlink", Kind::kRemove},
+    Row{SYS_unlinkat, "unlinkat", Kind::kRemove},
+    Row{SYS_rmdir, "rmdir", Kind::kRemove},
+    Row{SYS_chmod, "chmod", Kind::kAttribute, {-1, 0}},
+    Row{SYS_fchmod, "fchmod", Kind::kAttribute},
+    Row{SYS_fchmodat, "fchmodat", Kind::kAttribute, {0, 1}},
+    Row{SYS_chown, "chown", Kind::kAttribute, {-1, 0}},
+    Row{SYS_lchown, "lchown", Kind::kAttribute, {-1, 0}},
+    Row{SYS_fchown, "fchown", Kind::kAttribute},
+    Row{SYS_fchownat, "fchownat", Kind::kAttribute, {0, 1}},
+    Row{SYS_utimensat, "utimensat", Kind::kAttribute, {0, 1}},
+    Row{SYS_setxattr, "setxattr", Kind::kAttribute, {-1, 0}},
+    Row{SYS_lsetxattr, "lsetxattr", Kind::kAttribute, {-1, 0}},
+    Row{SYS_fsetxattr, "fsetxattr", Kind::kAttribute},
+    Row{SYS_removexattr, "removexattr", Kind::kAttribute, {-1, 0}},
+    Row{SYS_lremovexattr, "lremovexattr", Kind::kAttribute, {-1, 0}},
+    Row{SYS_fremovexattr, "fremovexattr", Kind::kAttribute},
+    Row{SYS_stat, "stat", Kind::kExamine},
+    Row{SYS_lstat, "lstat", Kind::kExamine},
+    Row{SYS_fstat, "fstat", Kind::kExamine},
+    Row{SYS_newfstatat, "newfstatat", Kind::kExamine},
+    Row{SYS_statx, "statx", Kind::kExamine},
+    Row{SYS_statfs, "statfs", Kind::kExamine},
+    Row{SYS_fstatfs, "fstatfs", Kind::kExamine},
+    Row{SYS_access, "access", Kind::kExamine},
+    Row{SYS_faccessat, "faccessat", Kind::kExamine},
+    Row{SYS_faccessat2, "faccessat2", Kind::kExamine},
+    Row{SYS_readlink, "readlink", Kind::kExamine},
+    Row{SYS_readlinkat, "readlinkat", Kind::kExamine},
+    Row{SYS_getxattr, "getxattr", Kind::kExamine},
+    Row{SYS_lgetxattr, "lgetxattr", Kind::kExamine},
+    Row{SYS_fgetxattr, "fgetxattr", Kind::kExamine},
+    Row{SYS_listxattr, "listxattr", Kind::kExamine},
+    Row{SYS_llistxattr, "llistxattr", Kind::kExamine},
+    Row{SYS_flistxattr, "flistxattr", Kind::kExamine},
+    Row{SYS_getcwd, "getcwd", Kind::kExamine},
+    Row{SYS_chdir, "chdir", Kind::kExamine},
+    Row{SYS_fchdir, "fchdir", Kind::kExamine},
+    Row{SYS_getdents64, "getdents64", Kind::kList},
+    Row{SYS_dup, "dup", Kind::kDescriptor},
+    Row{SYS_pipe, "pipe", Kind::kDescriptor},
+    Row{SYS_pipe2, "pipe2", Kind::kDescriptor},
+    Row{SYS_eventfd2, "eventfd2", Kind::kDescriptor},
+    Row{SYS_epoll_create1, "epoll_create1", Kind::kDescriptor},
+    Row{SYS_memfd_create, "memfd_create", Kind::kDescriptor},
+    Row{SYS_signalfd4, "signalfd4", Kind::kDescriptor},
+    Row{SYS_timerfd_create, "timerfd_create", Kind::kDescriptor},
+    Row{SYS_inotify_init1, "inotify_init1", Kind::kDescriptor},
+    Row{SYS_pidfd_open, "pidfd_open", Kind::kDescriptor},
+    Row{SYS_socket, "socket", Kind::kDescriptor},
+    Row{SYS_socketpair, "socketpair", Kind::kDescriptor},
+    Row{SYS_mmap, "mmap", Kind::kMemory},
+    Row{SYS_mprotect, "mprotect", Kind::kMemory},
+    Row{SYS_mremap, "mremap", Kind::kMemory},
+    Row{SYS_mlock, "mlock", Kind::kMemory},
+    Row{SYS_brk, "brk", Kind::kBreak},
+    Row{SYS_clone, "clone", Kind::kFork},
+    Row{SYS_clone3, "clone3", Kind::kFork},
+    Row{SYS_fork, "fork", Kind::kFork},
+    Row{SYS_vfork, "vfork", Kind::kFork},
+    Row{SYS_execve, "execve", Kind::kExecute},
+    Row{SYS_execveat, "execveat", Kind::kExecute},
+    Row{SYS_wait4, "wait4", Kind::kWait},
+    Row{SYS_waitid, "waitid", Kind::kWait},
+    Row{SYS_poll, "poll", Kind::kPoll},
+    Row{SYS_ppoll, "ppoll", Kind::kPoll},
+    Row{SYS_select, "select", Kind::kPoll},
+    Row{SYS_pselect6, "pselect6", Kind::kPoll},
+    Row{SYS_epoll_wait, "epoll_wait", Kind::kPoll},
+    Row{SYS_epoll_pwait, "epoll_pwait", Kind::kPoll},
+    Row{SYS_connect, "connect", Kind::kConnect},
+    Row{SYS_recvfrom, "recvfrom", Kind::kReceive},
+    Row{SYS_recvmsg, "recvmsg", Kind::kReceive},
+    Row{SYS_recvmmsg, "recvmmsg", Kind::kReceive},
+    Row{SYS_sendto, "sendto", Kind::kSend},
+    Row{SYS_sendmsg, "sendmsg", Kind::kSend},
+    Row{SYS_sendmmsg, "sendmmsg", Kind::kSend},
+    Row{SYS_fcntl, "fcntl", Kind::kControl},
+    Row{SYS_flock, "flock", Kind::kLock},
+    Row{SYS_close, "close", Kind::kClose},
+    Row{SYS_nanosleep, "nanosleep", Kind::kSleep},
+    Row{SYS_clock_nanosleep, "clock_nanosleep", Kind::kSleep},
+    Row{SYS_getrandom, "getrandom", Kind::kRandom},
+    Row{SYS_timer_create, "timer_create", Kind::kTimer},
+    Row{SYS_rt_sigaction, "rt_sigaction", Kind::kNever},
+    Row{SYS_rt_sigprocmask, "rt_sigprocmask", Kind::kNever},
+    Row{SYS_rt_sigreturn, "rt_sigreturn", Kind::kNever},
+    Row{SYS_rt_sigtimedwait, "rt_sigtimedwait", Kind::kWait},
+    Row{SYS_rt_sigpending, "rt_sigpending", Kind::kNever},
+    Row{SYS_setitimer, "setitimer", Kind::kNever},
+    Row{SYS_alarm, "alarm", Kind::kNever},
+    Row{SYS_munmap, "munmap", Kind::kNever},
+    Row{SYS_madvise, "madvise", Kind::kNever},
+    Row{SYS_lseek, "lseek", Kind::kNever},
+    Row{SYS_fadvise64, "fadvise64", Kind::kNever},
+    Row{SYS_dup2, "dup2", Kind::kNever},
+    Row{SYS_dup3, "dup3", Kind::kNever},
+    Row{SYS_ioctl, "ioctl", Kind::kNever},
+    Row{SYS_setsockopt, "setsockopt", Kind::kNever},
+    Row{SYS_getsockopt, "getsockopt", Kind::kNever},
+    Row{SYS_getsockname, "getsockname", Kind::kNever},
+    Row{SYS_getpeername, "getpeername", Kind::kNever},
+    Row{SYS_bind, "bind", Kind::kNever},
+    Row{SYS_shutdown, "shutdown", Kind::kNever},
+    Row{SYS_umask, "umask", Kind::kNever},
+    Row{SYS_kill, "kill", Kind::kNever},
+    Row{SYS_tgkill, "tgkill", Kind::kNever},
+    Row{SYS_exit, "exit", Kind::kNever},
+    Row{SYS_exit_group, "exit_group", Kind::kNever},
+    Row{SYS_getpid, "getpid", Kind::kNever},
+    Row{SYS_gettid, "gettid", Kind::kNever},
+    Row{SYS_getppid, "getppid", Kind::kNever},
+    Row{SYS_getuid, "getuid", Kind::kNever},
+    Row{SYS_geteuid, "geteuid", Kind::kNever},
+    Row{SYS_getgid, "getgid", Kind::kNever},
+    Row{SYS_getegid, "getegid", Kind::kNever},
+    Row{SYS_setsid, "setsid", Kind::kNever},
+    Row{SYS_getsid, "getsid", Kind::kNever},
+    Row{SYS_setpgid, "setpgid", Kind::kNever},
+    Row{SYS_getpgrp, "getpgrp", Kind::kNever},
+    Row{SYS_prctl, "prctl", Kind::kNever},
+    Row{SYS_arch_prctl, "arch_prctl", Kind::kNever},
+    Row{SYS_prlimit64, "prlimit64", Kind::kNever},
+    Row{SYS_getrlimit, "getrlimit", Kind::kNever},
+    Row{SYS_setrlimit, "setrlimit", Kind::kNever},
+    Row{SYS_futex, "futex", Kind::kNever},
+    Row{SYS_set_tid_address, "set_tid_address", Kind::kNever},
+    Row{SYS_set_robust_list, "set_robust_list", Kind::kNever},
+    Row{SYS_rseq, "rseq", Kind::kNever},
+    Row{SYS_sched_yield, "sched_yield", Kind::kNever},
+    Row{SYS_sched_getaffinity, "sched_getaffinity", Kind::kNever},
+    Row{SYS_clock_gettime, "clock_gettime", Kind::kNever},
+    Row{SYS_gettimeofday, "gettimeofday", Kind::kNever},
+    Row{SYS_time, "time", Kind::kNever},
+    Row{SYS_uname, "uname", Kind::kNever},
+    Row{SYS_sysinfo, "sysinfo", Kind::kNever},
+    Row{SYS_close_range, "close_range", Kind::kNever},
+};
+
+const Row* rowOf(long call) {
+  constexpr std::size_t kKnown = 512;
+  static const auto kByNumber = [] {
+    std::array<const Row*, kKnown> rows{};
+    for (const Row& row : kRows)
+      rows.at(static_cast<std::size_t>(row.number)) = &row;
+    return rows;
+  }();
+  return call >= 0 && static_cast<std::size_t>(call) < kKnown ? kByNumber.at(static_cast<std::size_t>(call)) : nullptr;
+}
+
+Kind kindOf(long call) {
+  const Row* const row = rowOf(call);
+  return row == nullptr ? Kind::kNever : row->kind;
+}
+
+// The errors, each with what lasts where it lasts.
+constexpr CallError kFull{ENOSPC, Want::kRoom};
+constexpr CallError kBroken{EIO, Want::kDisk};
+constexpr CallError kUnsupported{EOPNOTSUPP, Want::kSupport};
+constexpr CallError kNoDescriptor{EMFILE, Want::kDescriptors};
+constexpr CallError kNoMemory{ENOMEM, Want::kMemory};
+constexpr CallError kNoProcess{EAGAIN, Want::kProcesses};
+constexpr CallError kNoLock{ENOLCK, Want::kLocks};
+constexpr CallError kReset{ECONNRESET, Want::kNetwork};
+constexpr CallError kRefused{ECONNREFUSED, Want::kNetwork};
+constexpr CallError kClosed{EPIPE, Want::kNetwork};
+constexpr CallError kConsoleFull{ENOSPC, Want::kConsole};
+constexpr CallError kConsoleBroken{EIO, Want::kConsole};
+constexpr CallError kInterrupted{EINTR, Want::kNothing};
+constexpr CallError kTimerRefused{EAGAIN, Want::kMemory};
+
+std::string procPath(pid_t process, const std::string& rest) {
+  return "/proc/" + std::to_string(process) + rest;
+}
+
+std::string linkAt(const std::string& path) {
+  std::array<char, 4096> target{};
+  const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+  return length < 0 ? std::string() : std::string(target.data(), static_cast<std::size_t>(length));
+}
+
+int descriptor(const SystemCall& call, std::size_t index = 0) {
+  return static_cast<int>(call.arguments.at(index));
+}
+
+std::string descriptorPath(const SystemCall& call, int fd) {
+  return procPath(call.process, "/fd/" + std::to_string(fd));
+}
+
+bool bSocket(const SystemCall& call) {
+  return linkAt(descriptorPath(call, descriptor(call))).starts_with("socket:");
+}
+
+bool bPipe(const SystemCall& call) {
+  return linkAt(descriptorPath(call, descriptor(call))).starts_with("pipe:");
+}
+
+std::vector<CallError> openErrors(std::uint64_t flags) {
+  if ((flags & O_TMPFILE) == O_TMPFILE) return {kFull, kUnsupported, kNoDescriptor, kBroken, kInterrupted};
+  if ((flags & O_CREAT) != 0) return {kFull, kNoDescriptor, kBroken, kInterrupted};
+  return {kNoDescriptor, kBroken, kNoMemory, kInterrupted};
+}
+
+std::vector<CallError> readErrors(const SystemCall& call) {
+  if (bSocket(call)) return {kReset, kInterrupted};
+  if (bPipe(call)) return {kInterrupted};
+  return {kBroken, kInterrupted};
+}
+
+std::vector<CallError> writeErrors(const SystemCall& call) {
+  const int fd = descriptor(call);
+  if (fd == STDOUT_FILENO || fd == STDERR_FILENO) return {kConsoleFull, kConsoleBroken, kInterrupted};
+  if (bSocket(call) || bPipe(call)) return {kClosed, kInterrupted};
+  return {kFull, kBroken, kInterrupted};
+}
+
+std::vector<CallError> controlErrors(const SystemCall& call) {
+  switch (descriptor(call, 1)) {
+    case F_DUPFD:
+    case F_DUPFD_CLOEXEC:
+      return {kNoDescriptor};
+    case F_SETLKW:
+    case F_OFD_SETLKW:
+      return {kNoLock, kInterrupted};
+    case F_SETLK:
+    case F_OFD_SETLK:
+      return {kNoLock};
+    default:
+      return {};
+  }
+}
+
+/// The path that an argument of the call names, absolute.
+std::string pathArgument(const SystemCall& call, const Target& target) {
+  std::string path = textAt(call.process, call.arguments.at(static_cast<std::size_t>(target.path)));
+  if (path.starts_with('/')) return path;
+  const int directory = target.directory < 0 ? AT_FDCWD : descriptor(call, static_cast<std::size_t>(target.directory));
+  const std::string from = directory == AT_FDCWD ? procPath(call.process, "/cwd") : descriptorPath(call, directory);
+  return linkAt(from) + "/" + path;
+}
+
+bool bCreates(const SystemCall& call) {
+  const std::uint64_t flags = call.arguments.at(call.number == SYS_openat ? 2 : 1);
+  return call.number == SYS_creat || ((flags & O_CREAT) != 0 && (flags & O_TMPFILE) != O_TMPFILE);
+}
+
+struct ErrorName {
+  int number;
+  const char* name;
+};
+
+constexpr std::array kErrorNames = {
+    ErrorName{ENOSPC, "ENOSPC"},         ErrorName{EIO, "EIO"},
+    ErrorName{EOPNOTSUPP, "EOPNOTSUPP"}, ErrorName{EMFILE, "EMFILE"},
+    ErrorName{ENOMEM, "ENOMEM"},         ErrorName{EAGAIN, "EAGAIN"},
+    ErrorName{ENOLCK, "ENOLCK"},         ErrorName{EPIPE, "EPIPE"},
+    ErrorName{ECONNRESET, "ECONNRESET"}, ErrorName{ECONNREFUSED, "ECONNREFUSED"},
+    ErrorName{EINTR, "EINTR"},
+};
+
+}  // namespace
+
+std::string nameOf(long call) {
+  const Row* const row = rowOf(call);
+  return row == nullptr ? "call " + std::to_string(call) : row->name;
+}
+
+std::vector<CallError> errorsOf(const SystemCall& call) {
+  switch (kindOf(call.number)) {
+    case Kind::kOpen:
+      return openErrors(call.number == SYS_creat ? O_CREAT : call.arguments[1]);
+    case Kind::kOpenAt:
+      return openErrors(call.arguments[2]);
+    case Kind::kRead:
+      return readErrors(call);
+    case Kind::kWrite:
+      return writeErrors(call);
+    case Kind::kCopy:
+    case Kind::kName:
+      return {kFull, kBroken};
+    case Kind::kAttribute:
+      return {kBroken, kFull};
+    case Kind::kSync:
+    case Kind::kRemove:
+    case Kind::kList:
+      return {kBroken};
+    case Kind::kExamine:
+      return {kBroken, kNoMemory};
+    case Kind::kDescriptor:
+      return {kNoDescriptor, kNoMemory};
+    case Kind::kMemory:
+    case Kind::kBreak:
+      return {kNoMemory};
+    case Kind::kFork:
+      return {kNoProcess, kNoMemory};
+    case Kind::kExecute:
+      return {kNoMemory, kBroken};
+    case Kind::kWait:
+    case Kind::kSleep:
+    case Kind::kRandom:
+      return {kInterrupted};
+    case Kind::kPoll:
+      return {kNoMemory, kInterrupted};
+    case Kind::kConnect:
+      return {kRefused, kInterrupted};
+    case Kind::kReceive:
+      return {kReset, kInterrupted};
+    case Kind::kSend:
+      return {kClosed, kInterrupted};
+    case Kind::kControl:
+      return controlErrors(call);
+    case Kind::kLock:
+      return {kNoLock, kInterrupted};
+    case Kind::kClose:
+      return {kBroken, kInterrupted};
+    case Kind::kTimer:
+      return {kTimerRefused};
+    case Kind::kNever:
+      break;
+  }
+  return {};
+}
+
+std::string madeVisible(const SystemCall& call) {
+  const Row* const row = rowOf(call.number);
+  if (row == nullptr) return {};
+  switch (row->kind) {
+    case Kind::kOpen:
+    case Kind::kOpenAt:
+      return bCreates(call) ? pathArgument(call, row->target) : std::string();
+    case Kind::kName:
+    case Kind::kAttribute:
+      return row->target.path < 0 ? descriptorPath(call, descriptor(call)) : pathArgument(call, row->target);
+    case Kind::kWrite:
+      return descriptor(call) <= STDERR_FILENO ? std::string() : descriptorPath(call, descriptor(call));
+    case Kind::kCopy:
+      return descriptorPath(call, descriptor(call, call.number == SYS_sendfile ? 0 : 2));
+    default:
+      return {};
+  }
+}
+
+std::string errorName(int number) {
+  const auto* const found = std::find_if(kErrorNames.begin(), kErrorNames.end(),
+                                         [&](const ErrorName& entry) { return entry.number == number; });
+  return found == kErrorNames.end() ? std::to_string(number) : found->name;
+}
+
+int errorNumber(std::string_view name) {
+  const auto* const found =
+      std::find_if(kErrorNames.begin(), kErrorNames.end(), [&](const ErrorName& entry) { return entry.name == name; });
+  return found == kErrorNames.end() ? 0 : found->number;
+}
+
+bool bFork(long call) {
+  return kindOf(call) == Kind::kFork;
+}
+
+bool bSleep(long call) {
+  return kindOf(call) == Kind::kSleep;
+}
+
+bool bClose(long call) {
+  return kindOf(call) == Kind::kClose;
+}
+
+bool bBreak(long call) {
+  return kindOf(call) == Kind::kBreak;
+}
+
+std::string textAt(pid_t process, std::uint64_t address) {
+  std::string text;
+  std::array<char, 256> piece{};
+  while (text.size() < 4096) {
+    // Up to the end of the page: the next one may not be there.
+    const std::size_t length = std::min<std::size_t>(piece.size(), 4096 - (address & 4095U));
+    iovec to{piece.data(), length};
+    iovec from{reinterpret_cast<void*>(address), length};
+    const ssize_t got = ::process_vm_readv(process, &to, 1, &from, 1, 0);
+    if (got <= 0) break;
+    const std::string_view gotten(piece.data(), static_cast<std::size_t>(got));
+    text.append(gotten.substr(0, gotten.find('\0')));
+    if (gotten.find('\0') != std::string_view::npos) return text;
+    address += static_cast<std::uint64_t>(got);
+  }
+  return text;
+}
+
+}  // namespace kelt::tests
