@@ -34,10 +34,11 @@ constexpr const char* kUsage =
     "                whole name, as the log has it, is tried and told in full\n"
     "  --pairs N     instead, N random pairs of an error and a kill while it is dealt with\n"
     "  --seed N      for --pairs (1)\n"
-    "  --log FILE    a line for each violation\n";
+    "  --log FILE    a line for each violation\n"
+    "  --calls NAME  instead, lists the system calls of an undisturbed run of that command\n";
 
 struct Options {
-  std::string binary, only, log;
+  std::string binary, only, log, calls;
   unsigned jobs = 2;
   std::size_t every = 1, pairs = 0;
   unsigned long seed = 1;
@@ -58,6 +59,8 @@ Options optionsIn(int argc, char** argv) {
       options.binary = fs::canonical(value);
     else if (name == "--only")
       options.only = value;
+    else if (name == "--calls")
+      options.calls = value;
     else if (name == "--log")
       options.log = fs::absolute(value);
     else if (name == "--jobs")
@@ -186,6 +189,16 @@ int tryOne(const Point& point, Plans& plans, Trials& trials) {
   return trial.violations.empty() ? 0 : 1;
 }
 
+int listCalls(const std::string& name, const Plans& plans) {
+  for (std::size_t n = 0; n < plans.suite.commands.size(); ++n) {
+    if (plans.suite.commands[n].name != name) continue;
+    for (const auto& call : plans.undisturbed[n].calls)
+      std::cout << nameOf(call.spot) << '\n';
+    return 0;
+  }
+  return 2;
+}
+
 int conclude(const Report& report, bool bComplete, std::chrono::steady_clock::time_point begin) {
   report.print(std::cout, bComplete);
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
@@ -211,6 +224,7 @@ int run(const Options& options) {
   Trials trials(plans.suite, texts, settingFor(options, servers[0].port, "first"));
   if (!bPlanned(plans, trials)) return 1;
 
+  if (!options.calls.empty()) return listCalls(options.calls, plans);
   if (const auto point = pointNamed(options.only, plans.suite)) return tryOne(*point, plans, trials);
   options.pairs != 0 ? addPairs(plans, options) : addPoints(plans, options);
   Report report{Exceptions(files.exceptions)};

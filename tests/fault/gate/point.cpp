@@ -21,15 +21,16 @@ std::vector<std::string> wordsOf(const std::string& text, char separator) {
   return words;
 }
 
-std::string nameOf(const Spot& spot) {
-  const std::string number = std::to_string(spot.call);
-  return spot.process == "0" ? number : spot.process + "/" + number;
-}
-
-Spot spotNamed(const std::string& name) {
+/// "openat-7", "0.2/close-1", and for the fifth allocation "5".
+std::optional<Spot> spotNamed(const std::string& name) {
+  Spot spot;
   const std::size_t slash = name.find('/');
-  if (slash == std::string::npos) return {"0", std::strtoul(name.c_str(), nullptr, 10)};
-  return {name.substr(0, slash), std::strtoul(name.c_str() + slash + 1, nullptr, 10)};
+  if (slash != std::string::npos) spot.process = name.substr(0, slash);
+  const std::string rest = name.substr(slash == std::string::npos ? 0 : slash + 1);
+  const std::size_t dash = rest.rfind('-');
+  if (dash != std::string::npos) spot.number = callNumber(rest.substr(0, dash));
+  spot.call = std::strtoul(rest.c_str() + (dash == std::string::npos ? 0 : dash + 1), nullptr, 10);
+  return spot.call == 0 || (dash != std::string::npos && spot.number < 0) ? std::nullopt : std::optional(spot);
 }
 
 std::vector<Point> allocationPoints(std::size_t command, const Undisturbed& undisturbed) {
@@ -43,6 +44,11 @@ std::vector<Point> allocationPoints(std::size_t command, const Undisturbed& undi
 
 std::string nameOf(Mode mode) {
   return kModeNames.at(static_cast<std::size_t>(mode));
+}
+
+std::string nameOf(const Spot& spot) {
+  const std::string process = spot.process == "0" ? "" : spot.process + "/";
+  return process + (spot.number < 0 ? "" : tests::nameOf(spot.number) + "-") + std::to_string(spot.call);
 }
 
 std::vector<Point> pointsOf(std::size_t command, const Undisturbed& undisturbed, Mode mode) {
@@ -78,8 +84,9 @@ std::optional<Point> pointNamed(const std::string& name, const Suite& suite) {
   std::size_t mode = 0;
   while (mode < kModeNames.size() && words[1] != kModeNames.at(mode))
     ++mode;
-  point.spot = spotNamed(words[2]);
-  if (point.command == suite.commands.size() || mode == kModeNames.size() || point.spot.call == 0) return std::nullopt;
+  const auto spot = spotNamed(words[2]);
+  if (!spot || point.command == suite.commands.size() || mode == kModeNames.size()) return std::nullopt;
+  point.spot = *spot;
   point.mode = static_cast<Mode>(mode);
   if (!bWithErrors(point.mode)) return words.size() == 3 ? std::optional(point) : std::nullopt;
   point.error = words.size() > 3 ? errorNumber(words[3]) : 0;

@@ -35,7 +35,10 @@ struct Point {
 /// All points of a command in one mode, in the order of its calls.
 [[nodiscard]] std::vector<Point> pointsOf(std::size_t command, const Undisturbed& undisturbed, Mode mode);
 
-/// "unmanaged:once:17:EIO", "managed-utf8:kill:0.2/5" (the fifth call of process 0.2), "...:pair:17:EIO:4".
+/// "openat-7", "0.2/close-1" of process 0.2, and for the fifth allocation "5".
+[[nodiscard]] std::string nameOf(const Spot& spot);
+
+/// "unmanaged:once:openat-7:EIO", "managed-utf8:kill:0.2/close-1", "managed-utf8:pair:openat-7:EIO:4".
 [[nodiscard]] std::string nameOf(const Point& point, const Suite& suite);
 
 /// The point of that name, as nameOf gives it; none for anything else.

@@ -1,6 +1,7 @@
 #include "fault/gate/server_process.h"
 
 #include <array>
+#include <csignal>
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,6 +24,7 @@ Pipe makePipe() {
 }
 
 [[noreturn]] void serve(const std::string& reply, const Pipe& told, int lifeline) {
+  ::signal(SIGPIPE, SIG_IGN);  // clients go away in the middle of an answer
   const TlsServer server({bodyAnswer(reply)});
   const std::string port = server.port();
   require(::write(told.in.get(), port.data(), port.size()) == static_cast<ssize_t>(port.size()), "tell the port");

@@ -98,7 +98,7 @@ std::vector<Spot> Trials::allocationsOf(const Command& command) {
   std::vector<Spot> spots;
   for (std::size_t n = 0; n < m_record->ways; ++n) {
     const NewWay& way = m_record->newWays.at(n);
-    spots.push_back({m_record->counts.at(way.process).process.data(), way.allocation});
+    spots.push_back({m_record->counts.at(way.process).process.data(), -1, way.allocation});
   }
   return spots;
 }
@@ -118,7 +118,7 @@ Undisturbed Trials::undisturbed(Command& command) {
   result.after = deviceTree();
   result.calls = std::move(outcome.calls);
   for (const RecordedCall& call : result.calls) {
-    if (tests::nameOf(call.number).starts_with("exec")) result.commandProcesses.insert(call.spot.process);
+    if (tests::nameOf(call.spot.number).starts_with("exec")) result.commandProcesses.insert(call.spot.process);
   }
   result.statusAgain = m_injector.runFree(programFor(command)).status;
   result.afterAgain = deviceTree();

@@ -217,9 +217,9 @@ void Follower::called(pid_t pid, Process& process) {
     process.visible = madeVisible(call);
   }
   if (std::exchange(process.bRepeats, false)) return goOn(pid);
-  ++process.calls;
+  const std::size_t which = ++process.calls[call.number];
   if (m_outcome.bHit) ++m_outcome.callsAfter;
-  if (m_plan.bRecord) m_outcome.calls.push_back({{process.name, process.calls}, call.number, errorsOf(call)});
+  if (m_plan.bRecord) m_outcome.calls.push_back({{process.name, call.number, which}, errorsOf(call)});
   if (inject(call, process, registers)) return;
   if (bSleep(call.number)) {
     ::usleep(kNap);
@@ -238,7 +238,7 @@ bool Follower::inject(const SystemCall& call, Process& process, user_regs_struct
     return true;
   }
   for (const Fault& fault : m_plan.faults) {
-    if (fault.at.call != process.calls || fault.at.process != process.name) continue;
+    if (!(fault.at == Spot{process.name, call.number, process.calls[call.number]})) continue;
     strike(fault, call, process, registers);
     return true;
   }

@@ -22,8 +22,8 @@ class Follower {
 
  private:
   struct Process {
-    std::string name;       ///< as in Spot; empty until the fork that made it is reported
-    std::size_t calls = 0;  ///< counted so far
+    std::string name;                   ///< as in Spot; empty until the fork that made it is reported
+    std::map<long, std::size_t> calls;  ///< counted so far
     unsigned forks = 0;
     bool bCounted = false;      ///< from the entry point on, until it becomes another program
     bool bAttached = false;     ///< has made its first stop

@@ -18,9 +18,11 @@
 
 namespace kelt::tests {
 
-/// A system call of a run: the `call`-th (from 1) of that process.
+/// A system call of a run: the `call`-th (from 1) of that number that the process makes. Counted by number, as two runs
+/// differ in how often the heap grows and how replies of a server come in pieces, and hardly in anything else.
 struct Spot {
   std::string process = "0";
+  long number = -1;
   std::size_t call = 0;
   bool operator==(const Spot&) const = default;
 };
@@ -53,7 +55,6 @@ struct Program {
 
 struct RecordedCall {
   Spot spot;
-  long number = 0;
   std::vector<CallError> errors;  ///< that it could have given
 };
 

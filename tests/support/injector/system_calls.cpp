@@ -357,6 +357,12 @@ std::string nameOf(long call) {
   return row == nullptr ? "call " + std::to_string(call) : row->name;
 }
 
+long callNumber(std::string_view name) {
+  const auto* const row =
+      std::find_if(kRows.begin(), kRows.end(), [&](const Row& candidate) { return candidate.name == name; });
+  return row == kRows.end() ? -1 : row->number;
+}
+
 std::vector<CallError> errorsOf(const SystemCall& call) {
   switch (kindOf(call.number)) {
     case Kind::kOpen:

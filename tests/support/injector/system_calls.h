@@ -40,6 +40,9 @@ struct SystemCall {
 /// "openat"; "call 999" for one that the table does not have.
 [[nodiscard]] std::string nameOf(long call);
 
+/// -1 for a name that the table does not have.
+[[nodiscard]] long callNumber(std::string_view name);
+
 /// The errors that this call can give with these arguments, the worst first; none for calls that cannot fail. Looks at
 /// what its descriptor is, in /proc of the calling process.
 [[nodiscard]] std::vector<CallError> errorsOf(const SystemCall& call);
