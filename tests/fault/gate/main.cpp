@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "fault/gate/place.h"
 #include "fault/gate/report.h"
 #include "fault/gate/server_process.h"
 #include "fault/gate/workers.h"
@@ -78,9 +79,6 @@ Options optionsIn(int argc, char** argv) {
   return options;
 }
 
-/// Where what the trials use stands on the private device: no path of the machine, with its blanks, gets into commands.
-constexpr const char* kPlace = "/gate";
-
 struct Files {
   std::string documents, exceptions;
 };
@@ -91,19 +89,10 @@ Files readSources() {
   return {readFile(sources + "/docs/console.md"), readFile(sources + "/tests/fault/exceptions.txt")};
 }
 
-std::string ownDirectory() {
-  return fs::read_symlink("/proc/self/exe").parent_path();
-}
-
-void bringPrograms() {
-  fs::create_directory(kPlace);
-  for (const char* name : {"kelt_gate_agent", "kelt_failing_allocations.so"})
-    fs::copy_file(ownDirectory() + "/" + name, std::string(kPlace) + "/" + name);
-}
-
-Setting settingFor(const Options& options, const std::string& port, const std::string& name) {
-  const std::string place = kPlace;
-  return {options.binary, place + "/kelt_failing_allocations.so", place + "/record." + name, port};
+Setting serverSetting(const Options& options, const std::string& port, const std::string& name) {
+  Setting setting = settingFor(options.binary, name);
+  setting.port = port;
+  return setting;
 }
 
 struct Plans {
@@ -161,7 +150,7 @@ void settlePair(Point& point, Trials& trials, const Undisturbed& undisturbed) {
 
 Work workOf(const Options& options, Plans& plans, const ConsoleTexts& texts, const std::string& port, unsigned worker) {
   separateDevice();
-  auto trials = std::make_shared<Trials>(plans.suite, texts, settingFor(options, port, std::to_string(worker)));
+  auto trials = std::make_shared<Trials>(plans.suite, texts, serverSetting(options, port, std::to_string(worker)));
   return [&plans, trials](std::size_t index) {
     Point point = plans.points.at(index);
     const Undisturbed& undisturbed = plans.undisturbed.at(point.command);
@@ -216,12 +205,12 @@ int run(const Options& options) {
   bringPrograms();
 
   Plans plans;
-  plans.suite = keltconfigSuite(KELT_SOURCE_DIR, std::string(kPlace) + "/kelt_gate_agent");
+  plans.suite = keltconfigSuite(KELT_SOURCE_DIR, kAgentProgram);
   std::vector<ServerProcess> servers;
   for (unsigned n = 0; n < options.jobs; ++n)
     servers.push_back(startServer(plans.suite.reply));
   const ConsoleTexts texts(files.documents);
-  Trials trials(plans.suite, texts, settingFor(options, servers[0].port, "first"));
+  Trials trials(plans.suite, texts, serverSetting(options, servers[0].port, "first"));
   if (!bPlanned(plans, trials)) return 1;
 
   if (!options.calls.empty()) return listCalls(options.calls, plans);

@@ -58,7 +58,11 @@ void addStates(Command& command, const Tree& tree) {
 }  // namespace
 
 Trials::Trials(Suite& suite, const ConsoleTexts& texts, Setting setting)
-    : m_suite(suite), m_texts(texts), m_setting(std::move(setting)), m_record(mapRecord(m_setting.record)) {}
+    : m_suite(suite),
+      m_texts(texts),
+      m_setting(std::move(setting)),
+      m_injector(m_setting.seconds),
+      m_record(mapRecord(m_setting.record)) {}
 
 Trials::~Trials() {
   ::munmap(m_record, sizeof *m_record);

@@ -19,6 +19,7 @@ struct Setting {
   std::string allocator;  ///< the preloaded one; a path without blanks and colons
   std::string record;     ///< for its counts; made anew
   std::string port;       ///< of the management server
+  int seconds = 20;       ///< that a run may take
 };
 
 /// What came of one point.

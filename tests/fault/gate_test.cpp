@@ -1,0 +1,209 @@
+// The gate finds what it is there to find: a small tool with one mistake after the other, and one without.
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <sys/wait.h>
+
+#include "fault/gate/exceptions.h"
+#include "fault/gate/place.h"
+#include "fault/gate/point.h"
+#include "fault/gate/trials.h"
+
+namespace kelt::tests::gate {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kSecret(400, 's');
+
+std::string inBuild(const char* name) {
+  return fs::read_symlink("/proc/self/exe").parent_path() / name;
+}
+
+std::string document() {
+  return readFile(KELT_SOURCE_DIR "/docs/console.md");
+}
+
+std::string exceptionFile() {
+  return readFile(KELT_SOURCE_DIR "/tests/fault/exceptions.txt");
+}
+
+Command plantedCommand(const std::string& mistake, Agent agent) {
+  Command command;
+  command.name = "planted";
+  command.arguments = {mistake};
+  command.agent = agent;
+  command.source = "/tmp/source";
+  put(command.first, "/opt/Quorvane/planted/data", "the old content");
+  put(command.first, "/tmp/source/secret", kSecret, 0600);
+  put(command.first, kAgentRuns, "");
+  return command;
+}
+
+/// Kinds of everything that is found at all points of these modes, but for what the list of exceptions excuses.
+std::set<std::string> found(const std::string& mistake, const std::vector<Mode>& modes, Agent agent = Agent::kUntouched,
+                            int seconds = 20) {
+  bringPrograms();
+  Suite suite;
+  suite.commands = {plantedCommand(mistake, agent)};
+  suite.secrets.addKey(kSecret);
+  const ConsoleTexts texts(document());
+  Setting setting = settingFor(inBuild("kelt_gate_planted"), "test");
+  setting.seconds = seconds;
+  Trials trials(suite, texts, setting);
+  const Undisturbed undisturbed = trials.undisturbed(suite.commands[0]);
+  Exceptions exceptions(exceptionFile());
+  std::set<std::string> kinds;
+  for (const Mode mode : modes) {
+    for (const Point& point : pointsOf(0, undisturbed, mode)) {
+      const Trial trial = trials.at(point, undisturbed);
+      EXPECT_TRUE(trial.bReached) << nameOf(point, suite);
+      for (const Violation& violation : trial.violations) {
+        if (exceptions.excuse(
+                {violation.kind, "planted", nameOf(mode), trial.role, trial.outcome.refused, violation.detail}))
+          continue;
+        kinds.insert(violation.kind);
+      }
+    }
+  }
+  return kinds;
+}
+
+using Kinds = std::set<std::string>;
+
+TEST(Gate, FindsNothingWhereNothingIsWrong) {
+  EXPECT_EQ(found("", {std::begin(kModes), std::end(kModes)}), Kinds{});
+}
+
+TEST(Gate, FindsATemporaryFileThatAFailureLeaves) {
+  EXPECT_EQ(found("keeps-temporary", {Mode::kOnce}), (Kinds{"left-over", "left-over-secret"}));
+}
+
+TEST(Gate, FindsATemporaryFileThatASignalLeaves) {
+  EXPECT_EQ(found("ends-at-once", {Mode::kTerminate}), (Kinds{"left-over", "left-over-secret"}));
+}
+
+TEST(Gate, FindsATemporaryFileThatTheRunAfterAKillLeaves) {
+  const Kinds kinds = found("never-sweeps", {Mode::kKill});
+  EXPECT_EQ(kinds.count("left-over"), 1U);
+  EXPECT_EQ(kinds.count("rerun-status"), 1U);
+}
+
+TEST(Gate, FindsASecretThatOthersCanReadForAMoment) {
+  EXPECT_EQ(found("world-readable", {Mode::kOnce}), Kinds{"exposed-secret"});
+  EXPECT_EQ(found("world-readable", {Mode::kKill}), Kinds{"exposed-secret"});
+}
+
+TEST(Gate, FindsASecretOnTheConsole) {
+  const Kinds kinds = found("shows-secret", {Mode::kOnce});
+  EXPECT_EQ(kinds.count("secret-shown"), 1U);
+}
+
+TEST(Gate, FindsACrash) {
+  EXPECT_EQ(found("crashes", {Mode::kOnce}), Kinds{"crash"});
+}
+
+TEST(Gate, FindsAnAbortForWantOfMemory) {
+  EXPECT_EQ(found("wants-memory", {Mode::kAllocate}), Kinds{"crash"});
+}
+
+TEST(Gate, FindsAHalfWrittenFile) {
+  EXPECT_EQ(found("writes-in-place", {Mode::kKill}), Kinds{"torn-file"});
+}
+
+TEST(Gate, FindsALostSource) {
+  EXPECT_EQ(found("borrows-source", {Mode::kOnce}), Kinds{"lost-source"});
+}
+
+TEST(Gate, FindsAnUndocumentedText) {
+  EXPECT_EQ(found("says-more", {Mode::kOnce}), Kinds{"unknown-text"});
+}
+
+TEST(Gate, FindsAnUndocumentedStatus) {
+  EXPECT_EQ(found("ends-otherwise", {Mode::kOnce}), Kinds{"unknown-status"});
+}
+
+TEST(Gate, FindsAStoppedAgent) {
+  EXPECT_EQ(found("leaves-agent-stopped", {Mode::kOnce}, Agent::kRunsOn), Kinds{"agent-stopped"});
+  EXPECT_EQ(found("leaves-agent-stopped", {Mode::kKill}, Agent::kRunsOn), Kinds{"agent-stopped-after-kill"});
+}
+
+TEST(Gate, FindsAnAgentThatIsNoneOfTheCommandsBusiness) {
+  EXPECT_EQ(found("touches-agent", {Mode::kTerminate}, Agent::kUntouched), Kinds{"agent-touched"});
+}
+
+TEST(Gate, FindsARunThatAnEarlierKillMakesFail) {
+  const Kinds kinds = found("stumbles", {Mode::kKill});
+  EXPECT_EQ(kinds.count("rerun-status"), 1U);
+  EXPECT_EQ(kinds.count("rerun-files"), 1U);
+}
+
+TEST(Gate, NamesAPointSoThatItIsFoundAgain) {
+  Suite suite;
+  suite.commands = {plantedCommand("", Agent::kUntouched)};
+  for (const char* name : {"planted:once:openat-2:EIO", "planted:on:0.1/execve-1:ENOMEM", "planted:kill:close-3",
+                           "planted:term:0.1.2/close-3", "planted:alloc:17", "planted:pair:write-1:ENOSPC:4"}) {
+    const auto point = pointNamed(name, suite);
+    ASSERT_TRUE(point) << name;
+    EXPECT_EQ(nameOf(*point, suite), name);
+  }
+  for (const char* name : {"", "planted", "planted:once", "other:kill:close-1", "planted:kill:nothing-1",
+                           "planted:kill:close-0", "planted:once:openat-2", "planted:maybe:close-1"}) {
+    EXPECT_FALSE(pointNamed(name, suite)) << name;
+  }
+}
+
+TEST(GateTexts, KnowsTheDocumentedLines) {
+  const ConsoleTexts texts(document());
+  EXPECT_GT(texts.size(), 60U);
+  EXPECT_EQ(texts.firstUnknownLine("4.6.0.2545\n\n there is a conflict \n"), "");
+  EXPECT_EQ(texts.firstUnknownLine("Error : Missing key file, /tmp/x\n"), "");
+  EXPECT_EQ(texts.firstUnknownLine("Contacting Zentor... OK\nExamining response... ERROR\n"), "");
+  EXPECT_EQ(texts.firstUnknownLine("Curl initialization ERROR\n0"), "");
+  EXPECT_TRUE(texts.bStatus(35));
+}
+
+TEST(GateTexts, KnowsNoOthers) {
+  const ConsoleTexts texts(document());
+  EXPECT_EQ(texts.firstUnknownLine("4.6.0.2545\nterminate called\n"), "terminate called");
+  EXPECT_EQ(texts.firstUnknownLine("0\n"), "0");
+  EXPECT_EQ(texts.firstUnknownLine(" there is a conflict"), " there is a conflict");
+  EXPECT_FALSE(texts.bStatus(6));
+  EXPECT_FALSE(texts.bStatus(99));
+}
+
+const Case kCase{"left-over", "unmanaged", "once", "tool", {"openat", "unlink"}, "/tmp/a.file: f 0600"};
+
+bool bExcused(const std::string& line) {
+  Exceptions exceptions(line);
+  const bool bDone = exceptions.excuse(kCase);
+  EXPECT_EQ(exceptions.all().front().matches, bDone ? 1U : 0U) << line;
+  return bDone;
+}
+
+TEST(GateExceptions, ExcuseWhatTheyDescribe) {
+  EXPECT_TRUE(bExcused("name | left-over | * | * | * | * | * | reason"));
+  EXPECT_TRUE(bExcused("name | left-over | stop,unmanaged | on,once | tool | rename,unlink | a.file | reason"));
+}
+
+TEST(GateExceptions, ExcuseNothingElse) {
+  EXPECT_FALSE(bExcused("name | torn-file | * | * | * | * | * | reason"));
+  EXPECT_FALSE(bExcused("name | left-over | stop | * | * | * | * | reason"));
+  EXPECT_FALSE(bExcused("name | left-over | * | on | * | * | * | reason"));
+  EXPECT_FALSE(bExcused("name | left-over | * | * | command | * | * | reason"));
+  EXPECT_FALSE(bExcused("name | left-over | * | * | * | rename | * | reason"));
+  EXPECT_FALSE(bExcused("name | left-over | * | * | * | * | b.file | reason"));
+}
+
+TEST(GateExceptions, NeedAllFields) {
+  EXPECT_THROW(Exceptions("name | left-over | * | * | * | * | reason"), std::runtime_error);
+  EXPECT_THROW(Exceptions("name | left-over | * | * | * | * | * | "), std::runtime_error);
+  EXPECT_EQ(Exceptions("# a comment\n\n").all().size(), 0U);
+  EXPECT_NO_THROW(Exceptions{exceptionFile()});
+}
+
+}  // namespace
+}  // namespace kelt::tests::gate
