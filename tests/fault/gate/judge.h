@@ -24,6 +24,12 @@ enum class End {
   kTerminated,  ///< by SIGTERM
 };
 
+/// How a run ended, and how it left the device.
+struct Ending {
+  int status = 0;  ///< as waitpid gives it
+  Tree tree;
+};
+
 /// Knows one command.
 class Judge {
  public:
@@ -33,8 +39,10 @@ class Judge {
   [[nodiscard]] Violations afterRun(const Outcome& outcome, End end, const Tree& tree) const;
 
   /// Everything that is wrong after a run of the same command without faults, on a device that an earlier run left as
-  /// `before`.
-  [[nodiscard]] Violations afterRerun(const Outcome& outcome, const Tree& before, const Tree& tree) const;
+  /// `before`. It ends as an undisturbed one does, or as `other`: what an error has done before the kill, by the rules,
+  /// another run does not undo.
+  [[nodiscard]] Violations afterRerun(const Outcome& outcome, const Tree& before, const Tree& tree,
+                                      const std::optional<Ending>& other) const;
 
  private:
   void judgeEnd(const Outcome& outcome, End end, Violations& found) const;

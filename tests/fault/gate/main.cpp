@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <random>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -35,11 +36,13 @@ constexpr const char* kUsage =
     "                whole name, as the log has it, is tried and told in full\n"
     "  --pairs N     instead, N random pairs of an error and a kill while it is dealt with\n"
     "  --seed N      for --pairs (1)\n"
+    "  --emulator \"COMMAND ARGUMENT...\"  runs the tool; then only calls that concern files are tried, and no "
+    "allocations\n"
     "  --log FILE    a line for each violation\n"
     "  --calls NAME  instead, lists the system calls of an undisturbed run of that command\n";
 
 struct Options {
-  std::string binary, only, log, calls;
+  std::string binary, emulator, only, log, calls;
   unsigned jobs = 2;
   std::size_t every = 1, pairs = 0;
   unsigned long seed = 1;
@@ -62,6 +65,8 @@ Options optionsIn(int argc, char** argv) {
       options.only = value;
     else if (name == "--calls")
       options.calls = value;
+    else if (name == "--emulator")
+      options.emulator = value;
     else if (name == "--log")
       options.log = fs::absolute(value);
     else if (name == "--jobs")
@@ -92,6 +97,9 @@ Files readSources() {
 Setting serverSetting(const Options& options, const std::string& port, const std::string& name) {
   Setting setting = settingFor(options.binary, name);
   setting.port = port;
+  std::istringstream words(options.emulator);
+  for (std::string word; words >> word;)
+    setting.emulator.push_back(word);
   return setting;
 }
 
@@ -141,10 +149,8 @@ void addPairs(Plans& plans, const Options& options) {
 }
 
 /// Puts the kill at one of the calls that follow the error. Chosen in proportion, so that it needs no state.
-void settlePair(Point& point, Trials& trials, const Undisturbed& undisturbed) {
-  Point alone = point;
-  alone.mode = Mode::kOnce;
-  const std::size_t calls = trials.at(alone, undisturbed).outcome.callsAfter;
+void settlePair(Point& point, Trials& trials) {
+  const std::size_t calls = trials.afterError(point).calls;
   point.later = calls == 0 ? 1 : point.later % calls + 1;
 }
 
@@ -154,7 +160,7 @@ Work workOf(const Options& options, Plans& plans, const ConsoleTexts& texts, con
   return [&plans, trials](std::size_t index) {
     Point point = plans.points.at(index);
     const Undisturbed& undisturbed = plans.undisturbed.at(point.command);
-    if (point.mode == Mode::kPair) settlePair(point, *trials, undisturbed);
+    if (point.mode == Mode::kPair) settlePair(point, *trials);
     return linesOf(trials->at(point, undisturbed), point, plans.suite);
   };
 }
@@ -222,7 +228,8 @@ int run(const Options& options) {
   });
   for (const std::string& line : lines)
     report.add(line, log);
-  return conclude(report, options.only.empty() && options.every == 1 && options.pairs == 0, begin);
+  return conclude(report, options.only.empty() && options.emulator.empty() && options.every == 1 && options.pairs == 0,
+                  begin);
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ void bringPrograms() {
 }
 
 Setting settingFor(const std::string& tool, const std::string& name) {
-  return {tool, kPlace + "kelt_failing_allocations.so", kPlace + "record." + name, {}};
+  return {tool, kPlace + "kelt_failing_allocations.so", kPlace + "record." + name, {}, {}};
 }
 
 }  // namespace kelt::tests::gate

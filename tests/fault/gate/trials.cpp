@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <new>
+#include <optional>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -68,17 +69,22 @@ Trials::~Trials() {
   ::munmap(m_record, sizeof *m_record);
 }
 
-Program Trials::programFor(const Command& /*command*/, const std::vector<std::string>& arguments) const {
-  Program program{m_setting.tool, arguments, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}};
-  for (std::string& argument : program.arguments) {
-    const std::size_t at = argument.find(kPort);
-    if (at != std::string::npos) argument.replace(at, std::string(kPort).size(), m_setting.port);
+Program Trials::programFor(const std::vector<std::string>& arguments) const {
+  std::vector<std::string> words = m_setting.emulator;
+  words.push_back(m_setting.tool);
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  for (std::string& word : words) {
+    const std::size_t at = word.find(kPort);
+    if (at != std::string::npos) word.replace(at, std::string(kPort).size(), m_setting.port);
   }
+  Program program{words.front(), {words.begin() + 1, words.end()}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {}};
+  // What the tool does first is to make sure of the directory of its lock.
+  if (!m_setting.emulator.empty()) program.begin = "/run/orv";
   return program;
 }
 
 Program Trials::countedProgram(const Command& command, const Spot* failing) const {
-  Program program = programFor(command);
+  Program program = programFor(command.arguments);
   program.environment.push_back("LD_PRELOAD=" + m_setting.allocator);
   program.environment.push_back(std::string(kRecordVariable) + "=" + m_setting.record);
   if (failing != nullptr) {
@@ -110,30 +116,31 @@ std::vector<Spot> Trials::allocationsOf(const Command& command) {
 Undisturbed Trials::undisturbed(Command& command) {
   for (const auto& arguments : command.variants) {
     bringDeviceTo(command.first);
-    (void)m_injector.runFree(programFor(command, arguments));
+    (void)m_injector.runFree(programFor(arguments));
     addStates(command, deviceTree());
   }
   Undisturbed result;
   Plan plan;
   plan.bRecord = true;
   bringDeviceTo(command.first);
-  Outcome outcome = m_injector.run(programFor(command), plan);
+  Outcome outcome = m_injector.run(programFor(command.arguments), plan);
   result.status = outcome.status;
   result.after = deviceTree();
   result.calls = std::move(outcome.calls);
   for (const RecordedCall& call : result.calls) {
     if (tests::nameOf(call.spot.number).starts_with("exec")) result.commandProcesses.insert(call.spot.process);
   }
-  result.statusAgain = m_injector.runFree(programFor(command)).status;
+  result.statusAgain = m_injector.runFree(programFor(command.arguments)).status;
   result.afterAgain = deviceTree();
-  result.allocations = allocationsOf(command);
+  // The allocator is not one for the emulated machine.
+  if (m_setting.emulator.empty()) result.allocations = allocationsOf(command);
   return result;
 }
 
 Violations Trials::judgeUndisturbed(const Command& command, const Undisturbed& undisturbed) {
   bringDeviceTo(command.first);
   const Judge judge(command, undisturbed, m_texts, m_suite.secrets);
-  const Outcome outcome = m_injector.runFree(programFor(command));
+  const Outcome outcome = m_injector.runFree(programFor(command.arguments));
   Violations found = judge.afterRun(outcome, End::kByItself, deviceTree());
   if (outcome.status != 0) found.push_back({"unknown-status", "an undisturbed run fails: " + outcome.output});
   if (undisturbed.calls.empty()) found.push_back({"crash", "an undisturbed run makes no system call"});
@@ -156,13 +163,28 @@ Outcome Trials::strike(const Point& point, const Command& command, Violations& e
   const Watcher watcher = [&](const std::string& path) {
     if (m_suite.secrets.bExposedAt(path)) exposed.push_back({"exposed-secret", "for a moment, " + path});
   };
-  return m_injector.run(programFor(command), plan, watcher);
+  return m_injector.run(programFor(command.arguments), plan, watcher);
+}
+
+AfterError Trials::afterError(const Point& point) {
+  const Command& command = m_suite.commands.at(point.command);
+  Point alone = point;
+  alone.mode = Mode::kOnce;
+  Violations ignored;  // those of the mode "once"
+  bringDeviceTo(command.first);
+  AfterError result;
+  result.calls = strike(alone, command, ignored).callsAfter;
+  result.next.status = m_injector.runFree(programFor(command.arguments)).status;
+  result.next.tree = deviceTree();
+  return result;
 }
 
 Trial Trials::at(const Point& point, const Undisturbed& undisturbed) {
   const Command& command = m_suite.commands.at(point.command);
   const Judge judge(command, undisturbed, m_texts, m_suite.secrets);
   Trial trial;
+  std::optional<Ending> afterErrorAlone;
+  if (point.mode == Mode::kPair) afterErrorAlone = afterError(point).next;
   bringDeviceTo(command.first);
   trial.outcome = strike(point, command, trial.violations);
   trial.bReached = point.mode == Mode::kPair && point.later != 0 ? trial.outcome.bKilledAfter : trial.outcome.bHit;
@@ -172,8 +194,8 @@ Trial Trials::at(const Point& point, const Undisturbed& undisturbed) {
   trial.violations.insert(trial.violations.end(), found.begin(), found.end());
   if (!bKills(point.mode)) return trial;
   trial.bRerun = true;
-  trial.rerun = m_injector.runFree(programFor(command));
-  const Violations again = judge.afterRerun(trial.rerun, tree, deviceTree());
+  trial.rerun = m_injector.runFree(programFor(command.arguments));
+  const Violations again = judge.afterRerun(trial.rerun, tree, deviceTree(), afterErrorAlone);
   trial.violations.insert(trial.violations.end(), again.begin(), again.end());
   return trial;
 }

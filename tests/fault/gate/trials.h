@@ -16,10 +16,11 @@ namespace kelt::tests::gate {
 /// What the trials need beside the suite, as paths that hold on the private device.
 struct Setting {
   std::string tool;
-  std::string allocator;  ///< the preloaded one; a path without blanks and colons
-  std::string record;     ///< for its counts; made anew
-  std::string port;       ///< of the management server
-  int seconds = 20;       ///< that a run may take
+  std::string allocator;              ///< the preloaded one; a path without blanks and colons
+  std::string record;                 ///< for its counts; made anew
+  std::vector<std::string> emulator;  ///< a command that runs the tool; empty where it runs by itself
+  std::string port;                   ///< of the management server
+  int seconds = 20;                   ///< that a run may take
 };
 
 /// What came of one point.
@@ -30,6 +31,12 @@ struct Trial {
   Outcome rerun;
   Violations violations;
   std::string role;  ///< of the process that met the fault: "tool", "command" (about to become one) or "helper"
+};
+
+/// What follows when a call fails and nothing else happens.
+struct AfterError {
+  std::size_t calls = 0;  ///< that the run makes after it
+  Ending next;            ///< of the same command, undisturbed, after that run
 };
 
 class Trials {
@@ -46,11 +53,13 @@ class Trials {
   /// What is wrong with that alone.
   [[nodiscard]] Violations judgeUndisturbed(const Command& command, const Undisturbed& undisturbed);
 
+  /// For a point of the mode "pair".
+  [[nodiscard]] AfterError afterError(const Point& point);
+
   [[nodiscard]] Trial at(const Point& point, const Undisturbed& undisturbed);
 
  private:
-  [[nodiscard]] Program programFor(const Command& command, const std::vector<std::string>& arguments) const;
-  [[nodiscard]] Program programFor(const Command& command) const { return programFor(command, command.arguments); }
+  [[nodiscard]] Program programFor(const std::vector<std::string>& arguments) const;
   [[nodiscard]] Program countedProgram(const Command& command, const Spot* failing) const;
   [[nodiscard]] Outcome strike(const Point& point, const Command& command, Violations& exposed);
   [[nodiscard]] std::vector<Spot> allocationsOf(const Command& command);

@@ -64,8 +64,8 @@ constexpr useconds_t kNap = 1000;
 
 }  // namespace
 
-Follower::Follower(pid_t child, const Plan& plan, const Watcher& watcher)
-    : m_plan(plan), m_watcher(watcher), m_child(child) {
+Follower::Follower(pid_t child, const Program& program, const Plan& plan, const Watcher& watcher)
+    : m_begin(program.begin), m_plan(plan), m_watcher(watcher), m_child(child) {
   m_processes[child].name = "0";
   m_processes[child].bAttached = true;
   int status = 0;
@@ -165,7 +165,7 @@ void Follower::removeBreakpoint(pid_t pid, user_regs_struct& registers) {
 void Follower::executed(pid_t pid, Process& process) {
   if (pid == m_child && m_entry == 0) {
     m_entry = entryPoint(pid);
-    setBreakpoint(pid, m_entry);
+    if (m_begin.empty()) setBreakpoint(pid, m_entry);
   } else {
     process.bCounted = false;  // a command, and no business of ours
   }
@@ -208,10 +208,19 @@ void Follower::tellWatcher(Process& process) {
   process.visible.clear();
 }
 
+/// Whether the call is one of those that count; what an emulator does for itself is not.
+bool Follower::bCountedNow(const SystemCall& call, Process& process) {
+  if (m_begin.empty()) return process.bCounted;
+  if (process.name == "0" && !process.bCounted) process.bCounted = madeVisible(call).starts_with(m_begin);
+  return process.bCounted && bOfFiles(call.number);
+}
+
 void Follower::called(pid_t pid, Process& process) {
   user_regs_struct registers{};
-  if (!process.bCounted || !bAsked(PTRACE_GETREGS, pid, &registers)) return goOn(pid);
+  const bool bWaited = process.name == "0" && !m_begin.empty();
+  if (!(process.bCounted || bWaited) || !bAsked(PTRACE_GETREGS, pid, &registers)) return goOn(pid);
   const SystemCall call = callIn(pid, registers);
+  if (!bCountedNow(call, process)) return goOn(pid);
   if (m_watcher) {
     tellWatcher(process);
     process.visible = madeVisible(call);

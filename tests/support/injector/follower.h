@@ -15,7 +15,7 @@ namespace kelt::tests {
 /// Follows a child that has asked for it (PTRACE_TRACEME) and stopped itself, to the end of all that it starts.
 class Follower {
  public:
-  Follower(pid_t child, const Plan& plan, const Watcher& watcher);
+  Follower(pid_t child, const Program& program, const Plan& plan, const Watcher& watcher);
 
   /// Everything of an Outcome but the two outputs.
   [[nodiscard]] Outcome follow(const Deadline& deadline);
@@ -42,6 +42,7 @@ class Follower {
   bool stepToMain(pid_t pid, user_regs_struct& registers);
   void setBreakpoint(pid_t pid, unsigned long address);
   void removeBreakpoint(pid_t pid, user_regs_struct& registers);
+  bool bCountedNow(const SystemCall& call, Process& process);
   void called(pid_t pid, Process& process);
   void returned(pid_t pid, Process& process);
   void tellWatcher(Process& process);
@@ -53,6 +54,7 @@ class Follower {
   void hit(const SystemCall& call, const Process& process, const std::string& how);
   void kill(pid_t pid);
 
+  const std::string& m_begin;  // of the program
   const Plan& m_plan;
   const Watcher& m_watcher;
   pid_t m_child;

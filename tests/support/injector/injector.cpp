@@ -115,7 +115,7 @@ void Injector::collect(Outcome& outcome) {
 Outcome Injector::run(const Program& program, const Plan& plan, const Watcher& watcher) {
   const Deadline deadline(m_seconds);
   const pid_t child = start(program, true);
-  Follower follower(child, plan, watcher);
+  Follower follower(child, program, plan, watcher);
   Outcome outcome = follower.follow(deadline);
   collect(outcome);
   return outcome;

@@ -51,6 +51,9 @@ struct Program {
   std::string path;
   std::vector<std::string> arguments;    ///< without the program's name
   std::vector<std::string> environment;  ///< "NAME=value"
+  /// Not empty for a program that an emulator runs, which makes calls of its own: then only calls that concern files
+  /// are counted, from the first on that makes something at a path that begins with this.
+  std::string begin;
 };
 
 struct RecordedCall {

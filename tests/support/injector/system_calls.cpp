@@ -450,8 +450,25 @@ int errorNumber(std::string_view name) {
   return found == kErrorNames.end() ? 0 : found->number;
 }
 
-bool bFork(long call) {
-  return kindOf(call) == Kind::kFork;
+bool bOfFiles(long call) {
+  switch (kindOf(call)) {
+    case Kind::kOpen:
+    case Kind::kOpenAt:
+    case Kind::kRead:
+    case Kind::kWrite:
+    case Kind::kCopy:
+    case Kind::kSync:
+    case Kind::kName:
+    case Kind::kRemove:
+    case Kind::kAttribute:
+    case Kind::kExamine:
+    case Kind::kList:
+    case Kind::kControl:
+    case Kind::kClose:
+      return true;
+    default:
+      return false;
+  }
 }
 
 bool bSleep(long call) {

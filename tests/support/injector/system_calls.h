@@ -58,7 +58,7 @@ struct SystemCall {
 [[nodiscard]] int errorNumber(std::string_view name);
 
 /// The kind of call, as far as whoever injects faults has to know it.
-[[nodiscard]] bool bFork(long call);
+[[nodiscard]] bool bOfFiles(long call);
 [[nodiscard]] bool bSleep(long call);
 [[nodiscard]] bool bClose(long call);
 [[nodiscard]] bool bBreak(long call);
