@@ -24,11 +24,11 @@ std::string inBuild(const char* name) {
 }
 
 std::string document() {
-  return readFile(KELT_SOURCE_DIR "/docs/console.md");
+  return readFile(inBuild("gate/console.md"));
 }
 
 std::string exceptionFile() {
-  return readFile(KELT_SOURCE_DIR "/tests/fault/exceptions.txt");
+  return readFile(inBuild("gate/exceptions.txt"));
 }
 
 Command plantedCommand(const std::string& mistake, Agent agent) {

@@ -23,7 +23,7 @@ using Injecting = PrivateDevice;
 Program program() {
   putFile("/opt/Quorvane/planted/data", "old");
   putFile("/tmp/source/secret", "secret", 0600);
-  return {fs::read_symlink("/proc/self/exe").parent_path() / "kelt_gate_planted", {}, {}};
+  return {fs::read_symlink("/proc/self/exe").parent_path() / "kelt_gate_planted", {}, {}, {}};
 }
 
 std::size_t countOf(const Outcome& outcome, long number) {

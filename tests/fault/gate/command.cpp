@@ -185,7 +185,7 @@ Command plain(const std::string& name, std::vector<std::string> arguments, Tree 
 Tree deviceWithAgent(const std::string& sources, const std::string& agent, bool bRunning) {
   Tree tree;
   for (const auto& item : fs::recursive_directory_iterator(sources + "/device/root")) {
-    const std::string path = "/" + fs::relative(item.path(), sources + "/device/root").string();
+    const std::string path = "/" + item.path().lexically_relative(sources + "/device/root").string();
     if (item.is_regular_file()) put(tree, path, replaced(readFile(item.path()), kInstall + "/bin/agent", agent));
   }
   for (const char* directory : {"/logs", "/update"})

@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -12,6 +13,7 @@
 #include <optional>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,6 +22,7 @@
 #include "fault/gate/server_process.h"
 #include "fault/gate/workers.h"
 #include "support/private_device.h"
+#include "support/private_root.h"
 
 namespace {
 
@@ -27,8 +30,9 @@ using namespace kelt::tests::gate;  // NOLINT(google-build-using-namespace)
 namespace fs = std::filesystem;
 
 constexpr const char* kUsage =
-    "kelt_gate --binary KELTCONFIG [--jobs N] [--every N] [--only POINT] [--pairs N] [--seed N] [--log FILE]\n"
+    "kelt_gate --binary NAME [--jobs N] [--every N] [--only POINT] [--pairs N] [--seed N] [--log FILE]\n"
     "\n"
+    "  --binary NAME the tool to try, which stands beside this program\n"
     "  --jobs N      processes that share the work (2)\n"
     "  --every N     only each N-th point\n"
     "  --only POINT  only the points whose name begins with this, for instance \"unmanaged\" or \"unmanaged:kill\"; "
@@ -60,7 +64,7 @@ Options optionsIn(int argc, char** argv) {
     const std::string value = argv[n + 1];
     const auto number = [&] { return std::max(1UL, std::strtoul(value.c_str(), nullptr, 10)); };
     if (name == "--binary")
-      options.binary = fs::canonical(value);
+      options.binary = fs::path(value).filename();
     else if (name == "--only")
       options.only = value;
     else if (name == "--calls")
@@ -68,7 +72,7 @@ Options optionsIn(int argc, char** argv) {
     else if (name == "--emulator")
       options.emulator = value;
     else if (name == "--log")
-      options.log = fs::absolute(value);
+      options.log = value;
     else if (name == "--jobs")
       options.jobs = static_cast<unsigned>(number());
     else if (name == "--every")
@@ -88,14 +92,37 @@ struct Files {
   std::string documents, exceptions;
 };
 
-/// What is not to be seen once the device is entered.
+/// Where the device, in which this program is started anew, has what only the machine has: below descriptors that stay
+/// open.
+constexpr const char* kSources = "KELT_GATE_SOURCES";
+constexpr const char* kLog = "KELT_GATE_LOG";
+
+void keep(const char* variable, const std::string& path, int flags) {
+  const int fd = ::open(path.c_str(), flags, 0644);
+  if (fd < 0) throw std::runtime_error(path + " cannot be opened");
+  ::setenv(variable, ("/proc/self/fd/" + std::to_string(fd)).c_str(), 1);
+}
+
+std::string keptAt(const char* variable) {
+  const char* path = std::getenv(variable);
+  return path == nullptr ? "/dev/null" : path;
+}
+
+/// Opens what the device hides. The tool has to stand beside this program, as the device has that directory alone.
+void prepare(int argc, char** argv) {
+  const Options options = optionsIn(argc, argv);
+  if (!fs::exists(fs::read_symlink("/proc/self/exe").parent_path() / options.binary)) refuse();
+  keep(kSources, KELT_SOURCE_DIR, O_PATH | O_DIRECTORY);
+  if (!options.log.empty()) keep(kLog, options.log, O_WRONLY | O_CREAT | O_TRUNC);
+}
+
 Files readSources() {
-  const std::string sources = KELT_SOURCE_DIR;
+  const std::string sources = keptAt(kSources);
   return {readFile(sources + "/docs/console.md"), readFile(sources + "/tests/fault/exceptions.txt")};
 }
 
 Setting serverSetting(const Options& options, const std::string& port, const std::string& name) {
-  Setting setting = settingFor(options.binary, name);
+  Setting setting = settingFor(std::string(kelt::tests::kPrivateBuild) + "/" + options.binary, name);
   setting.port = port;
   std::istringstream words(options.emulator);
   for (std::string word; words >> word;)
@@ -205,13 +232,12 @@ int conclude(const Report& report, bool bComplete, std::chrono::steady_clock::ti
 
 int run(const Options& options) {
   const auto begin = std::chrono::steady_clock::now();
-  std::ofstream log(options.log.empty() ? "/dev/null" : options.log);
+  std::ofstream log(keptAt(kLog));
   const Files files = readSources();
-  kelt::tests::enterPrivateDevice();
   bringPrograms();
 
   Plans plans;
-  plans.suite = keltconfigSuite(KELT_SOURCE_DIR, kAgentProgram);
+  plans.suite = keltconfigSuite(keptAt(kSources), kAgentProgram);
   std::vector<ServerProcess> servers;
   for (unsigned n = 0; n < options.jobs; ++n)
     servers.push_back(startServer(plans.suite.reply));
@@ -236,6 +262,8 @@ int run(const Options& options) {
 
 int main(int argc, char** argv) {
   try {
+    if (!kelt::tests::bOnPrivateRoot()) prepare(argc, argv);
+    kelt::tests::enterPrivateDevice(argv);  // returns in the device only
     return run(optionsIn(argc, argv));
   } catch (const std::exception& error) {
     std::cerr << "kelt_gate: " << error.what() << '\n';

@@ -22,6 +22,7 @@ constexpr const char* kData = "/opt/Quorvane/planted/data";
 constexpr const char* kTemporary = "/opt/Quorvane/planted/.data-new";
 constexpr const char* kSecret = "/opt/Quorvane/planted/secret";
 constexpr const char* kTemporarySecret = "/opt/Quorvane/planted/.secret-new";
+constexpr const char* kTemporarySource = "/tmp/source/.temporary";
 constexpr const char* kSource = "/tmp/source/secret";
 constexpr const char* kAgent = "/gate/kelt_gate_agent";
 constexpr std::string_view kContent = "the new content of the file, written in one go\n";
@@ -68,7 +69,7 @@ bool bSecretCopied() {
   if (bMistaken("shows-secret")) say(secret);
   if (!bMistaken("borrows-source")) return bReplaced(kSecret, kTemporarySecret, secret);
   ::unlink(kSource);
-  return bReplaced(kSecret, kTemporarySecret, secret) && bReplaced(kSource, kTemporarySecret, secret);
+  return bReplaced(kSecret, kTemporarySecret, secret) && bReplaced(kSource, kTemporarySource, secret);
 }
 
 void command(const char* verb) {
