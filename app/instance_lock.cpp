@@ -3,12 +3,13 @@
 #include <new>
 #include <stdexcept>
 
+#include "helper/agent_paths.h"
 #include "platform/logger.h"
 
 namespace kelt::app {
 namespace {
 
-constexpr const char* kLockName = "71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex";
+constexpr const char* kLockName = helper::paths::kInstanceLock;
 constexpr std::uint32_t kLockSeconds = 300;
 
 }  // namespace

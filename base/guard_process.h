@@ -24,8 +24,11 @@ class GuardProcess {
 
   GuardProcess(GuardProcess&&) = default;
   GuardProcess& operator=(GuardProcess&&) = delete;
-  /// Dismisses it: it ends without having acted.
+  /// Dismisses it: it ends without having acted, unless it was told to take over.
   ~GuardProcess();
+
+  /// Lets it act as if this process had died, without waiting for it.
+  void takeOver() { m_farewell.reset(); }
 
  private:
   explicit GuardProcess(UniqueFd farewell) : m_farewell(std::move(farewell)) {}

@@ -23,6 +23,11 @@ inline constexpr const wchar_t* kServerKey2048 = L"/sr2048pubkey.bin";
 inline constexpr const wchar_t* kServerKey = L"/srpubkey.bin";
 inline constexpr const wchar_t* kSiteList = L"/SiteList.xml";
 
+/// The lock between runs, by its name, and the marks of what a run owes the agent, in the directory of the lock.
+inline constexpr const char* kInstanceLock = "71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex";
+inline constexpr const char* kStartOwed = "/run/orv-locks/agent-stopped";
+inline constexpr const char* kPlugInsOwed = "/run/orv-locks/plug-ins-unloaded";
+
 /// What the agent caches of its server.
 inline constexpr const wchar_t* kServerSiteList = L"/ServerSiteList.xml";
 inline constexpr const wchar_t* kSiteCache = L"/sitecache.bin";

@@ -1,9 +1,19 @@
 #pragma once
 // The interface through which the driver acts on the installed agent.
 
+#include <memory>
 #include <string>
 
 namespace kelt::helper {
+
+/// The word of a run that it will start the agent, for as long as the object lives.
+class StartPromise {
+ public:
+  StartPromise() = default;
+  StartPromise(const StartPromise&) = delete;
+  StartPromise& operator=(const StartPromise&) = delete;
+  virtual ~StartPromise() = default;
+};
 
 /// Everything a run can do to the agent. Operations print their messages themselves.
 class CommandLineHelper {
@@ -43,6 +53,10 @@ class CommandLineHelper {
   /// Kept for products that store passwords in a site list; this agent has none. Does nothing, returns true.
   virtual bool RestitueBinFilesSLPwdsToPlainTxt();
   virtual bool EncryptBinFilesSLPwds();
+
+  /// To be called before StopORVService by whoever is to start the agent afterwards, and kept until that was done: an
+  /// agent that knows how has it started even where the run dies in between. Null where it does not.
+  [[nodiscard]] virtual std::unique_ptr<StartPromise> promiseStart();
 };
 
 }  // namespace kelt::helper

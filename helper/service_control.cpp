@@ -5,6 +5,8 @@
 #include "base/console.h"
 #include "helper/agent_paths.h"
 #include "helper/messages.h"
+#include "helper/owed_start.h"
+#include "helper/start_promise.h"
 #include "helper/unix_command_line_helper.h"
 #include "platform/config_directory.h"
 #include "platform/refusals.h"
@@ -43,7 +45,8 @@ const char* complaintAbout(ConfigDirectory::State state) {
 /// Runs the command that each product but the agent names in the element `element`, in the order of the directory.
 /// Returns false, with a message and nothing run, when the configuration directory cannot be used: it was fine when the
 /// agent's own file was found in it, so it has changed since.
-bool runPlugInCommands(const unixCommandLineHelper& helper, const wchar_t* element) {
+template <typename Run>
+bool runPlugInCommands(const wchar_t* element, Run run) {
   ConfigDirectory directory = openConfigDirectory();
   if (const char* complaint = complaintAbout(directory.state())) {
     base::printLine(std::string_view(complaint));
@@ -54,28 +57,56 @@ bool runPlugInCommands(const unixCommandLineHelper& helper, const wchar_t* eleme
     if (ConfigDirectory::bAgent(*name)) continue;
     const auto config = logged(directory.load(*name));
     if (!config) continue;
-    if (const auto command = config->firstText(element)) helper.ExecCmd(*command);
+    if (const auto command = config->firstText(element)) run(*command);
   }
   return true;
 }
 
+/// An agent that is to stay stopped is owed nothing, whatever an earlier run owed it.
+void forgiveDebts() {
+  settle(Owed::kStart);
+  settle(Owed::kPlugIns);
+}
+
 }  // namespace
+
+std::unique_ptr<StartPromise> CommandLineHelper::promiseStart() {
+  return nullptr;
+}
+
+std::unique_ptr<StartPromise> unixCommandLineHelper::promiseStart() {
+  return guardedPromise(*this);
+}
 
 bool unixCommandLineHelper::StartORVService() {
   const auto config = logged(openConfigDirectory().loadAgent());
-  if (!config || !ExecCmd(config->firstTextOrEmpty(L"StartCommand"))) return false;
+  if (!config) return false;
+  if (!run(
+          config->firstTextOrEmpty(L"StartCommand"), [] { settle(Owed::kStart); }, true))
+    return false;
   // From here on the agent runs, whatever becomes of the plug-ins.
-  runPlugInCommands(*this, L"LoadOrvPluginCommand");
+  loadPlugIns();
   return true;
 }
 
+void unixCommandLineHelper::loadPlugIns() const {
+  runPlugInCommands(L"LoadOrvPluginCommand", [&](const std::wstring& command) { run(command, nullptr, true); });
+  settle(Owed::kPlugIns);
+}
+
 bool unixCommandLineHelper::StopORVService() {
+  using Last = void (*)();
+  const Last oweStart = m_bStartPromised ? Last([] { owe(Owed::kStart); }) : nullptr;
+  const Last owePlugIns = m_bStartPromised ? Last([] { owe(Owed::kPlugIns); }) : nullptr;
   const auto config = logged(openConfigDirectory().loadAgent());
   if (!config) return false;
   const std::wstring stopCommand = config->firstTextOrEmpty(L"StopCommand");
+  const auto unload = [&](const std::wstring& command) { run(command, owePlugIns, false); };
   // A directory that others may have changed meanwhile is no ground to stop the agent on; that counts as done.
-  if (!runPlugInCommands(*this, L"UnloadOrvPluginCommand")) return true;
-  return ExecCmd(stopCommand);
+  if (!runPlugInCommands(L"UnloadOrvPluginCommand", unload)) return true;
+  if (!run(stopCommand, oweStart, false)) return false;
+  if (!m_bStartPromised) forgiveDebts();
+  return true;
 }
 
 }  // namespace kelt::helper

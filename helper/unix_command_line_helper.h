@@ -25,6 +25,15 @@ class unixCommandLineHelper : public CommandLineHelper {
                  std::wstring logFile, bool fFlag, bool provision, std::wstring server, std::wstring user,
                  std::wstring password) override;
 
+  std::unique_ptr<StartPromise> promiseStart() override;
+
+  /// Whether the next stop is one that a start is to follow: it then leaves the marks of helper/owed_start.h.
+  void setStartPromised(bool promised) { m_bStartPromised = promised; }
+
+  /// Runs the load command of every other product, the second half of StartORVService. Says on the console why not,
+  /// where the configuration directory cannot be used.
+  void loadPlugIns() const;
+
   /// Finds the agent's own configuration file: "config.xml" in the first directory, as readdir yields them, whose name
   /// contains "ZENTORAGENT". Leaves `path` as it was when there is none, or when the configuration directory is
   /// missing, not owned by root, or writable by others.
@@ -76,6 +85,11 @@ class unixCommandLineHelper : public CommandLineHelper {
   /// Whether the source directory is the one into which provisioning put its files.
   [[nodiscard]] bool bFetchedHere() const;
 
+  /// Runs a command line as ExecCmd does. In the child, `last` is called just before it becomes the program; it must be
+  /// async-signal-safe, and may be null. With `bPatient` a process that the system refuses is asked for again and
+  /// again, for some seconds, with a line in the log.
+  bool run(const std::wstring& commandLine, void (*last)(), bool bPatient) const;
+
   std::wstring m_versionString;
   std::wstring m_sourceDir;
   bool m_provisionFromServer = false;
@@ -83,6 +97,7 @@ class unixCommandLineHelper : public CommandLineHelper {
   std::string m_user;
   std::string m_password;
   std::int32_t m_provisionResult = 0;
+  bool m_bStartPromised = false;
   std::optional<FileId> m_fetchedInto;  ///< the directory into which provisioning put its files
 };
 

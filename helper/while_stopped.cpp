@@ -22,6 +22,17 @@ void logFailure(const wchar_t* step, const char* why) noexcept {
   }
 }
 
+/// Only where the agent is to run again in any case. Without a promise, which may lack memory too, the work goes on.
+std::unique_ptr<StartPromise> promiseOf(CommandLineHelper& agent, StartAgain startAgain) noexcept {
+  if (startAgain != StartAgain::kAlways) return nullptr;
+  try {
+    return agent.promiseStart();
+  } catch (const std::exception& error) {
+    logFailure(L"No guard starts the agent should this run die: ", error.what());
+    return nullptr;
+  }
+}
+
 enum class Ended { kWell, kBadly, kThrew };
 
 /// Takes a step. `failed` is the log's text for an exception, followed by what it was.
@@ -55,6 +66,7 @@ bool bToStart(StartAgain startAgain, bool bDone) {
 
 Interruption whileStopped(CommandLineHelper& agent, StartAgain startAgain, const std::function<bool()>& work) noexcept {
   const base::DeferredSignals untilTheAgentRuns;
+  const std::unique_ptr<StartPromise> promise = promiseOf(agent, startAgain);
   const Ended stop = attempt(L"Stopping the agent failed: ", [&] { return agent.StopORVService(); });
   if (stop == Ended::kBadly) return {};
   Interruption result;

@@ -1,0 +1,25 @@
+#pragma once
+// What the agent is owed by a run that stops it only for a while.
+//
+// Each debt is a mark, an empty file in the directory of the lock, made and removed under the lock: it outlives the run
+// that made it, and tells whoever takes the lock next. The directory is in memory: a device that comes up anew starts
+// the agent by itself.
+
+namespace kelt::helper {
+
+enum class Owed {
+  kStart,    ///< the agent was stopped: "agent-stopped"
+  kPlugIns,  ///< plug-ins were unloaded: "plug-ins-unloaded"
+};
+
+/// Makes the mark. For a child, between fork and exec, just before it becomes the command that makes the debt, so that
+/// there is no moment at which mark and agent differ (async-signal-safe). What cannot be made is done without.
+void owe(Owed what) noexcept;
+
+/// Removes the mark, if it is there, likewise: for the child that becomes the command that pays the debt.
+void settle(Owed what) noexcept;
+
+/// Whether the mark is there.
+[[nodiscard]] bool bOwed(Owed what) noexcept;
+
+}  // namespace kelt::helper

@@ -1,0 +1,83 @@
+#include "helper/start_promise.h"
+
+#include <optional>
+#include <utility>
+
+#include "base/guard_process.h"
+#include "helper/agent_paths.h"
+#include "helper/owed_start.h"
+#include "helper/unix_command_line_helper.h"
+#include "platform/interprocess_write_lock.h"
+#include "platform/logger.h"
+
+namespace kelt::helper {
+namespace {
+
+using base::GuardProcess;
+
+constexpr const wchar_t* kSource = L"keltcfg";
+constexpr unsigned int kLockSeconds = 300;
+/// Another run that works so long is not the one to wait for.
+constexpr int kLockTries = 12;
+
+bool bAnythingOwed() {
+  return bOwed(Owed::kStart) || bOwed(Owed::kPlugIns);
+}
+
+bool bTaken(InterProcessWriteLock& lock) {
+  for (int tries = 0; tries < kLockTries && bAnythingOwed(); ++tries) {
+    if (lock.lock(kLockSeconds)) return true;
+  }
+  return false;
+}
+
+void payDebts(unixCommandLineHelper& agent) {
+  if (bOwed(Owed::kStart)) {
+    logError(kSource, L"A run ended before it started the agent again, which is started now.");
+    if (!agent.StartORVService()) logError(kSource, L"The agent could not be started.");
+  } else if (bOwed(Owed::kPlugIns)) {
+    logError(kSource, L"A run ended before it loaded the agent's plug-ins again, which are loaded now.");
+    agent.loadPlugIns();
+  }
+}
+
+/// What the guard does after the death of the run. A run that came meanwhile may have paid by then.
+void startInItsStead(unixCommandLineHelper& agent) {
+  InterProcessWriteLock lock(paths::kInstanceLock);
+  if (!bTaken(lock)) return;
+  payDebts(agent);
+  if (lock.unlock() && lock.tryLock() != 0) InterProcessWriteLock::cleanSemaphore(paths::kInstanceLock);
+}
+
+class GuardedPromise final : public StartPromise {
+ public:
+  explicit GuardedPromise(unixCommandLineHelper& agent) : m_agent(agent) {
+    auto guard = GuardProcess::start([&agent] { startInItsStead(agent); });
+    if (guard) {
+      m_guard.emplace(std::move(guard).value());
+    } else {
+      logError(kSource, quorvane_com::orv::tellcomn_ansi_to_wide("No guard starts the agent should this run die: " +
+                                                                 guard.error().message)
+                            .c_str());
+    }
+    m_agent.setStartPromised(true);
+  }
+  GuardedPromise(const GuardedPromise&) = delete;
+  GuardedPromise& operator=(const GuardedPromise&) = delete;
+  ~GuardedPromise() override {
+    m_agent.setStartPromised(false);
+    if (m_guard && bOwed(Owed::kStart)) m_guard->takeOver();
+  }
+
+ private:
+  unixCommandLineHelper& m_agent;
+  std::optional<GuardProcess> m_guard;
+};
+
+}  // namespace
+
+std::unique_ptr<StartPromise> guardedPromise(unixCommandLineHelper& agent) {
+  return std::make_unique<GuardedPromise>(agent);
+}
+
+}  // namespace kelt::helper

@@ -1,0 +1,105 @@
+"""A run that dies while the agent is stopped leaves it running: a guard starts it, once."""
+
+import pytest
+
+from device import AGENT_CONFIG, START, STOP
+
+AGENT = "/opt/Quorvane/orv/bin/agent"
+MARKS = "/run/orv-locks"
+# Waits for what has to come, far longer than a loaded machine takes.
+AWAIT = """
+await() { tries=0; until "$@"; do tries=$((tries + 1)); [ $tries -lt 1200 ] || return 1; sleep 0.1; done; }
+quiet() { ! pgrep -x keltconfig >/dev/null; }
+"""
+
+
+def stop_with(device, script):
+    """Makes `script` the agent's stop command; the tool is $PPID there."""
+    device.write("/run/stop.sh", b"#!/bin/sh\n" + script.encode(), 0o755)
+    device.edit(AGENT_CONFIG, f"{AGENT} stop".encode(), b"/run/stop.sh")
+
+
+def run_until_quiet(device, *commands):
+    """Runs shell lines, then waits until neither the tool nor its guard runs any more. What is left in the directory of
+    the lock."""
+    done = device.shell(AWAIT + "\n".join(commands) + "\nawait quiet; ls -A " + MARKS, timeout=300)
+    assert done.returncode == 0
+    return done.stdout.decode().split()
+
+
+def killed_while_stopped(device):
+    stop_with(device, f"{AGENT} stop\nkill -KILL $PPID\n")
+
+
+@pytest.mark.parametrize("command", ["-u", "-k"])
+def test_a_run_that_is_killed_while_the_agent_is_stopped_has_it_started_once(device, command):
+    killed_while_stopped(device)
+    left = run_until_quiet(device, f'"$KELTCONFIG" {command} >/dev/null')
+    assert device.calls() == device.stopping() + device.starting()
+    assert left == []
+    assert ("E", "A run ended before it started the agent again, which is started now.") in device.log()
+
+
+def test_it_is_started_after_a_kill_of_the_whole_process_group_too(device):
+    stop_with(device, f"{AGENT} stop\nkill -KILL -$PPID\n")
+    run_until_quiet(device, 'setsid -w "$KELTCONFIG" -u >/dev/null')
+    assert device.calls() == device.stopping() + device.starting()
+
+
+def test_a_run_that_ends_well_leaves_no_guard_and_no_mark(device):
+    assert run_until_quiet(device, '"$KELTCONFIG" -u >/dev/null') == []
+    assert device.calls() == device.stopping() + device.starting()
+
+
+def test_an_agent_that_is_to_stay_stopped_has_no_guard(device):
+    killed_while_stopped(device)
+    left = run_until_quiet(device, '"$KELTCONFIG" -u -nostart >/dev/null')
+    assert device.calls() == device.stopping()
+    assert [name for name in left if "sync_mutex" not in name] == []
+
+
+def test_a_run_that_is_killed_before_the_stop_starts_nothing(device):
+    device.write("/run/unload.sh", b"#!/bin/sh\nkill -KILL $PPID\n", 0o755)
+    for config in device.path("/etc/orv.d").glob("*/config.xml"):
+        config.write_bytes(config.read_bytes().replace(f"{AGENT} unload".encode(), b"/run/unload.sh"))
+    left = run_until_quiet(device, '"$KELTCONFIG" -u >/dev/null')
+    assert START not in device.calls() and STOP not in device.calls()
+    assert device.calls() == device.starting()[1:], "the plug-ins are loaded again"
+    assert left == []
+
+
+def test_a_guard_that_is_killed_with_its_run_leaves_the_mark_and_a_start_takes_it_away(device):
+    stop_with(device, f"{AGENT} stop\npkill -KILL -x keltconfig\n")
+    left = run_until_quiet(device, '"$KELTCONFIG" -u >/dev/null')
+    assert device.calls() == device.stopping()
+    assert "agent-stopped" in left and "plug-ins-unloaded" in left
+    device.forget_calls()
+    left = run_until_quiet(device, '"$KELTCONFIG" -start >/dev/null')
+    assert device.calls() == device.starting()
+    assert left == []
+
+
+def test_a_stop_that_is_meant_to_last_takes_the_marks_away(device):
+    for mark in ("agent-stopped", "plug-ins-unloaded"):
+        device.write(f"{MARKS}/{mark}", b"", 0o600)
+    device.path(MARKS).chmod(0o700)
+    assert run_until_quiet(device, '"$KELTCONFIG" -stop >/dev/null') == []
+    assert device.calls() == device.stopping()
+
+
+def test_a_run_beside_the_killed_one_and_the_guard_start_the_agent_after_each_stop(device):
+    stop_with(device, f"{AGENT} stop\nif mkdir /run/killed 2>/dev/null; then kill -KILL $PPID; fi\n")
+    left = run_until_quiet(device, '"$KELTCONFIG" -u >/dev/null & "$KELTCONFIG" -u >/dev/null; wait')
+    calls = [call for call in device.calls() if call in (START, STOP)]
+    assert calls in ([STOP, START, STOP, START], [STOP, STOP, START])
+    assert left == []
+
+
+def test_nobody_waits_for_the_guard(device):
+    killed_while_stopped(device)
+    # The shell reads until nobody has the output open any more, and the guard is held up meanwhile by a slow start.
+    device.write("/run/start.sh", f"#!/bin/sh\nuntil [ -e /run/read ]; do sleep 0.1; done\n{AGENT} start\n".encode(), 0o755)
+    device.edit(AGENT_CONFIG, f"{AGENT} start".encode(), b"/run/start.sh")
+    left = run_until_quiet(device, 'output=$("$KELTCONFIG" -u; echo ended)', "touch /run/read", 'echo "$output" | tail -n 1')
+    assert left == ["ended"]
+    assert device.calls() == device.stopping() + device.starting()
