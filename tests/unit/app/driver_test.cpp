@@ -34,8 +34,9 @@ class DriverTest : public tests::PrivateDevice {
     const tests::Output output = tests::outputOf([&] {
       status = tests::Child([&] {
                  prepare();
-                 std::vector<std::string> texts(options.begin(), options.end());
-                 texts.insert(texts.begin(), "keltconfig");
+                 std::vector<std::string> texts{"keltconfig"};
+                 for (const char* option : options)
+                   texts.emplace_back(option);
                  std::vector<char*> arguments;
                  for (std::string& text : texts)
                    arguments.push_back(text.data());
