@@ -81,8 +81,8 @@ std::unique_ptr<XmlDocument> XmlDocument::create(const std::string& rootName) {
 Result<std::string> XmlDocument::serialise() const {
   auto text = writeXml(m_tree);
   if (!text) return text;
-  const auto* bytes = reinterpret_cast<const unsigned char*>(text.value().data());
-  const auto verdict = judgeXml({bytes, text.value().size()});
+  const std::string& written = text.value();
+  const auto verdict = judgeXml({reinterpret_cast<const unsigned char*>(written.data()), written.size()});
   if (!verdict) return verdict.error();
   return text;
 }
