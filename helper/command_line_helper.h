@@ -56,7 +56,7 @@ class CommandLineHelper {
 
   /// To be called before StopORVService by whoever is to start the agent afterwards, and kept until that was done: an
   /// agent that knows how has it started even where the run dies in between. Null where it does not.
-  [[nodiscard]] virtual std::unique_ptr<StartPromise> promiseStart();
+  [[nodiscard]] virtual std::unique_ptr<StartPromise> promiseStart() { return nullptr; }
 };
 
 }  // namespace kelt::helper

@@ -70,10 +70,6 @@ void forgiveDebts() {
 
 }  // namespace
 
-std::unique_ptr<StartPromise> CommandLineHelper::promiseStart() {
-  return nullptr;
-}
-
 std::unique_ptr<StartPromise> unixCommandLineHelper::promiseStart() {
   return guardedPromise(*this);
 }
