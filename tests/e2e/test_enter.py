@@ -3,6 +3,8 @@
 import os
 import pathlib
 import subprocess
+import sys
+import time
 
 import pytest
 
@@ -60,6 +62,37 @@ def test_a_state_directory_is_found_again(tmp_path):
     assert done.stdout == b"kept\nkept\n"
     assert (state / "opt/Quorvane/new").is_dir()
     assert sorted(path.name for path in (state / "run").iterdir()) == ["file"]
+
+
+def running_with(word):
+    """Processes that have a word in their command lines."""
+    found = []
+    for entry in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            line = pathlib.Path(f"/proc/{entry}/cmdline").read_bytes()
+        except OSError:
+            continue  # it has ended
+        if word in line.split(b"\0"):
+            found.append(entry)
+    return found
+
+
+def comes_true(so):
+    deadline = time.monotonic() + PATIENCE
+    while not so():
+        assert time.monotonic() < deadline
+        time.sleep(0.01)
+
+
+def test_what_runs_for_a_test_ends_with_the_tests(device):
+    word = f"of test run {os.getpid()}"
+    command = device.command("sh", "-c", "touch /run/runs; while :; do sleep 1; done", "sh", word)
+    test = [sys.executable, "-c", "import subprocess, sys; subprocess.run(sys.argv[1:])", *command]
+    with subprocess.Popen(test) as tests:
+        comes_true(device.path("/run/runs").exists)
+        assert len(running_with(word.encode())) > 2
+        tests.kill()
+        comes_true(lambda: not running_with(word.encode()))
 
 
 def test_a_sealed_device_changes_nothing_but_one_directory(tmp_path):

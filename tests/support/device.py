@@ -63,9 +63,10 @@ class Device:
         )
 
     def command(self, *command):
-        """What runs a command on the device."""
+        """What runs a command on the device, which ends with whoever started it, however that ends."""
         words = [word if isinstance(word, bytes) else str(word) for word in command]
-        return [ROOT / "device/enter", "--state", self.state, *self.options, "--", *words]
+        bound = ["setpriv", "--pdeathsig", "KILL"]
+        return [*bound, ROOT / "device/enter", "--state", self.state, *self.options, "--", *words]
 
     def run(self, *arguments, before="", after="", via="", **options):
         """Runs the binary with these arguments. `before` and `after` are shell lines around it, `via` goes before its
