@@ -14,7 +14,7 @@ target_compile_options(
             -Wcast-qual
             -Wnon-virtual-dtor
             -Woverloaded-virtual
-            -Wnull-dereference
+            $<$<NOT:$<BOOL:$<TARGET_PROPERTY:KELT_TEST>>>:-Wnull-dereference>
             -Wformat=2
             -Wimplicit-fallthrough
             -Wundef

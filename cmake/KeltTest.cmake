@@ -9,7 +9,9 @@ function(kelt_unit_test module)
   add_executable(kelt_test_${module} ${ARG_SOURCES})
   set_target_properties(kelt_test_${module} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
   target_compile_definitions(kelt_test_${module} PRIVATE KELT_TEST_DATA="/checkout/data")
-  # An optimising build warns without regard to a cast to void, or to a test that replaces the operators new and delete.
+  # An optimising build warns without regard to a cast to void, or to a test that replaces the operators new and delete;
+  # in strings and vectors of the library GCC then sees null pointers (KELT_TEST, see KeltOptions).
+  set_target_properties(kelt_test_${module} PROPERTIES KELT_TEST ON)
   target_compile_options(kelt_test_${module} PRIVATE -Wno-unused-result
                                                      $<$<CXX_COMPILER_ID:GNU>:-Wno-mismatched-new-delete>)
   target_link_libraries(kelt_test_${module} PRIVATE kelt_options kelt_test_support ${ARG_LINKS} GTest::gtest)
