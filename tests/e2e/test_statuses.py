@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-from device import INSTALL, NO_MODE, ROOT, Device
+from device import INSTALL, NO_MODE, PATIENCE, ROOT, Device
 from provisioning import CONTACTED, UNPACKED
 
 CREATING = CONTACTED + b" OK\nExamining response... OK\nCreating keys zip file..."
@@ -74,6 +74,7 @@ def test_no_memory_for_the_crypto_logger(device, tmp_path):
           test -e /run/agent/calls && echo started >>/run/statuses && rm /run/agent/calls
         done""",
         library,
+        timeout=12 * PATIENCE,  # for three hundred runs
     )
     statuses = device.read("/run/statuses").split()
     assert b"18" in statuses, done
