@@ -5,7 +5,9 @@
 #include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 #include <linux/capability.h>
+#include <stdexcept>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,17 +29,18 @@ class Child {
     EXPECT_EQ(threadCount(), 1) << "a child of a process with threads may hang";
     m_pid = forkBound();
     if (m_pid == 0) std::exit(statusOf(action));
-    EXPECT_GT(m_pid, 0);
+    if (m_pid < 0) throw std::runtime_error("no process can be started");
   }
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
   ~Child() { (void)wait(); }
 
+  /// Its number; once it was waited for, one that no process has: a signal sent there reaches nobody.
   [[nodiscard]] pid_t pid() const { return m_pid; }
 
   /// Waits for its end and returns the status as waitpid gives it.
   int wait() {
-    if (m_pid > 0) m_status = waitStatusOf(std::exchange(m_pid, -1));
+    if (m_pid != kNobody) m_status = waitStatusOf(std::exchange(m_pid, kNobody));
     return m_status;
   }
 
@@ -57,7 +60,9 @@ class Child {
     }
   }
 
-  pid_t m_pid = -1;
+  static constexpr pid_t kNobody = std::numeric_limits<pid_t>::max();  // -1 would be everybody
+
+  pid_t m_pid = kNobody;
   int m_status = -1;
 };
 
