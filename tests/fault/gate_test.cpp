@@ -45,14 +45,14 @@ Command plantedCommand(const std::string& mistake, Agent agent) {
 
 /// Kinds of everything that is found at all points of these modes, but for what the list of exceptions excuses.
 std::set<std::string> found(const std::string& mistake, const std::vector<Mode>& modes, Agent agent = Agent::kUntouched,
-                            int seconds = 20) {
+                            const std::vector<std::string>& emulator = {}) {
   bringPrograms();
   Suite suite;
   suite.commands = {plantedCommand(mistake, agent)};
   suite.secrets.addKey(kSecret);
   const ConsoleTexts texts(document());
   Setting setting = settingFor(inBuild("kelt_gate_planted"), "test");
-  setting.seconds = seconds;
+  setting.emulator = emulator;
   Trials trials(suite, texts, setting);
   const Undisturbed undisturbed = trials.undisturbed(suite.commands[0]);
   Exceptions exceptions(exceptionFile());
@@ -139,6 +139,14 @@ TEST(Gate, FindsARunThatAnEarlierKillMakesFail) {
   const Kinds kinds = found("stumbles", {Mode::kKill});
   EXPECT_EQ(kinds.count("rerun-status"), 1U);
   EXPECT_EQ(kinds.count("rerun-files"), 1U);
+}
+
+TEST(Gate, FindsTheMistakesOfAToolThatSomethingElseRuns) {
+  const std::vector<Mode> modes = {Mode::kOnce, Mode::kOn, Mode::kKill, Mode::kTerminate};
+  EXPECT_EQ(found("", modes, Agent::kUntouched, {"/usr/bin/env"}), Kinds{});
+  EXPECT_EQ(found("keeps-temporary", {Mode::kOnce}, Agent::kUntouched, {"/usr/bin/env"}),
+            (Kinds{"left-over", "left-over-secret"}));
+  EXPECT_EQ(found("writes-in-place", {Mode::kKill}, Agent::kUntouched, {"/usr/bin/env"}), Kinds{"torn-file"});
 }
 
 TEST(Gate, NamesAPointSoThatItIsFoundAgain) {

@@ -112,6 +112,7 @@ int main(int argc, char** argv) {
   ::sigemptyset(&ending);
   ::sigaddset(&ending, SIGTERM);
   if (!bMistaken("ends-at-once")) ::sigprocmask(SIG_BLOCK, &ending, nullptr);
+  ::mkdir("/run/orv", 0700);  // as the tool does first
   if (bMistaken("stumbles") && ::access(kTemporary, F_OK) == 0) return 1;
   if (!bMistaken("never-sweeps")) {
     for (const char* left : {kTemporary, kTemporarySecret})
