@@ -10,7 +10,10 @@ namespace kelt::tests::gate {
 
 inline constexpr const char* kAgentProgram = "/gate/kelt_gate_agent";
 
-/// Brings the stand-in agent and the allocator there, from the directory of the running program.
+/// The path of a program of this build.
+[[nodiscard]] std::string inBuild(const std::string& name);
+
+/// Brings the stand-in agent and the allocator of this build there.
 void bringPrograms();
 
 /// A setting with them. `name` tells the processes apart that have one each.
