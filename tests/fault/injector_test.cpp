@@ -63,6 +63,18 @@ TEST_F(Injecting, ClosesWhatIsClosedWithAnError) {
   EXPECT_FALSE(exists("/opt/Quorvane/planted/.data-new"));
 }
 
+TEST_F(Injecting, LetsTheHeapStayWhereItIs) {
+  Injector injector;
+  Plan plan;
+  plan.faults = {{{"0", SYS_brk, 1}, Action::kFail, ENOMEM}};
+  Program tool = program();
+  tool.arguments = {"wants-memory"};
+  const Outcome outcome = injector.run(tool, plan);
+  EXPECT_EQ(outcome.refused, std::set<std::string>{"brk"});
+  EXPECT_TRUE(WIFEXITED(outcome.status));  // the memory comes from elsewhere
+  EXPECT_EQ(WEXITSTATUS(outcome.status), 0);
+}
+
 TEST_F(Injecting, FailsEveryLaterCallThatWantsTheSame) {
   const Outcome outcome = runWith({{"0", SYS_fsync, 1}, Action::kFailFromHere, EIO});
   EXPECT_EQ(outcome.refused, (std::set<std::string>{"close", "fsync", "unlink"}));

@@ -97,6 +97,14 @@ int failed() {
   return bMistaken("ends-otherwise") ? 99 : 1;
 }
 
+/// Memory for which the heap has to grow.
+bool bMemoryGiven() {
+  constexpr std::size_t kSize = 100000;
+  void* const memory = std::malloc(kSize);
+  if (memory != nullptr) std::memset(memory, 1, kSize);
+  return memory != nullptr;
+}
+
 /// A process that does not go away.
 void leaveProcess() {
   if (::fork() != 0) return;
@@ -118,7 +126,7 @@ int main(int argc, char** argv) {
     for (const char* left : {kTemporary, kTemporarySecret})
       ::unlink(left);
   }
-  if (bMistaken("wants-memory") && std::malloc(1000) == nullptr) std::abort();
+  if (bMistaken("wants-memory") && !bMemoryGiven()) std::abort();
   if (bMistaken("leaves-process")) leaveProcess();
   if (bMistaken("touches-agent") || bMistaken("leaves-agent-stopped")) command("stop");
   const bool bDone = bWorked();

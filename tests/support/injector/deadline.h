@@ -17,10 +17,14 @@ class Deadline {
   [[nodiscard]] bool bOver() const;
 };
 
-/// All children of this process, adopted ones included.
-[[nodiscard]] std::vector<pid_t> children();
+/// All processes below this one, adopted ones included.
+[[nodiscard]] std::vector<pid_t> descendants();
 
 /// SIGKILL to each of them.
-void killChildren();
+void killDescendants();
+
+/// Whether one of them could go on if it got the processor, and has not had `seconds` of it yet: then the machine is
+/// busy, and nothing is said about the process.
+[[nodiscard]] bool bDescendantsStarve(int seconds);
 
 }  // namespace kelt::tests

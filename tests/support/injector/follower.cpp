@@ -84,11 +84,11 @@ Outcome Follower::follow(const Deadline& deadline) {
     const pid_t pid = ::waitpid(-1, &status, __WALL);
     if (pid < 0 && errno == ECHILD) break;
     if (pid < 0) {
-      if (!deadline.bOver()) continue;
+      if (!deadline.bOver() || bDescendantsStarve(kProcessorSeconds)) continue;
       (m_bEnded ? m_outcome.bLeft : m_outcome.bHung) = true;
       for (const auto& [process, ignored] : m_processes)
         ::kill(process, SIGKILL);
-      killChildren();
+      killDescendants();
     } else if (WIFSTOPPED(status)) {
       stopped(pid, status);
     } else {
@@ -295,22 +295,26 @@ void Follower::refuse(int error, const SystemCall& call, Process& process, user_
     (void)bAsked(PTRACE_SYSCALL, call.process, nullptr);
     return;
   }
-  if (bBreak(call.number)) {  // which reports by the break that it leaves
+  if (bBreak(call.number)) {  // which reports by the break that it leaves: ask for that
+    process.argument = registers.rdi;
     registers.rdi = 0;
-  } else {
-    registers.orig_rax = static_cast<unsigned long long>(-1);
-    registers.rax = static_cast<unsigned long long>(-error);
+    (void)bAsked(PTRACE_SETREGS, call.process, &registers);
+    (void)bAsked(PTRACE_SYSCALL, call.process, nullptr);
+    return;
   }
+  registers.orig_rax = static_cast<unsigned long long>(-1);
+  registers.rax = static_cast<unsigned long long>(-error);
   (void)bAsked(PTRACE_SETREGS, call.process, &registers);
   goOn(call.process);
 }
 
-/// Replaces the result of a call that was executed.
+/// Replaces the result of a call that was executed, and puts back an argument: a program takes its registers for
+/// unchanged.
 void Follower::returned(pid_t pid, Process& process) {
   user_regs_struct registers{};
-  if (process.result && bAsked(PTRACE_GETREGS, pid, &registers)) {
-    registers.rax = static_cast<unsigned long long>(*process.result);
-    process.result.reset();
+  if (bAsked(PTRACE_GETREGS, pid, &registers)) {
+    if (process.result) registers.rax = static_cast<unsigned long long>(*std::exchange(process.result, std::nullopt));
+    if (process.argument) registers.rdi = *std::exchange(process.argument, std::nullopt);
     (void)bAsked(PTRACE_SETREGS, pid, &registers);
   }
   goOn(pid);

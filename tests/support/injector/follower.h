@@ -25,12 +25,13 @@ class Follower {
     std::string name;                   ///< as in Spot; empty until the fork that made it is reported
     std::map<long, std::size_t> calls;  ///< counted so far
     unsigned forks = 0;
-    bool bCounted = false;      ///< from the entry point on, until it becomes another program
-    bool bAttached = false;     ///< has made its first stop
-    bool bWaits = false;        ///< stands there until it is named
-    bool bRepeats = false;      ///< its next stop is that of a call that was counted already
-    std::optional<int> result;  ///< what its call under way will give instead
-    std::string visible;        ///< what its call under way makes visible
+    bool bCounted = false;                       ///< from the entry point on, until it becomes another program
+    bool bAttached = false;                      ///< has made its first stop
+    bool bWaits = false;                         ///< stands there until it is named
+    bool bRepeats = false;                       ///< its next stop is that of a call that was counted already
+    std::optional<int> result;                   ///< what its call under way will give instead
+    std::optional<unsigned long long> argument;  ///< the first one, which its call under way was given another for
+    std::string visible;                         ///< what its call under way makes visible
   };
 
   void ended(pid_t pid, int status);

@@ -131,9 +131,9 @@ Outcome Injector::runFree(const Program& program) {
     const pid_t ended = ::waitpid(-1, &status, 0);
     if (ended < 0 && errno == ECHILD) break;
     if (ended < 0) {
-      if (!deadline.bOver()) continue;
+      if (!deadline.bOver() || bDescendantsStarve(kProcessorSeconds)) continue;
       (bEnded ? outcome.bLeft : outcome.bHung) = true;
-      killChildren();
+      killDescendants();
     }
     if (ended != child) continue;
     bEnded = true;

@@ -80,6 +80,9 @@ struct Outcome {
 /// Called for what a call has made visible (see madeVisible), at the next stop of the process that made it.
 using Watcher = std::function<void(const std::string& path)>;
 
+/// What a run may use of the processor beyond its time, where the machine is busy.
+inline constexpr int kProcessorSeconds = 2;
+
 /// Runs programs, one after the other. There may be no other children of this process meanwhile. Whatever a run starts
 /// has ended when it returns, or is killed after the time limit.
 class Injector {
