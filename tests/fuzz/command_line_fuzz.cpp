@@ -199,9 +199,11 @@ void checkValues(CommandLineData& data, const Meaning& meaning) {
 
 void checkArguments(const Arguments& before, const Arguments& after, const Meaning& meaning) {
   for (std::size_t at = 0; at < before.size(); ++at) {
-    const bool bWiped = meaning.wiped.contains(at);
-    require(after[at] == (bWiped ? std::string(before[at].size(), '\0') : before[at]),
-            "what follows -P is wiped, and nothing else");
+    const bool bWiped = after[at] == std::string(before[at].size(), '\0');
+    require(bWiped || !meaning.wiped.contains(at), "what follows -P is wiped");
+    // After the end of what is parsed, too, if somebody cares.
+    const bool bFollows = at != 0 && before[at - 1] == "-P";
+    require(after[at] == before[at] || (bWiped && bFollows), "nothing else is changed");
   }
 }
 
