@@ -1,5 +1,6 @@
 // The gate finds what it is there to find: a small tool with one mistake after the other, and one without.
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
@@ -14,7 +15,13 @@
 namespace kelt::tests::gate {
 namespace {
 
+namespace fs = std::filesystem;
+
 const std::string kSecret(400, 's');
+
+std::string inBuild(const char* name) {
+  return fs::read_symlink("/proc/self/exe").parent_path() / name;
+}
 
 std::string document() {
   return readFile(inBuild("gate/console.md"));

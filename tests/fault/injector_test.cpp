@@ -5,15 +5,17 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
-#include "fault/gate/place.h"
 #include "support/private_device.h"
 
 namespace kelt::tests {
 namespace {
+
+namespace fs = std::filesystem;
 
 using Injecting = PrivateDevice;
 
@@ -21,7 +23,7 @@ using Injecting = PrivateDevice;
 Program program() {
   putFile("/opt/Quorvane/planted/data", "old");
   putFile("/tmp/source/secret", "secret", 0600);
-  return {gate::inBuild("kelt_gate_planted"), {}, {}, {}};
+  return {fs::read_symlink("/proc/self/exe").parent_path() / "kelt_gate_planted", {}, {}, {}};
 }
 
 std::size_t countOf(const Outcome& outcome, long number) {

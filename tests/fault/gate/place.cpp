@@ -11,14 +11,11 @@ const std::string kPlace = "/gate/";
 
 }  // namespace
 
-std::string inBuild(const std::string& name) {
-  return std::string(KELT_BUILD_DIR) + "/" + name;
-}
-
 void bringPrograms() {
+  const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
   fs::create_directory(kPlace);
   for (const char* name : {"kelt_gate_agent", "kelt_failing_allocations.so"})
-    fs::copy_file(inBuild(name), kPlace + name, fs::copy_options::overwrite_existing);
+    fs::copy_file(own / name, kPlace + name, fs::copy_options::overwrite_existing);
 }
 
 Setting settingFor(const std::string& tool, const std::string& name) {

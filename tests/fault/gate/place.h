@@ -10,10 +10,7 @@ namespace kelt::tests::gate {
 
 inline constexpr const char* kAgentProgram = "/gate/kelt_gate_agent";
 
-/// The path of a program of this build.
-[[nodiscard]] std::string inBuild(const std::string& name);
-
-/// Brings the stand-in agent and the allocator of this build there.
+/// Brings the stand-in agent and the allocator there, from the directory of the running program.
 void bringPrograms();
 
 /// A setting with them. `name` tells the processes apart that have one each.
