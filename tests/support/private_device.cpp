@@ -56,6 +56,16 @@ void enterNamespaces(bool bOwnProcesses) {
   keepMountsToItself();
 }
 
+/// Whatever runs the tests may ignore signals or block them (nohup, a job in the background); what is tested would take
+/// that over.
+void hearSignals() {
+  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE})
+    require(::signal(number, SIG_DFL) != SIG_ERR, "hear signals");
+  sigset_t none;
+  ::sigemptyset(&none);
+  require(::sigprocmask(SIG_SETMASK, &none, nullptr) == 0, "hear signals");
+}
+
 /// The status to end with for a child that is waited for.
 int statusAfter(pid_t child) {
   require(child > 0, "fork");
@@ -140,6 +150,7 @@ class Capture {
 
 void enterPrivateDevice(char** arguments) {
   if (bOnPrivateRoot()) {
+    hearSignals();
     // A death test starts the program from within a test, whose device must not change by that.
     require(::unshare(CLONE_NEWNS) == 0, "unshare");
     keepMountsToItself();

@@ -15,8 +15,8 @@ namespace kelt::tests {
 /// and /tmp. Nothing of the machine can be changed from there, the checkout included: tests/data (KELT_TEST_DATA) and
 /// the directory of this program are there read-only, the rest is not. Whatever is left running ends with this process,
 /// however that ends. Where the system refuses a /proc for new process namespaces there is none, and children end with
-/// their parents. Call it first in main, with its `argv`. Ends the program with a message and status 99 where the
-/// system refuses more.
+/// their parents. Signals that its caller ignores or blocks have their effect in that run. Call it first in main, with
+/// its `argv`. Ends the program with a message and status 99 where the system refuses more.
 void enterPrivateDevice(char** arguments);
 
 /// Ends the program, with a message and status 99, when it was asked for a file with its results: it would be in the

@@ -34,6 +34,32 @@ TEST_F(Device, ShowsTheDirectoryOfTheProgramAndTheTestDataReadOnly) {
   EXPECT_TRUE(exists(KELT_TEST_DATA "/keys"));
 }
 
+TEST_F(Device, HasNoSignalIgnoredOrBlocked) {
+  sigset_t blocked;
+  ASSERT_EQ(::sigprocmask(SIG_SETMASK, nullptr, &blocked), 0);
+  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE}) {
+    struct sigaction action {};
+    ASSERT_EQ(::sigaction(number, nullptr, &action), 0);
+    EXPECT_EQ(action.sa_handler, SIG_DFL) << number;
+    EXPECT_EQ(::sigismember(&blocked, number), 0) << number;
+  }
+}
+
+TEST_F(Device, NorWhenItsCallerIgnoresOrBlocksThem) {
+  Child deaf([] {
+    sigset_t blocked;
+    ::sigemptyset(&blocked);
+    ::sigaddset(&blocked, SIGTERM);
+    ::sigprocmask(SIG_BLOCK, &blocked, nullptr);
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT})
+      ::signal(number, SIG_IGN);
+    ::execl("/proc/self/exe", "kelt_test_base", "--gtest_filter=Device.HasNoSignalIgnoredOrBlocked", "--gtest_brief=1",
+            static_cast<char*>(nullptr));
+    return 127;
+  });
+  EXPECT_EQ(deaf.exitStatus(), 0);
+}
+
 TEST_F(Device, ShowsNothingElseOfTheCheckout) {
   EXPECT_EQ(namesIn("/checkout"), (Names{".private-root", "build", "data"}));
 }
