@@ -147,16 +147,24 @@ bool bSameFile(const struct stat& source, int target) {
   return target >= 0 && ::fstat(target, &info) == 0 && info.st_dev == source.st_dev && info.st_ino == source.st_ino;
 }
 
-}  // namespace
-
-Status replaceFile(const std::string& path, std::span<const unsigned char> data, NewFile created) {
-  const DeferredSignals untilNothingIsLeftBehind;
-  const auto place = findPlace(path);
+Status replaceFileAt(const Result<Place>& place, std::span<const unsigned char> data, NewFile created) {
   if (!place) return place.error();
   const auto existing = openExisting(place.value());
   if (!existing) return existing.error();
   const Content content = [data](const Sink& sink) { return sink(data); };
   return replaceAt(place.value(), existing.value().get(), content, created);
+}
+
+}  // namespace
+
+Status replaceFile(const std::string& path, std::span<const unsigned char> data, NewFile created) {
+  const DeferredSignals untilNothingIsLeftBehind;
+  return replaceFileAt(findPlace(path), data, created);
+}
+
+Status replaceFileNotLink(const std::string& path, std::span<const unsigned char> data) {
+  const DeferredSignals untilNothingIsLeftBehind;
+  return replaceFileAt(openPlace(path), data, {});
 }
 
 Status replaceFile(const std::string& path, std::string_view text, NewFile created) {

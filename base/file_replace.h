@@ -33,6 +33,10 @@ struct NewFile {
 /// The same for text.
 [[nodiscard]] Status replaceFile(const std::string& path, std::string_view text, NewFile created = {});
 
+/// The same for what stands under `path` itself, in a directory where somebody else may put a link at any moment: it is
+/// refused (kRefused), or replaced when it comes too late for that, and never followed.
+[[nodiscard]] Status replaceFileNotLink(const std::string& path, std::span<const unsigned char> data);
+
 /// Replaces `to` by the content of the regular file `from`, in pieces, so that a large file takes no memory. An
 /// existing `to` keeps its owner and mode, a new one gets the permission bits of `from` (set before any byte is
 /// written). Where both are one file, through links or not, that is done already and nothing changes. Errors as

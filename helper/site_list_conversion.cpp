@@ -3,10 +3,10 @@
 #include <memory>
 #include <new>
 #include <span>
-#include <sys/stat.h>
 #include <utility>
 
 #include "base/console.h"
+#include "base/file_replace.h"
 #include "helper/latin1_converter.h"
 #include "helper/messages.h"
 #include "helper/unix_command_line_helper.h"
@@ -23,14 +23,10 @@ const char* asText(const ABuffer& buffer) {
   return reinterpret_cast<const char*>(buffer.data());
 }
 
-ABuffer asBuffer(const std::string& text) {
-  return ABuffer({reinterpret_cast<const unsigned char*>(text.data()), text.size()});
-}
-
-/// Whether a symbolic link stands at `path` itself.
-bool bLink(const std::wstring& path) {
-  struct stat info {};
-  return ::lstat(quorvane_com::orv::tellcomn_wide_to_ansi(path).c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+/// Whoever may write to the directory may put a link there at any moment, which must not lead to another file.
+base::Status replace(const std::wstring& path, const std::string& utf8) {
+  return base::replaceFileNotLink(quorvane_com::orv::tellcomn_wide_to_ansi(path),
+                                  {reinterpret_cast<const unsigned char*>(utf8.data()), utf8.size()});
 }
 
 /// Prints the outcome of a conversion and logs it with the path and the problem, null for none.
@@ -69,10 +65,8 @@ bool unixCommandLineHelper::ConvertSiteListToUTF8(std::wstring path) const {
     problem = L"it cannot be read";
   } else if (!ConvertToUtf8(asText(content), utf8)) {
     problem = L"this system has no such conversion, or no memory for it";
-  } else if (bLink(file.str())) {
-    problem = L"it is a symbolic link";
-  } else if (!AFile::write(file, asBuffer(utf8))) {
-    problem = L"it cannot be written";
+  } else if (const auto done = replace(file.str(), utf8); !done) {
+    problem = done.error().kind == base::ErrorKind::kRefused ? L"it is a symbolic link" : L"it cannot be written";
   }
   tell(file.str(), problem);
   return problem == nullptr;

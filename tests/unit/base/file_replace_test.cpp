@@ -1,5 +1,6 @@
 #include "base/file_replace.h"
 
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <fcntl.h>
@@ -181,6 +182,43 @@ TEST_F(ReplaceFile, RefusesALinkToADirectory) {
   ASSERT_EQ(::symlink("/tmp/real", "/tmp/d/link"), 0);
   EXPECT_EQ(replaceFile("/tmp/d/link", "new").error().kind, ErrorKind::kRefused);
   EXPECT_EQ(namesIn("/tmp/real"), Names{});
+}
+
+Status replaceNotLink(const std::string& path) {
+  constexpr std::array<unsigned char, 3> kNew = {'n', 'e', 'w'};
+  return replaceFileNotLink(path, kNew);
+}
+
+TEST_F(ReplaceFile, RefusesALinkWhereNoneIsToBeFollowed) {
+  putFile("/tmp/other", "other");
+  ASSERT_EQ(::symlink("/tmp/other", "/tmp/d/f"), 0);
+  EXPECT_EQ(replaceNotLink("/tmp/d/f").error().kind, ErrorKind::kRefused);
+  EXPECT_EQ(contentOf("/tmp/other"), "other");
+  ASSERT_EQ(::unlink("/tmp/d/f"), 0);
+  putFile("/tmp/d/f", "old", 0640);
+  EXPECT_TRUE(replaceNotLink("/tmp/d/f").ok());
+  EXPECT_EQ(contentOf("/tmp/d/f"), "new");
+  EXPECT_EQ(modeOf("/tmp/d/f"), 0640U);
+}
+
+TEST_F(ReplaceFile, FollowsNoLinkThatSomebodyPutsThereMeanwhileEither) {
+  putFile("/tmp/other", "other");
+  putFile("/tmp/d/f", "old");
+  std::atomic<bool> bDone = false;
+  std::thread somebody([&] {
+    while (!bDone) {
+      (void)::symlink("/tmp/other", "/tmp/d/link");
+      (void)::rename("/tmp/d/link", "/tmp/d/f");
+      putFile("/tmp/d/file", "old");
+      (void)::rename("/tmp/d/file", "/tmp/d/f");
+    }
+  });
+  int replaced = 0;
+  for (int i = 0; i < 500 || replaced == 0; ++i)
+    replaced += replaceNotLink("/tmp/d/f").ok() ? 1 : 0;
+  bDone = true;
+  somebody.join();
+  EXPECT_EQ(contentOf("/tmp/other"), "other");
 }
 
 TEST_F(ReplaceFile, LeavesTheOldContentAndNoTemporaryFileOnAFullDisk) {
