@@ -66,6 +66,16 @@ class Child {
   int m_status = -1;
 };
 
+/// Runs expectations in a process of their own, for what a process does once: the tests before them, or an earlier run
+/// of the same one, may have had it done already.
+inline void expectInOwnProcess(const std::function<void()>& expectations) {
+  Child child([&] {
+    expectations();
+    return ::testing::Test::HasFailure() ? 1 : 0;
+  });
+  EXPECT_EQ(child.exitStatus(), 0) << "what failed stands above";
+}
+
 /// Takes all capabilities from this process, for good: permissions then stop even uid 0. False when that fails.
 [[nodiscard]] inline bool dropCapabilities() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};

@@ -177,6 +177,29 @@ TEST_F(ReplaceFile, FailsOnALoopOfLinks) {
   EXPECT_EQ(namesIn("/tmp/d"), (Names{"one", "two"}));
 }
 
+TEST_F(ReplaceFile, FollowsFortyLinksAndNoMore) {
+  const auto link = [](int number) { return "/tmp/d/link" + std::to_string(number); };
+  putFile(link(0), "old");
+  for (int number = 1; number <= 41; ++number)
+    ASSERT_EQ(::symlink(link(number - 1).c_str(), link(number).c_str()), 0);
+  EXPECT_EQ(replaceFile(link(41), "new").error().sysErrno, ELOOP);
+  EXPECT_EQ(contentOf(link(0)), "old");
+  EXPECT_TRUE(replaceFile(link(40), "new").ok());
+  EXPECT_EQ(contentOf(link(0)), "new");
+}
+
+TEST_F(ReplaceFile, LeavesTheFileOfADirectoryThatCannotBeSynced) {
+  putFile("/tmp/d/f", "old");
+  ASSERT_EQ(::chmod("/tmp/d", 0300), 0);
+  tests::Child child([] {
+    if (!tests::dropCapabilities()) return 2;
+    return replaceFile("/tmp/d/f", "new").error().sysErrno == EACCES ? 0 : 1;
+  });
+  EXPECT_EQ(child.exitStatus(), 0);
+  EXPECT_EQ(contentOf("/tmp/d/f"), "old");
+  EXPECT_EQ(namesIn("/tmp/d"), Names{"f"});
+}
+
 TEST_F(ReplaceFile, RefusesALinkToADirectory) {
   putDirectory("/tmp/real");
   ASSERT_EQ(::symlink("/tmp/real", "/tmp/d/link"), 0);

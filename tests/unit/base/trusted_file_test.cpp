@@ -179,6 +179,19 @@ TEST_F(TrustedFile, IsFollowedThroughALinkBesideIt) {
   expectContent("/opt/Quorvane/place/beside", "beside");
 }
 
+TEST_F(TrustedFile, IsFollowedThroughFortyLinksAndNoMore) {
+  const auto linkName = [](int number) { return "link" + std::to_string(number); };
+  putFile("/opt/Quorvane/place/link0", "far");
+  for (int number = 1; number < 40; ++number)
+    ASSERT_EQ(::symlink(linkName(number - 1).c_str(), ("/opt/Quorvane/place/" + linkName(number)).c_str()), 0);
+  putLink(linkName(39));
+  expectContent("/opt/Quorvane/place/link0", "far");
+  ASSERT_EQ(::unlink("/opt/Quorvane/place/link0"), 0);
+  putFile("/opt/Quorvane/place/farther", "farther");
+  ASSERT_EQ(::symlink("farther", "/opt/Quorvane/place/link0"), 0);
+  expectRefused(kFile + ": is behind too many symbolic links");
+}
+
 TEST_F(TrustedFile, IsRefusedBehindEndlessLinks) {
   putLink("file");
   expectRefused(kFile + ": is behind too many symbolic links");

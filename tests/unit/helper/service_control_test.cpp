@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "support/agent_on_device.h"
+#include "support/child.h"
 #include "support/log.h"
 #include "support/private_device.h"
 
@@ -251,31 +252,35 @@ TEST_F(ServiceControl, RunsNothingThatOthersMayHaveWrittenForAPlugIn) {
 }
 
 TEST_F(ServiceControl, SaysOnceInTheLogWhyAFileIsNotUsed) {
-  putDirectory("/opt/Quorvane/orv/scratch");
-  putAgent();
-  putPlugIn("SAID_WRITABLE");
-  putFile("/etc/orv.d/SAID_MALFORMED/config.xml", "<Other/>");
-  putDirectory("/etc/orv.d/SAID_MISSING");
-  ASSERT_EQ(::chmod("/etc/orv.d/SAID_WRITABLE/config.xml", 0646), 0);
-  for (int again = 0; again < 2; ++again) {
-    expectStart(true);
-    expectStop(true);
-  }
-  Lines errors = kelt::tests::errorsLogged();
-  std::sort(errors.begin(), errors.end());
-  EXPECT_EQ(errors,
-            (Lines{"/etc/orv.d/SAID_MALFORMED/config.xml: XML document with another root element than Configuration",
-                   "/etc/orv.d/SAID_WRITABLE/config.xml: can be written by others"}));
+  kelt::tests::expectInOwnProcess([&] {
+    putDirectory("/opt/Quorvane/orv/scratch");
+    putAgent();
+    putPlugIn("SAID_WRITABLE");
+    putFile("/etc/orv.d/SAID_MALFORMED/config.xml", "<Other/>");
+    putDirectory("/etc/orv.d/SAID_MISSING");
+    ASSERT_EQ(::chmod("/etc/orv.d/SAID_WRITABLE/config.xml", 0646), 0);
+    for (int again = 0; again < 2; ++again) {
+      expectStart(true);
+      expectStop(true);
+    }
+    Lines errors = kelt::tests::errorsLogged();
+    std::sort(errors.begin(), errors.end());
+    EXPECT_EQ(errors,
+              (Lines{"/etc/orv.d/SAID_MALFORMED/config.xml: XML document with another root element than Configuration",
+                     "/etc/orv.d/SAID_WRITABLE/config.xml: can be written by others"}));
+  });
 }
 
 TEST_F(ServiceControl, SaysInTheLogWhyTheAgentsFileIsNotUsed) {
-  putDirectory("/opt/Quorvane/orv/scratch");
-  putProduct("ZENTORAGENT-said", {{"StartCommand", m_agent + " start"}, {"StopCommand", m_agent + " stop"}});
-  ASSERT_EQ(::chmod("/etc/orv.d/ZENTORAGENT-said", 0777), 0);
-  expectStart(false);
-  expectStop(false);
-  EXPECT_EQ(kelt::tests::errorsLogged(), Lines{"/etc/orv.d/ZENTORAGENT-said/config.xml: /etc/orv.d/ZENTORAGENT-said: "
-                                               "can be written by others"});
+  kelt::tests::expectInOwnProcess([&] {
+    putDirectory("/opt/Quorvane/orv/scratch");
+    putProduct("ZENTORAGENT-said", {{"StartCommand", m_agent + " start"}, {"StopCommand", m_agent + " stop"}});
+    ASSERT_EQ(::chmod("/etc/orv.d/ZENTORAGENT-said", 0777), 0);
+    expectStart(false);
+    expectStop(false);
+    EXPECT_EQ(kelt::tests::errorsLogged(), Lines{"/etc/orv.d/ZENTORAGENT-said/config.xml: /etc/orv.d/ZENTORAGENT-said: "
+                                                 "can be written by others"});
+  });
 }
 
 TEST_F(ServiceControl, RunsNothingFromDirectoriesThatAreNotRoots) {

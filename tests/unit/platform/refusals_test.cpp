@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "support/child.h"
 #include "support/log.h"
 #include "support/private_device.h"
 
@@ -21,11 +22,12 @@ using base::Error;
 using base::ErrorKind;
 using quorvane_com::orv::configuration::IConfiguration;
 using tests::errorsLogged;
+using tests::expectInOwnProcess;
 using tests::putDirectory;
 using tests::putFile;
 using Lines = std::vector<std::string>;
 
-// Each test refuses paths of its own: what was said once in this process is not said again.
+// What a process has said once it does not say again, so each test has one of its own.
 class Refusals : public tests::PrivateDevice {
  protected:
   void SetUp() override {
@@ -36,24 +38,30 @@ class Refusals : public tests::PrivateDevice {
 };
 
 TEST_F(Refusals, AreLoggedOnceEach) {
-  const Error one{ErrorKind::kRefused, 0, "/refusals/one: is not a regular file"};
-  const Error two{ErrorKind::kMalformed, 0, "/refusals/two: line 3"};
-  for (const Error& error : {one, two, one, one, two})
-    logRefusal(error);
-  EXPECT_EQ(errorsLogged(), (Lines{one.message, two.message}));
+  expectInOwnProcess([&] {
+    const Error one{ErrorKind::kRefused, 0, "/refusals/one: is not a regular file"};
+    const Error two{ErrorKind::kMalformed, 0, "/refusals/two: line 3"};
+    for (const Error& error : {one, two, one, one, two})
+      logRefusal(error);
+    EXPECT_EQ(errorsLogged(), (Lines{one.message, two.message}));
+  });
 }
 
 TEST_F(Refusals, DoNotIncludeWhatIsMissing) {
-  logRefusal(base::systemError("open /refusals/missing", ENOENT));
-  EXPECT_EQ(errorsLogged(), Lines{});
-  logRefusal(base::systemError("open /refusals/secret", EACCES));
-  EXPECT_EQ(errorsLogged(), Lines{"open /refusals/secret: Permission denied"});
+  expectInOwnProcess([&] {
+    logRefusal(base::systemError("open /refusals/missing", ENOENT));
+    EXPECT_EQ(errorsLogged(), Lines{});
+    logRefusal(base::systemError("open /refusals/secret", EACCES));
+    EXPECT_EQ(errorsLogged(), Lines{"open /refusals/secret: Permission denied"});
+  });
 }
 
 TEST_F(Refusals, NameTheFileOnce) {
-  logRefusal("/refusals/named", {ErrorKind::kMalformed, 0, "line 3"});
-  logRefusal("/refusals/known", {ErrorKind::kMalformed, 0, "open /refusals/known: no"});
-  EXPECT_EQ(errorsLogged(), (Lines{"/refusals/named: line 3", "open /refusals/known: no"}));
+  expectInOwnProcess([&] {
+    logRefusal("/refusals/named", {ErrorKind::kMalformed, 0, "line 3"});
+    logRefusal("/refusals/known", {ErrorKind::kMalformed, 0, "open /refusals/known: no"});
+    EXPECT_EQ(errorsLogged(), (Lines{"/refusals/named: line 3", "open /refusals/known: no"}));
+  });
 }
 
 /// The one error that `refuse` leaves in the log.
@@ -67,36 +75,40 @@ std::string logged(const std::function<void()>& refuse) {
 }
 
 TEST_F(Refusals, OfDocumentsAndFilesAreLogged) {
-  putFile("/tmp/refused.xml", "<a>");
-  AnXml document;
-  EXPECT_TRUE(logged([&] {
-                EXPECT_FALSE(document.useExistingFile(L"/tmp/refused.xml", L"a", nullptr, nullptr));
-              }).starts_with("/tmp/refused.xml: XML document with "));
-  ASSERT_EQ(::mkfifo("/tmp/refused-fifo", 0600), 0);
-  ABuffer content;
-  EXPECT_EQ(logged([&] { EXPECT_FALSE(AFile::readExisting(L"/tmp/refused-fifo", content)); }),
-            "/tmp/refused-fifo: not a regular file");
-  ASSERT_EQ(::mkfifo("/tmp/refused-from", 0600), 0);
-  EXPECT_EQ(logged([&] { EXPECT_FALSE(AFiler::copyFile(L"/tmp/refused-from", L"/tmp/to")); }),
-            "/tmp/refused-from: not a regular file");
-  putDirectory("/tmp/refused.ini");
-  EXPECT_EQ(InitializeRegistry(L"/tmp/refused.ini"), 0);
-  void* key = nullptr;
-  EXPECT_EQ(logged([&] { EXPECT_NE(RegOpenKey(HKEY_LOCAL_MACHINE, "SOFTWARE", &key), 0); }),
-            "/tmp/refused.ini: not a regular file");
+  expectInOwnProcess([&] {
+    putFile("/tmp/refused.xml", "<a>");
+    AnXml document;
+    EXPECT_TRUE(logged([&] {
+                  EXPECT_FALSE(document.useExistingFile(L"/tmp/refused.xml", L"a", nullptr, nullptr));
+                }).starts_with("/tmp/refused.xml: XML document with "));
+    ASSERT_EQ(::mkfifo("/tmp/refused-fifo", 0600), 0);
+    ABuffer content;
+    EXPECT_EQ(logged([&] { EXPECT_FALSE(AFile::readExisting(L"/tmp/refused-fifo", content)); }),
+              "/tmp/refused-fifo: not a regular file");
+    ASSERT_EQ(::mkfifo("/tmp/refused-from", 0600), 0);
+    EXPECT_EQ(logged([&] { EXPECT_FALSE(AFiler::copyFile(L"/tmp/refused-from", L"/tmp/to")); }),
+              "/tmp/refused-from: not a regular file");
+    putDirectory("/tmp/refused.ini");
+    EXPECT_EQ(InitializeRegistry(L"/tmp/refused.ini"), 0);
+    void* key = nullptr;
+    EXPECT_EQ(logged([&] { EXPECT_NE(RegOpenKey(HKEY_LOCAL_MACHINE, "SOFTWARE", &key), 0); }),
+              "/tmp/refused.ini: not a regular file");
+  });
 }
 
 TEST_F(Refusals, OfTheConfigurationThatNamesTheLogGoToTheUsualLog) {
-  putDirectory("/tmp/planted");
-  putFile("/etc/orv.d/ZENTORAGENT-log/config.xml",
-          "<Configuration><FrameworkDataDirectory>/tmp/planted</FrameworkDataDirectory></Configuration>", 0666);
-  const IConfiguration& configuration = IConfiguration::GetConfiguration();
-  for (int again = 0; again < 2; ++again) {
-    EXPECT_EQ(configuration.GetFrameworkDataDirectory(), L"/opt/Quorvane/orv/scratch");
-    EXPECT_EQ(configuration.GetAgentBinDirectory(), L"/opt/Quorvane/orv/bin");
-  }
-  EXPECT_EQ(errorsLogged(), Lines{"/etc/orv.d/ZENTORAGENT-log/config.xml: can be written by others"});
-  EXPECT_EQ(tests::namesIn("/tmp/planted"), Lines{});
+  expectInOwnProcess([&] {
+    putDirectory("/tmp/planted");
+    putFile("/etc/orv.d/ZENTORAGENT-log/config.xml",
+            "<Configuration><FrameworkDataDirectory>/tmp/planted</FrameworkDataDirectory></Configuration>", 0666);
+    const IConfiguration& configuration = IConfiguration::GetConfiguration();
+    for (int again = 0; again < 2; ++again) {
+      EXPECT_EQ(configuration.GetFrameworkDataDirectory(), L"/opt/Quorvane/orv/scratch");
+      EXPECT_EQ(configuration.GetAgentBinDirectory(), L"/opt/Quorvane/orv/bin");
+    }
+    EXPECT_EQ(errorsLogged(), Lines{"/etc/orv.d/ZENTORAGENT-log/config.xml: can be written by others"});
+    EXPECT_EQ(tests::namesIn("/tmp/planted"), Lines{});
+  });
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "support/child.h"
 #include "support/log.h"
 #include "support/private_device.h"
 #include "unzip_guard.h"
@@ -100,12 +101,14 @@ std::string verdictOn(const std::string& path) {
 }
 
 TEST_F(Unzip, SaysInTheLogWhyAnArchiveIsRefused) {
-  putDirectory("/opt/Quorvane/orv/scratch");
-  putFile("/tmp/refused.zip", "no archive");
-  for (int again = 0; again < 2; ++again)
-    EXPECT_EQ(::NsUnzip("/tmp/refused.zip", m_target.c_str()), -1);
-  ASSERT_EQ(errorsLogged().size(), 1U);
-  EXPECT_TRUE(errorsLogged()[0].starts_with("/tmp/refused.zip: ")) << errorsLogged()[0];
+  tests::expectInOwnProcess([&] {
+    putDirectory("/opt/Quorvane/orv/scratch");
+    putFile("/tmp/refused.zip", "no archive");
+    for (int again = 0; again < 2; ++again)
+      EXPECT_EQ(::NsUnzip("/tmp/refused.zip", m_target.c_str()), -1);
+    ASSERT_EQ(errorsLogged().size(), 1U);
+    EXPECT_TRUE(errorsLogged()[0].starts_with("/tmp/refused.zip: ")) << errorsLogged()[0];
+  });
 }
 
 TEST_F(Unzip, RefusesEachHostileArchiveForItsOwnReason) {
