@@ -1,5 +1,7 @@
 #include "base/console.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <poll.h>
 #include <string>
@@ -35,6 +37,50 @@ void put(int fd, std::string_view text) {
   errno = errnoBefore;
 }
 
+/// A line on its way out. One of usual length is one write; none takes memory, as the line may be about the lack of it.
+class Line {
+ public:
+  explicit Line(int fd) : m_fd(fd) {}
+
+  void add(std::string_view text) {
+    while (!text.empty()) {
+      if (m_used == m_bytes.size()) flush();
+      const std::size_t taken = std::min(text.size(), m_bytes.size() - m_used);
+      std::copy_n(text.begin(), taken, m_bytes.begin() + static_cast<std::ptrdiff_t>(m_used));
+      m_used += taken;
+      text.remove_prefix(taken);
+    }
+  }
+
+  void add(std::wstring_view text) {
+    // A single unit needs no memory but that of the string object.
+    for (const wchar_t unit : text)
+      add(toUtf8({&unit, 1}));
+  }
+
+  void end() {
+    add("\n");
+    flush();
+  }
+
+ private:
+  void flush() {
+    put(m_fd, {m_bytes.data(), m_used});
+    m_used = 0;
+  }
+
+  int m_fd;
+  std::size_t m_used = 0;
+  std::array<char, 4096> m_bytes{};
+};
+
+template <typename Text>
+void putLine(int fd, Text text) {
+  Line line(fd);
+  line.add(text);
+  line.end();
+}
+
 }  // namespace
 
 void print(std::string_view text) {
@@ -42,15 +88,19 @@ void print(std::string_view text) {
 }
 
 void printLine(std::string_view text) {
-  print(std::string(text) + '\n');
+  putLine(STDOUT_FILENO, text);
 }
 
 void printLine(std::wstring_view text) {
-  print(toUtf8(text) + '\n');
+  putLine(STDOUT_FILENO, text);
+}
+
+void printErrorLine(std::string_view text) {
+  putLine(STDERR_FILENO, text);
 }
 
 void printErrorLine(std::wstring_view text) {
-  put(STDERR_FILENO, toUtf8(text) + '\n');
+  putLine(STDERR_FILENO, text);
 }
 
 }  // namespace kelt::base

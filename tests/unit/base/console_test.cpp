@@ -71,6 +71,22 @@ TEST(Console, WritesTextAsItIs) {
   EXPECT_EQ(output.err, "");
 }
 
+TEST(Console, WritesLinesOfAnyLengthWhole) {
+  for (const std::size_t length : {4095U, 4096U, 4097U, 20000U}) {
+    const std::string text(length, 'x');
+    const auto output = outputOf([&] {
+      printLine(text);
+      printLine(std::wstring(length, L'\u20AC'));
+      printErrorLine(text);
+    });
+    EXPECT_EQ(output.err, text + "\n");
+    EXPECT_EQ(output.out.substr(0, length + 1), text + "\n");
+    ASSERT_EQ(output.out.size(), length + 1 + 3 * length + 1);
+    EXPECT_EQ(output.out.substr(length + 1, 6), "\xE2\x82\xAC\xE2\x82\xAC");
+    EXPECT_EQ(output.out.substr(output.out.size() - 4), "\xE2\x82\xAC\n");
+  }
+}
+
 TEST(Console, WritesNarrowAndWideLinesInProgramOrder) {
   const auto output = outputOf([] {
     printLine("narrow");
