@@ -15,6 +15,7 @@ enum ExitStatus : int {
   kNotLocked = 17,  ///< or another std::runtime_error ended the run
   kNoCryptoLogger = 18,
   kNoStandardDescriptors = 71,  ///< nothing was done
+  kOutOfMemory = 71,            ///< all that was begun was ended before
 };
 
 }  // namespace kelt::app

@@ -1,5 +1,9 @@
+#include <new>
+
 #include "app/driver.h"
 #include "app/exit_status.h"
+#include "app/messages.h"
+#include "base/console.h"
 #include "base/environment.h"
 #include "base/secret.h"
 #include "base/signals.h"
@@ -13,6 +17,9 @@ int main(int argc, char** argv) {
   kelt::base::ignoreOutputSignals();
   try {
     return kelt::app::runTool(argc, argv);
+  } catch (const std::bad_alloc&) {
+    kelt::base::printErrorLine(kelt::app::messages::kOutOfMemory);
+    return kelt::app::kOutOfMemory;
   } catch (...) {
     // Caught at all so that locks and terminal states are unwound; what it is, nobody here can do anything about.
     throw;

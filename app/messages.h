@@ -35,6 +35,9 @@ inline std::wstring fileNotDeleted(const std::wstring& path) {
   return L"Error : Failed to delete file, " + path;
 }
 
+// On standard error.
+inline constexpr const char* kOutOfMemory = "Error : Out of memory.";
+
 // What the crypto library says.
 inline constexpr const wchar_t* kLogPrefix = L"keltconfig\t";
 inline constexpr const wchar_t* kInfoPrefix = L"keltconfig\t[I] ";

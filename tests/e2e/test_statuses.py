@@ -69,8 +69,9 @@ def test_no_memory_for_the_crypto_logger(device, tmp_path):
         """
         ulimit -c 0
         for n in $(seq 1 300); do
-          FAIL_AT=$n LD_PRELOAD=$1 "$KELTCONFIG" -start >/dev/null
+          FAIL_AT=$n LD_PRELOAD=$1 "$KELTCONFIG" -start >/dev/null 2>/run/error
           echo $? >>/run/statuses
+          cat /run/error >>/run/errors
           test -e /run/agent/calls && echo started >>/run/statuses && rm /run/agent/calls
         done""",
         library,
@@ -78,6 +79,10 @@ def test_no_memory_for_the_crypto_logger(device, tmp_path):
     )
     statuses = device.read("/run/statuses").split()
     assert b"18" in statuses, done
+    # Never an abort: 1 is the parser's answer, 4 that of a configuration that could not be read.
+    assert b"71" in statuses, done
+    assert set(statuses) <= {b"0", b"1", b"4", b"18", b"71", b"started"}
+    assert device.read("/run/errors") == b"Error : Out of memory.\n" * statuses.count(b"71")
     # Whatever could not be had, either the agent was started or the status is not 0.
     assert all(after == b"started" for status, after in zip(statuses, [*statuses[1:], b""]) if status == b"0")
 
