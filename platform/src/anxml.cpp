@@ -1,5 +1,7 @@
 #include "platform/anxml.h"
 
+#include <cerrno>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -46,6 +48,8 @@ Result<std::unique_ptr<XmlDocument>> loadFile(const wchar_t* path, const wchar_t
   const auto bytes = kelt::base::readFile(file, kMaxDocumentSize);
   auto document = bytes ? XmlDocument::load(bytes.value(), xmlTextOf(rootName)) : bytes.error();
   if (!document) kelt::platform::logRefusal(file, document.error());
+  // That says nothing about the file, and a caller who takes it for malformed may well replace it.
+  if (!document && document.error().sysErrno == ENOMEM) throw std::bad_alloc();
   return document;
 }
 

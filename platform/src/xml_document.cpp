@@ -1,5 +1,6 @@
 #include "xml_document.h"
 
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -21,6 +22,13 @@ bool bElement(pugi::xml_node node, const std::string& name) {
   return node.type() == pugi::node_element && name == node.name();
 }
 
+/// pugixml says that it lacks memory by a null node or a false result, which would be a piece of the document missing.
+template <typename Made>
+Made made(Made result) {
+  if (!result) throw std::bad_alloc();
+  return result;
+}
+
 /// Gives each empty element that was written with an end tag an empty text, which keeps that form when it is written
 /// again: other tools of the agent fill in "<name></name>" by text search. Elements end in the order of `bEndTags`, of
 /// which `ended` have ended so far. Returns false when there are more elements than that.
@@ -29,7 +37,7 @@ bool keepEndTags(pugi::xml_node element, const std::vector<bool>& bEndTags, std:
     if (child.type() == pugi::node_element && !keepEndTags(child, bEndTags, ended)) return false;
   }
   if (ended == bEndTags.size()) return false;
-  if (bEndTags[ended++] && !element.first_child()) element.append_child(pugi::node_pcdata);
+  if (bEndTags[ended++] && !element.first_child()) made(element.append_child(pugi::node_pcdata));
   return true;
 }
 
@@ -60,9 +68,9 @@ Result<std::unique_ptr<XmlDocument>> XmlDocument::load(std::span<const unsigned 
   std::unique_ptr<XmlDocument> document(new XmlDocument);
   const std::span<const unsigned char> utf8 = verdict.value().utf8.empty() ? bytes : verdict.value().utf8;
   constexpr unsigned kKeepAll = pugi::parse_full | pugi::parse_ws_pcdata;
-  if (!document->m_tree.load_buffer(utf8.data(), utf8.size(), kKeepAll, pugi::encoding_utf8)) {
-    return notHeld();
-  }
+  const auto held = document->m_tree.load_buffer(utf8.data(), utf8.size(), kKeepAll, pugi::encoding_utf8);
+  if (held.status == pugi::status_out_of_memory) return noMemoryForXml();
+  if (!held) return notHeld();
   if (!bElement(document->root(), rootName)) {
     return Error{ErrorKind::kMalformed, 0, "XML document with another root element than " + rootName};
   }
@@ -74,7 +82,7 @@ Result<std::unique_ptr<XmlDocument>> XmlDocument::load(std::span<const unsigned 
 
 std::unique_ptr<XmlDocument> XmlDocument::create(const std::string& rootName) {
   std::unique_ptr<XmlDocument> document(new XmlDocument);
-  document->m_tree.append_child(rootName.c_str());
+  made(made(document->m_tree.append_child(pugi::node_element)).set_name(rootName.c_str()));
   return document;
 }
 
@@ -103,24 +111,28 @@ pugi::xml_node XmlDocument::addChild(pugi::xml_node parent, const std::string& n
                                      const std::optional<std::string>& text) {
   if (name.empty()) return {};
   m_hint.reset();
-  pugi::xml_node child = parent.append_child(name.c_str());
-  if (text) child.append_child(pugi::node_pcdata).set_value(text->c_str());
+  pugi::xml_node child = made(parent.append_child(pugi::node_element));
+  made(child.set_name(name.c_str()));
+  if (text) made(made(child.append_child(pugi::node_pcdata)).set_value(text->c_str()));
   return child;
 }
 
 bool XmlDocument::setAttribute(pugi::xml_node element, const std::string& name, const std::string& value) {
   m_hint.reset();
   pugi::xml_attribute attribute = element.attribute(name.c_str());
-  if (!attribute) attribute = element.append_attribute(name.c_str());
-  return attribute.set_value(value.c_str());
+  if (!attribute) {
+    attribute = made(element.append_attribute(""));
+    made(attribute.set_name(name.c_str()));
+  }
+  return made(attribute.set_value(value.c_str()));
 }
 
 bool XmlDocument::setText(pugi::xml_node element, const std::string& text) {
   m_hint.reset();
   const pugi::xml_node first = firstText(element);
   pugi::xml_node added =
-      first ? element.insert_child_before(pugi::node_pcdata, first) : element.prepend_child(pugi::node_pcdata);
-  if (!added.set_value(text.c_str())) return false;
+      made(first ? element.insert_child_before(pugi::node_pcdata, first) : element.prepend_child(pugi::node_pcdata));
+  made(added.set_value(text.c_str()));
   for (pugi::xml_node child = added.next_sibling(); child;) {
     child = bText(child) ? removeText(child) : child.next_sibling();
   }

@@ -12,9 +12,12 @@
 namespace kelt::platform {
 
 /// One XML document with a root element. Nodes are handles of it, valid until they are removed or the document ends.
+/// What changes a document throws std::bad_alloc for want of memory; it may have changed by then and is not to be
+/// written.
 class XmlDocument {
  public:
-  /// Holds the document in `bytes`. Errors: kMalformed when it is refused (xml_judge.h) or its root is not `rootName`.
+  /// Holds the document in `bytes`. Errors: kMalformed when it is refused (xml_judge.h) or its root is not `rootName`;
+  /// kSystem for want of memory.
   [[nodiscard]] static base::Result<std::unique_ptr<XmlDocument>> load(std::span<const unsigned char> bytes,
                                                                        const std::string& rootName);
 

@@ -1,6 +1,7 @@
 #include "xml_judge.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <expat.h>
 #include <memory>
@@ -37,6 +38,7 @@ struct Judgement {
   bool bLatin1 = false;  ///< declared
   XmlVerdict verdict;
   const char* refusal = nullptr;  ///< why we, not Expat, refuse the document
+  bool bNoMemory = false;         ///< for what is noted of it
 
   void refuse(const char* reason) {
     refusal = reason;
@@ -86,7 +88,8 @@ void onEnd(void* userData, const char* /*name*/) {
     // The end of an empty-element tag is an event without bytes of its own.
     judgement.verdict.bEndTags.push_back(XML_GetCurrentByteCount(judgement.parser) != 0);
   } catch (...) {
-    judgement.refuse("more elements than memory holds");
+    judgement.bNoMemory = true;
+    XML_StopParser(judgement.parser, XML_FALSE);
   }
 }
 
@@ -106,6 +109,7 @@ Error malformed(const std::string& reason) {
 }
 
 Error failureOf(const Judgement& judgement) {
+  if (judgement.bNoMemory || XML_GetErrorCode(judgement.parser) == XML_ERROR_NO_MEMORY) return noMemoryForXml();
   const std::string reason =
       judgement.refusal != nullptr ? judgement.refusal : XML_ErrorString(XML_GetErrorCode(judgement.parser));
   return malformed(reason + " in line " + std::to_string(XML_GetCurrentLineNumber(judgement.parser)));
@@ -114,8 +118,8 @@ Error failureOf(const Judgement& judgement) {
 Result<Judgement> judgeAs(std::span<const unsigned char> document, XmlOrigin origin) {
   const bool bConverted = origin == XmlOrigin::kUtf16 || origin == XmlOrigin::kLatin1;
   const Parser parser(XML_ParserCreate(bConverted ? "UTF-8" : nullptr), &XML_ParserFree);
-  if (!parser) return malformed("no memory to parse it");
-  Judgement judgement{parser.get(), origin, 0, false, {}, nullptr};
+  if (!parser) return noMemoryForXml();
+  Judgement judgement{parser.get(), origin, 0, false, {}, nullptr, false};
   installHandlers(parser.get(), judgement);
 
   // In one piece: handing over a long token in pieces makes Expat start it again each time.
@@ -146,6 +150,10 @@ Result<XmlVerdict> judgeBytes(std::span<const unsigned char> document) {
 }
 
 }  // namespace
+
+Error noMemoryForXml() {
+  return Error{ErrorKind::kSystem, ENOMEM, "XML document that memory does not hold"};
+}
 
 Result<XmlVerdict> judgeXml(std::span<const unsigned char> document) {
   if (document.size() > INT_MAX / 2) return malformed("more bytes than a parser takes");

@@ -7,7 +7,7 @@
 // DOCTYPE, nesting deeper than 256, and files over 64 MiB.
 //
 // The text of an element is that of the text and CDATA sections directly in it, joined; references are expanded. A null
-// name or value counts as the empty one.
+// name or value counts as the empty one. Want of memory is std::bad_alloc, throughout.
 
 #include <memory>
 #include <string>
