@@ -31,6 +31,7 @@ int unixCommandLineHelper::PrepareORV(bool managed, bool noStart, std::wstring s
   m_fetchedInto.reset();
   m_server = tellcomn_wide_to_ansi(server);
   m_user = tellcomn_wide_to_ansi(user);
+  const base::WipeAtEnd wipeAlsoWithoutMemory(m_password);
   keepNarrow(password, m_password);
   if (provision) m_provisionResult = provision::Provision::iGetProvisionFiles(sourceDir, m_server, m_user, m_password);
   base::wipe(m_password);  // nothing needs it any more, and commands are run from here on

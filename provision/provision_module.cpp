@@ -1,5 +1,3 @@
-#include <exception>
-
 #include "base/console.h"
 #include "provision/messages.h"
 #include "provision/provision_client.h"
@@ -8,9 +6,8 @@
 int kelt_provision_files(const wchar_t* dir, const char* server, const char* user, const char* password) noexcept {
   try {
     return kelt::provision::provisionFiles(dir, server, user, password);
-  } catch (const std::exception&) {
-    // Nothing throws but a lack of memory. It came between two progress texts or behind one; a line of its own is
-    // clear.
+  } catch (...) {
+    // Nothing throws but a lack of memory. It came between two progress texts or after one; a line of its own is clear.
     kelt::base::print("\n");
     kelt::base::printLine(kelt::provision::messages::kOutOfMemory);
     return kelt::provision::kTransferFailed;

@@ -2,6 +2,8 @@
 
 #include <curl/curl.h>
 #include <exception>
+#include <memory>
+#include <new>
 
 #include "base/console.h"
 #include "provision/messages.h"
@@ -37,6 +39,20 @@ bool bKept(const char* data, std::size_t length) {
   return true;
 }
 
+/// A handle, which holds the password, and what libcurl holds for all of them.
+struct EndTransfer {
+  void operator()(CURL* curl) const {
+    curl_easy_cleanup(curl);
+    curl_global_cleanup();
+  }
+};
+using Transfer = std::unique_ptr<CURL, EndTransfer>;
+
+/// Sets a text without which the request would be another one. libcurl copies it; without memory it goes on without.
+void setText(CURL* curl, CURLoption option, const std::string& text) {
+  if (curl_easy_setopt(curl, option, text.c_str()) == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
+}
+
 /// The tables of HTTP/2 keep what a request said, the password of Basic authentication included, in memory that is not
 /// taken from ours.
 void avoidHttp2(CURL* curl) {
@@ -48,13 +64,13 @@ void avoidHttp2(CURL* curl) {
 /// The server's certificate is not verified, as designed: the device has nothing yet to verify it with.
 void setOptions(CURL* curl, const ServerAccess& access) {
   const std::string url = "https://" + access.server + kPath;
-  curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+  setText(curl, CURLOPT_URL, url);
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
   curl_easy_setopt(curl, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_ANY));
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, Write_Callback);
-  curl_easy_setopt(curl, CURLOPT_USERNAME, access.user.c_str());
-  curl_easy_setopt(curl, CURLOPT_PASSWORD, access.password.c_str());
+  setText(curl, CURLOPT_USERNAME, access.user);
+  setText(curl, CURLOPT_PASSWORD, access.password);
 }
 
 }  // namespace
@@ -72,20 +88,19 @@ std::size_t Write_Callback(void* data, std::size_t size, std::size_t count, void
 Status fetchPackage(const ServerAccess& access, const std::string& host, const std::string& port) {
   base::print(messages::kInitializing);
   giveCurlWipingMemory();
-  CURL* curl = curl_easy_init();
-  if (curl == nullptr) {
+  Transfer transfer(curl_easy_init());
+  if (transfer == nullptr) {
     base::print(messages::kNotInitialized);
     return kNoCurl;
   }
   base::print(messages::kInitialized);
-  setOptions(curl, access);
-  setAddressScopeIfRequired(curl, host, port);
-  avoidHttp2(curl);
+  setOptions(transfer.get(), access);
+  setAddressScopeIfRequired(transfer.get(), host, port);
+  avoidHttp2(transfer.get());
   reserveReply();
   base::print(messages::kContacting);
-  const CURLcode result = curl_easy_perform(curl);
-  curl_easy_cleanup(curl);
-  curl_global_cleanup();
+  const CURLcode result = curl_easy_perform(transfer.get());
+  transfer.reset();
   base::print(result == CURLE_OK ? messages::kDone : messages::kFailed);
   return result == CURLE_OK ? kSuccess : kTransferFailed;
 }
