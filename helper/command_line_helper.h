@@ -54,6 +54,11 @@ class CommandLineHelper {
   virtual bool RestitueBinFilesSLPwdsToPlainTxt();
   virtual bool EncryptBinFilesSLPwds();
 
+  /// To be called before promiseStart and StopORVService by whoever is, or may be, to start the agent afterwards: keeps
+  /// what StartORVService will need, for it to be had where the system refuses it by then. Without memory nothing is
+  /// kept.
+  virtual void reserveStart() {}
+
   /// To be called before StopORVService by whoever is to start the agent afterwards, and kept until that was done: an
   /// agent that knows how has it started even where the run dies in between. Null where it does not.
   [[nodiscard]] virtual std::unique_ptr<StartPromise> promiseStart() { return nullptr; }

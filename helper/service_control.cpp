@@ -1,5 +1,7 @@
 // Starting and stopping the agent, and loading and unloading the plug-ins of the other products with it.
 
+#include <cerrno>
+#include <new>
 #include <optional>
 
 #include "base/console.h"
@@ -9,11 +11,16 @@
 #include "helper/start_promise.h"
 #include "helper/unix_command_line_helper.h"
 #include "platform/config_directory.h"
+#include "platform/logger.h"
 #include "platform/refusals.h"
 
 namespace kelt::helper {
 namespace {
 
+constexpr const wchar_t* kSource = L"keltcfg";
+constexpr const wchar_t* kLoadElement = L"LoadOrvPluginCommand";
+
+using base::Result;
 using platform::ConfigDirectory;
 using platform::ConfigFile;
 
@@ -22,7 +29,7 @@ ConfigDirectory openConfigDirectory() {
 }
 
 /// What was loaded; nothing, with the reason in the log, where it was not.
-std::optional<ConfigFile> logged(base::Result<ConfigFile> file) {
+std::optional<ConfigFile> logged(Result<ConfigFile> file) {
   if (file) return std::move(file).value();
   platform::logRefusal(file.error());
   return std::nullopt;
@@ -42,24 +49,29 @@ const char* complaintAbout(ConfigDirectory::State state) {
   return nullptr;
 }
 
-/// Runs the command that each product but the agent names in the element `element`, in the order of the directory.
-/// Returns false, with a message and nothing run, when the configuration directory cannot be used: it was fine when the
-/// agent's own file was found in it, so it has changed since.
-template <typename Run>
-bool runPlugInCommands(const wchar_t* element, Run run) {
-  ConfigDirectory directory = openConfigDirectory();
-  if (const char* complaint = complaintAbout(directory.state())) {
-    base::printLine(std::string_view(complaint));
-    platform::logRefusal(directory.usable().error());
-    return false;
-  }
+/// Calls `take` with the name of each product but the agent, in the order of the directory, and what its file came to.
+/// Errors: those of usable(), with nothing called, and of listed().
+template <typename Take>
+base::Status forEachPlugIn(ConfigDirectory& directory, Take take) {
+  if (const base::Status usable = directory.usable(); !usable) return usable;
   while (const auto name = directory.next()) {
-    if (ConfigDirectory::bAgent(*name)) continue;
-    const auto config = logged(directory.load(*name));
-    if (!config) continue;
-    if (const auto command = config->firstText(element)) run(*command);
+    if (!ConfigDirectory::bAgent(*name)) take(*name, directory.load(*name));
   }
-  return true;
+  return directory.listed();
+}
+
+/// Says on the console, and in the log, what is wrong with the configuration directory: it was fine when the agent's
+/// own file was found in it, so it has changed since. Returns whether nothing is.
+bool bUsable(const ConfigDirectory& directory) noexcept {
+  const char* complaint = complaintAbout(directory.state());
+  if (complaint == nullptr) return true;
+  base::printLine(std::string_view(complaint));
+  try {
+    platform::logRefusal(directory.usable().error());
+  } catch (const std::bad_alloc&) {
+    return false;  // without a line in the log
+  }
+  return false;
 }
 
 /// An agent that is to stay stopped is owed nothing, whatever an earlier run owed it.
@@ -68,26 +80,67 @@ void forgiveDebts() {
   settle(Owed::kPlugIns);
 }
 
+bool bRefusedBySystem(const base::Error& error) {
+  return error.kind == base::ErrorKind::kSystem;
+}
+
+/// Tells that what was kept is used.
+void logReserve() {
+  logError(kSource, L"What starts the agent cannot be read; it is started as it was configured before the stop.");
+}
+
+base::Error noMemory() {
+  return {base::ErrorKind::kSystem, ENOMEM, "out of memory"};  // short enough to need none
+}
+
+/// Runs those of the kept commands that were not read anew.
+void loadReserved(const ReservedStart& reserved) noexcept {
+  for (const ReservedPlugIn& plugIn : reserved.plugIns) {
+    if (!plugIn.bSettled) plugIn.load.runPatiently(nullptr);
+  }
+}
+
+ReservedPlugIn* find(ReservedStart& reserved, const std::string& directory) {
+  for (ReservedPlugIn& plugIn : reserved.plugIns) {
+    if (plugIn.directory == directory) return &plugIn;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 std::unique_ptr<StartPromise> unixCommandLineHelper::promiseStart() {
   return guardedPromise(*this);
 }
 
+void unixCommandLineHelper::reserveStart() {
+  m_reserved = readStartInAdvance();
+}
+
 bool unixCommandLineHelper::StartORVService() {
-  const auto config = logged(openConfigDirectory().loadAgent());
-  if (!config) return false;
-  if (!run(
-          config->firstTextOrEmpty(L"StartCommand"), [] { settle(Owed::kStart); }, true))
-    return false;
+  // Else a plug-in whose file cannot be read for once would not be loaded.
+  auto justRead = m_reserved ? std::nullopt : readStartInAdvance();
+  ReservedStart* const reserved = m_reserved ? &*m_reserved : justRead ? &*justRead : nullptr;
+  const auto read = [&]() -> Result<PreparedCommand> {
+    try {
+      return readStartCommand();
+    } catch (const std::bad_alloc&) {
+      if (reserved == nullptr) throw;
+      return noMemory();
+    }
+  };
+  const Result<PreparedCommand> anew = read();
+  if (!anew) platform::logRefusal(anew.error());
+  if (!anew && (reserved == nullptr || !bRefusedBySystem(anew.error()))) return false;
+  if (!anew) logReserve();
+  (anew ? anew.value() : reserved->start).runPatiently([] { settle(Owed::kStart); });
   // From here on the agent runs, whatever becomes of the plug-ins.
-  loadPlugIns();
+  loadPlugInsAnewOr(reserved, m_reserved.has_value());
   return true;
 }
 
-void unixCommandLineHelper::loadPlugIns() const {
-  runPlugInCommands(L"LoadOrvPluginCommand", [&](const std::wstring& command) { run(command, nullptr, true); });
-  settle(Owed::kPlugIns);
+void unixCommandLineHelper::loadPlugIns() {
+  loadPlugInsAnewOr(m_reserved ? &*m_reserved : nullptr, true);
 }
 
 bool unixCommandLineHelper::StopORVService() {
@@ -96,13 +149,87 @@ bool unixCommandLineHelper::StopORVService() {
   const Last owePlugIns = m_bStartPromised ? Last([] { owe(Owed::kPlugIns); }) : nullptr;
   const auto config = logged(openConfigDirectory().loadAgent());
   if (!config) return false;
-  const std::wstring stopCommand = config->firstTextOrEmpty(L"StopCommand");
-  const auto unload = [&](const std::wstring& command) { run(command, owePlugIns, false); };
+  const PreparedCommand stopCommand = prepared(config->firstTextOrEmpty(L"StopCommand"));
+  ConfigDirectory directory = openConfigDirectory();
   // A directory that others may have changed meanwhile is no ground to stop the agent on; that counts as done.
-  if (!runPlugInCommands(L"UnloadOrvPluginCommand", unload)) return true;
-  if (!run(stopCommand, oweStart, false)) return false;
+  if (!bUsable(directory)) return true;
+  static_cast<void>(forEachPlugIn(directory, [&](const std::string& /*name*/, Result<ConfigFile> file) {
+    const auto plugIn = logged(std::move(file));
+    if (!plugIn) return;
+    if (const auto command = plugIn->firstText(L"UnloadOrvPluginCommand")) prepared(*command).run(owePlugIns);
+  }));
+  stopCommand.run(oweStart);
   if (!m_bStartPromised) forgiveDebts();
   return true;
+}
+
+Result<PreparedCommand> unixCommandLineHelper::readStartCommand() const {
+  const auto config = openConfigDirectory().loadAgent();
+  if (!config) return config.error();
+  return prepared(config.value().firstTextOrEmpty(L"StartCommand"));
+}
+
+Result<ReservedStart> unixCommandLineHelper::readStart() const {
+  auto start = readStartCommand();
+  if (!start) return start.error();
+  ReservedStart all{std::move(start).value(), {}};
+  base::Status refused;
+  ConfigDirectory directory = openConfigDirectory();
+  const auto listed = forEachPlugIn(directory, [&](const std::string& name, const Result<ConfigFile>& file) {
+    if (!file && bRefusedBySystem(file.error())) refused = file.error();
+    if (!file) return;
+    if (const auto command = file.value().firstText(kLoadElement)) all.plugIns.push_back({name, prepared(*command)});
+  });
+  if (!listed) return listed.error();
+  if (!refused) return refused.error();
+  return all;
+}
+
+std::optional<ReservedStart> unixCommandLineHelper::readStartInAdvance() const noexcept {
+  try {
+    auto start = readStart();
+    if (start) return std::move(start).value();
+    // All else is said by whoever needs it.
+    if (bRefusedBySystem(start.error())) platform::logRefusal(start.error());
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;  // what needs memory may still have it later
+  }
+  return std::nullopt;
+}
+
+void unixCommandLineHelper::loadPlugInsAnewOr(ReservedStart* reserved, bool bDespiteDirectory) const noexcept {
+  if (reserved != nullptr) {
+    for (ReservedPlugIn& plugIn : reserved->plugIns)
+      plugIn.bSettled = false;
+  }
+  bool bDone = false;
+  try {
+    bDone = bLoadedAnew(reserved, bDespiteDirectory);
+  } catch (const std::bad_alloc&) {
+    logError(kSource, L"There is no memory to read which plug-ins to load.");
+  }
+  if (!bDone && reserved != nullptr) loadReserved(*reserved);
+  settle(Owed::kPlugIns);
+}
+
+/// Returns false where what was kept is to be used for the rest.
+bool unixCommandLineHelper::bLoadedAnew(ReservedStart* reserved, bool bDespiteDirectory) const {
+  ConfigDirectory directory = openConfigDirectory();
+  if (!bUsable(directory)) return !(bDespiteDirectory && directory.bRefusedBySystem());
+  const auto listed = forEachPlugIn(directory, [&](const std::string& name, const Result<ConfigFile>& file) {
+    loadPlugIn(file, reserved == nullptr ? nullptr : find(*reserved, name));
+  });
+  if (!listed) platform::logRefusal(listed.error());
+  return listed.ok();
+}
+
+void unixCommandLineHelper::loadPlugIn(const Result<ConfigFile>& file, ReservedPlugIn* kept) const {
+  if (!file) platform::logRefusal(file.error());
+  const auto text = file ? file.value().firstText(kLoadElement) : std::nullopt;
+  const auto anew = text ? std::optional(prepared(*text)) : std::nullopt;
+  if (kept != nullptr) kept->bSettled = true;
+  if (anew) return anew->runPatiently(nullptr);
+  if (kept != nullptr && !file && bRefusedBySystem(file.error())) kept->load.runPatiently(nullptr);
 }
 
 }  // namespace kelt::helper

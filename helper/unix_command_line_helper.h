@@ -7,7 +7,9 @@
 
 #include "helper/command_line_helper.h"
 #include "helper/file_id.h"
+#include "helper/reserved_start.h"
 #include "platform/astring.h"
+#include "platform/config_directory.h"
 
 namespace kelt::helper {
 
@@ -17,6 +19,8 @@ class unixCommandLineHelper : public CommandLineHelper {
  public:
   unixCommandLineHelper() = default;
 
+  /// A command that the system refuses to read anew (no descriptor, no memory, a disk that fails) is run as it was kept
+  /// by reserveStart, with a line in the log. A file that is missing, malformed or not trusted names nothing to run.
   bool StartORVService() override;
   bool StopORVService() override;
   bool CheckVersion(std::wstring& version) override;
@@ -27,12 +31,16 @@ class unixCommandLineHelper : public CommandLineHelper {
 
   std::unique_ptr<StartPromise> promiseStart() override;
 
+  /// Keeps all or nothing: what the system refuses already here is no base for a start later on.
+  void reserveStart() override;
+
   /// Whether the next stop is one that a start is to follow: it then leaves the marks of helper/owed_start.h.
   void setStartPromised(bool promised) { m_bStartPromised = promised; }
 
   /// Runs the load command of every other product, the second half of StartORVService. Says on the console why not,
-  /// where the configuration directory cannot be used.
-  void loadPlugIns() const;
+  /// where the configuration directory cannot be used; where it is the system that refuses it, what reserveStart kept
+  /// is run all the same.
+  void loadPlugIns();
 
   /// Finds the agent's own configuration file: "config.xml" in the first directory, as readdir yields them, whose name
   /// contains "ZENTORAGENT". Leaves `path` as it was when there is none, or when the configuration directory is
@@ -85,10 +93,16 @@ class unixCommandLineHelper : public CommandLineHelper {
   /// Whether the source directory is the one into which provisioning put its files.
   [[nodiscard]] bool bFetchedHere() const;
 
-  /// Runs a command line as ExecCmd does. In the child, `last` is called just before it becomes the program; it must be
-  /// async-signal-safe, and may be null. With `bPatient` a process that the system refuses is asked for again and
-  /// again, for some seconds, with a line in the log.
-  bool run(const std::wstring& commandLine, void (*last)(), bool bPatient) const;
+  [[nodiscard]] PreparedCommand prepared(const std::wstring& commandLine) const;
+
+  /// The steps of a start, in helper/service_control.cpp. `reserved` may be null; `bDespiteDirectory` is whether it
+  /// counts where the configuration directory cannot be opened, too.
+  [[nodiscard]] base::Result<PreparedCommand> readStartCommand() const;
+  [[nodiscard]] base::Result<ReservedStart> readStart() const;
+  [[nodiscard]] std::optional<ReservedStart> readStartInAdvance() const noexcept;
+  void loadPlugInsAnewOr(ReservedStart* reserved, bool bDespiteDirectory) const noexcept;
+  [[nodiscard]] bool bLoadedAnew(ReservedStart* reserved, bool bDespiteDirectory) const;
+  void loadPlugIn(const base::Result<platform::ConfigFile>& file, ReservedPlugIn* kept) const;
 
   std::wstring m_versionString;
   std::wstring m_sourceDir;
@@ -98,6 +112,7 @@ class unixCommandLineHelper : public CommandLineHelper {
   std::string m_password;
   std::int32_t m_provisionResult = 0;
   bool m_bStartPromised = false;
+  std::optional<ReservedStart> m_reserved;
   std::optional<FileId> m_fetchedInto;  ///< the directory into which provisioning put its files
 };
 

@@ -22,6 +22,16 @@ void logFailure(const wchar_t* step, const char* why) noexcept {
   }
 }
 
+/// Without it the work goes on: starting the agent then takes what the system gives at that moment.
+void reserve(CommandLineHelper& agent, StartAgain startAgain) noexcept {
+  if (startAgain == StartAgain::kNever) return;
+  try {
+    agent.reserveStart();
+  } catch (const std::exception& error) {
+    logFailure(L"Nothing is kept for the start of the agent: ", error.what());
+  }
+}
+
 /// Only where the agent is to run again in any case. Without a promise, which may lack memory too, the work goes on.
 std::unique_ptr<StartPromise> promiseOf(CommandLineHelper& agent, StartAgain startAgain) noexcept {
   if (startAgain != StartAgain::kAlways) return nullptr;
@@ -66,6 +76,7 @@ bool bToStart(StartAgain startAgain, bool bDone) {
 
 Interruption whileStopped(CommandLineHelper& agent, StartAgain startAgain, const std::function<bool()>& work) noexcept {
   const base::DeferredSignals untilTheAgentRuns;
+  reserve(agent, startAgain);
   const std::unique_ptr<StartPromise> promise = promiseOf(agent, startAgain);
   const Ended stop = attempt(L"Stopping the agent failed: ", [&] { return agent.StopORVService(); });
   if (stop == Ended::kBadly) return {};

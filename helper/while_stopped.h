@@ -26,6 +26,7 @@ struct Interruption {
 /// agent's commands were run: the work is not begun, and the agent is started unless it is never to be. One on starting
 /// is answered by a second try. Each exception is a line in the agent's log; none leaves this function.
 ///
+/// What a start takes is reserved before the stop, for a start that the system would refuse by then (reserveStart).
 /// Where the agent is to run again in any case, its promiseStart holds from before the stop to after the start.
 ///
 /// From before the stop to after the start SIGINT, SIGTERM and SIGHUP wait.

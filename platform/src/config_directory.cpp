@@ -27,9 +27,17 @@ constexpr std::size_t kMaxConfigSize = std::size_t{64} * 1024 * 1024;
 constexpr base::Trust kRootOnly{};
 constexpr base::Trust kAnybody{.bJudgesAnything = false};
 
-bool bDirectoryIn(int directory, const std::string& name) {
+/// Errors by which the system says of a name that it leads nowhere.
+bool bLeadsNowhere(int error) {
+  return error == ENOENT || error == ENOTDIR || error == ELOOP;
+}
+
+/// Whether it is a directory, or a link to one. Sets `error` where the system does not tell.
+bool bDirectoryIn(int directory, const std::string& name, int& error) {
   struct stat info {};
-  return ::fstatat(directory, name.c_str(), &info, 0) == 0 && S_ISDIR(info.st_mode);
+  if (::fstatat(directory, name.c_str(), &info, 0) == 0) return S_ISDIR(info.st_mode);
+  if (!bLeadsNowhere(errno)) error = errno;
+  return false;
 }
 
 std::string withoutSlashAtEnd(std::string path) {
@@ -92,14 +100,29 @@ Status ConfigDirectory::usable() const {
   return Error{ErrorKind::kRefused, 0, m_path + ": " + m_whyNotTrusted};
 }
 
+bool ConfigDirectory::bRefusedBySystem() const noexcept {
+  if (m_state == State::kInaccessible) return m_examineErrno != ENOENT && m_examineErrno != ENOTDIR;
+  return m_state == State::kUnreadable;
+}
+
 std::optional<std::string> ConfigDirectory::next() {
   if (!m_stream) return std::nullopt;
+  errno = 0;  // the end of the list leaves it alone
   // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this object's own
   while (const dirent* entry = ::readdir(m_stream.get())) {
     const std::string name = &entry->d_name[0];
-    if (name != "." && name != ".." && bDirectoryIn(::dirfd(m_stream.get()), name)) return name;
+    if (name != "." && name != ".." && bDirectoryIn(::dirfd(m_stream.get()), name, m_listErrno)) return name;
+    errno = 0;
   }
+  if (errno != 0) m_listErrno = errno;
   return std::nullopt;
+}
+
+Status ConfigDirectory::listed() const {
+  if (m_listErrno == 0) return {};
+  Error error = base::systemError("list " + m_path, m_listErrno);
+  error.kind = ErrorKind::kSystem;  // whatever it was, it does not say that nothing is there
+  return error;
 }
 
 std::optional<std::string> ConfigDirectory::nextAgent() {
@@ -135,6 +158,7 @@ Result<ConfigFile> ConfigDirectory::load(const std::string& name, ConfigUse use)
 Result<ConfigFile> ConfigDirectory::loadAgent(ConfigUse use) {
   if (const Status judged = usable(); !judged) return judged.error();
   const auto name = nextAgent();
+  if (const Status all = listed(); !name && !all) return all.error();
   if (!name) return Error{ErrorKind::kNotFound, 0, m_path + ": no directory of the agent"};
   return load(*name, use);
 }

@@ -62,9 +62,16 @@ class ConfigDirectory {
   /// The same as a Status: ok() when usable. Errors: kNotFound, kRefused (writable by others), kSystem.
   [[nodiscard]] base::Status usable() const;
 
+  /// Whether it is the system that keeps the directory from being used: not where it is missing or not trusted.
+  [[nodiscard]] bool bRefusedBySystem() const noexcept;
+
   /// The name of the next entry that is a directory (or a link to one); nothing when there is none left, or the
   /// directory is not open. Works whatever the state.
   [[nodiscard]] std::optional<std::string> next();
+
+  /// Whether what next() gave is all there is. Errors: kSystem, where the system broke off the listing, or refused to
+  /// tell what an entry is, which was then passed over.
+  [[nodiscard]] base::Status listed() const;
 
   /// The first of the names that next() has still to give that is the agent's own.
   [[nodiscard]] std::optional<std::string> nextAgent();
@@ -81,7 +88,7 @@ class ConfigDirectory {
   [[nodiscard]] base::Result<ConfigFile> load(const std::string& name, ConfigUse use = ConfigUse::kDecides) const;
 
   /// Loads the agent's own file: that of nextAgent(). Errors: those of usable() and of load(); kNotFound where no
-  /// directory is the agent's.
+  /// directory is the agent's; those of listed() where one may be, and was not found.
   [[nodiscard]] base::Result<ConfigFile> loadAgent(ConfigUse use = ConfigUse::kDecides);
 
  private:
@@ -93,6 +100,7 @@ class ConfigDirectory {
   std::unique_ptr<DIR, Close> m_stream;
   int m_openErrno = 0;
   int m_examineErrno = 0;
+  int m_listErrno = 0;
   State m_state = State::kInaccessible;
   const char* m_whyNotTrusted = nullptr;
 };

@@ -63,6 +63,19 @@ TEST_F(StartPromised, IsKeptForAProcessThatDiesWhileTheAgentIsStopped) {
             std::vector<std::string>{"A run ended before it started the agent again, which is started now."});
 }
 
+TEST_F(StartPromised, IsKeptByWhatWasReadBeforeTheStopWhereNothingCanBeReadAnyMore) {
+  statusOf([](unixCommandLineHelper& agent) {
+    agent.reserveStart();
+    const auto promise = agent.promiseStart();
+    if (!agent.StopORVService()) return 1;
+    const char* config = "/etc/orv.d/ZENTORAGENT/config.xml";
+    ::unlink(config);
+    return ::symlink("/proc/self/mem", config) == 0 ? ::raise(SIGKILL) : 1;
+  });
+  EXPECT_TRUE(exists("/tmp/started"));
+  EXPECT_FALSE(bOwed(Owed::kStart));
+}
+
 TEST_F(StartPromised, IsPaidByTheStartItself) {
   EXPECT_EQ(statusOf([](unixCommandLineHelper& agent) {
               const auto promise = agent.promiseStart();

@@ -28,6 +28,11 @@ class ToldAgent : public CommandLineHelper {
   }
   bool ImportKeys(bool /*fromUpdateDir*/) override { return note("import", {}); }
 
+  void reserveStart() override {
+    if (m_onReserve) m_onReserve();
+  }
+
+  std::function<void()> m_onReserve;
   std::function<bool()> m_onStart;
   std::function<bool()> m_onStop;
   Steps m_steps;
@@ -118,6 +123,22 @@ TEST_F(WhileStopped, TellsAStartThatFailedAndTriesItOnce) {
   m_agent.m_onStart = no;
   expect(work(StartAgain::kAlways, {}), true, true, true);
   EXPECT_EQ(m_agent.m_steps, (Steps{"stop", "work", "start"}));
+}
+
+TEST_F(WhileStopped, KeepsWhatAStartTakesBeforeTheStopUnlessThereIsToBeNone) {
+  m_agent.m_onReserve = [&] { m_agent.m_steps.emplace_back("reserve"); };
+  expect(work(StartAgain::kAlways, {}), true, true, false);
+  expect(work(StartAgain::kAfterFailure, no), true, false, false);
+  expect(work(StartAgain::kNever, {}), true, true, false);
+  EXPECT_EQ(m_agent.m_steps,
+            (Steps{"reserve", "stop", "work", "start", "reserve", "stop", "work", "start", "stop", "work"}));
+}
+
+TEST_F(WhileStopped, GoesOnWithoutWhatCannotBeKept) {
+  m_agent.m_onReserve = [] { throw std::runtime_error("no reserve"); };
+  expect(work(StartAgain::kAlways, {}), true, true, false);
+  EXPECT_EQ(m_agent.m_steps, (Steps{"stop", "work", "start"}));
+  EXPECT_EQ(log(), Steps{"E Nothing is kept for the start of the agent: no reserve"});
 }
 
 TEST_F(WhileStopped, StartsAfterWorkThatThrewAndLogsWhat) {
