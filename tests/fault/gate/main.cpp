@@ -226,7 +226,8 @@ int conclude(const Report& report, bool bComplete, std::chrono::steady_clock::ti
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
   const bool bPassed = report.bPassed(bComplete);
   std::cout << report.tried() << (bPassed ? " passed, " : " tried, ") << report.excused() << " violations excused in "
-            << std::chrono::duration_cast<std::chrono::seconds>(took).count() << " s\n";
+            << std::chrono::duration_cast<std::chrono::seconds>(took).count() << " s, "
+            << static_cast<long>(report.processorSeconds()) << " s of the processor\n";
   return bPassed ? 0 : 1;
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <iomanip>
 #include <ostream>
 #include <sstream>
@@ -59,12 +60,36 @@ std::string endOf(const Outcome& outcome) {
   return "status " + std::to_string(WEXITSTATUS(outcome.status));
 }
 
+constexpr std::array kColumns = {Mode::kOnce, Mode::kOn, Mode::kKill, Mode::kTerminate, Mode::kAllocate, Mode::kPair};
+
+/// A figure for each command and mode, with sums.
+template <typename Figure>
+void printTable(std::ostream& out, const char* title, int decimals,
+                const std::map<std::string, std::map<std::string, Figure>>& figures) {
+  out << std::fixed << std::setprecision(decimals);
+  const auto row = [&](const std::string& name, const auto& cell) {
+    out << std::left << std::setw(22) << name << std::right;
+    for (const Mode mode : kColumns)
+      out << std::setw(8) << cell(nameOf(mode));
+    out << '\n';
+  };
+  row(title, [](const std::string& mode) { return mode; });
+  std::map<std::string, Figure> sums;
+  for (const auto& [command, all] : figures) {
+    row(command, [&all = all](const std::string& mode) { return all.count(mode) == 0 ? Figure{} : all.at(mode); });
+    for (const auto& [mode, figure] : all)
+      sums[mode] += figure;
+  }
+  row("all", [&](const std::string& mode) { return sums[mode]; });
+}
+
 }  // namespace
 
 std::string linesOf(const Trial& trial, const Point& point, const Suite& suite) {
   const std::string name = nameOf(point, suite);
   const std::string head = suite.commands.at(point.command).name + "\t" + nameOf(point.mode) + "\t";
-  std::string lines = std::string(kPoint) + "\t" + head + (trial.bReached ? "1" : "0") + "\n";
+  std::string lines =
+      std::string(kPoint) + "\t" + head + (trial.bReached ? "1" : "0") + "\t" + std::to_string(trial.processor) + "\n";
   for (const Violation& violation : trial.violations) {
     lines += std::string(kViolation) + "\t" + head + name + "\t" + trial.role + "\t" + joined(trial.outcome.refused) +
              "\t" + violation.kind + "\t" + escaped(violation.detail) + "\t" + escaped(trial.outcome.where) + "\t" +
@@ -85,6 +110,7 @@ void Report::addPoint(const std::vector<std::string>& fields) {
   ++m_tried;
   ++m_points[fields[1]][fields[2]];
   if (fields[3] != "1") ++m_notReached;
+  m_processor[fields[1]][fields[2]] += std::strtod(fields[4].c_str(), nullptr);
 }
 
 void Report::addViolation(const std::vector<std::string>& fields, std::ostream& log) {
@@ -106,6 +132,15 @@ std::size_t Report::excused() const {
   return count;
 }
 
+double Report::processorSeconds() const {
+  double sum = 0;
+  for (const auto& [command, times] : m_processor) {
+    for (const auto& [mode, seconds] : times)
+      sum += seconds;
+  }
+  return sum;
+}
+
 bool Report::bUnmatched() const {
   const auto& all = m_exceptions.all();
   return std::any_of(all.begin(), all.end(), [](const Exception& exception) { return exception.matches == 0; });
@@ -117,31 +152,18 @@ bool Report::bPassed(bool bComplete) const {
 
 void Report::print(std::ostream& out, bool bComplete) const {
   printPoints(out);
+  printProcessorTime(out);
   printViolations(out);
   printExceptions(out, bComplete);
 }
 
 void Report::printPoints(std::ostream& out) const {
-  std::map<std::string, std::size_t> sums;
-  out << std::left << std::setw(22) << "points";
-  for (const Mode mode : {Mode::kOnce, Mode::kOn, Mode::kKill, Mode::kTerminate, Mode::kAllocate, Mode::kPair})
-    out << std::right << std::setw(8) << nameOf(mode);
-  out << '\n';
-  const auto row = [&](const std::string& name, const std::map<std::string, std::size_t>& counts) {
-    out << std::left << std::setw(22) << name << std::right;
-    for (const Mode mode : {Mode::kOnce, Mode::kOn, Mode::kKill, Mode::kTerminate, Mode::kAllocate, Mode::kPair}) {
-      const auto count = counts.find(nameOf(mode));
-      out << std::setw(8) << (count == counts.end() ? 0 : count->second);
-    }
-    out << '\n';
-  };
-  for (const auto& [command, counts] : m_points) {
-    row(command, counts);
-    for (const auto& [mode, count] : counts)
-      sums[mode] += count;
-  }
-  row("all", sums);
+  printTable(out, "points", 0, m_points);
   if (m_notReached != 0) out << m_notReached << " of them were not reached: the run went another way than the first\n";
+}
+
+void Report::printProcessorTime(std::ostream& out) const {
+  printTable(out, "processor seconds", 1, m_processor);
 }
 
 void Report::printViolations(std::ostream& out) const {

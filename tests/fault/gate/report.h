@@ -31,11 +31,13 @@ class Report {
 
   [[nodiscard]] std::size_t tried() const { return m_tried; }
   [[nodiscard]] std::size_t excused() const;
+  [[nodiscard]] double processorSeconds() const;
 
  private:
   void addPoint(const std::vector<std::string>& fields);
   void addViolation(const std::vector<std::string>& fields, std::ostream& log);
   void printPoints(std::ostream& out) const;
+  void printProcessorTime(std::ostream& out) const;
   void printViolations(std::ostream& out) const;
   void printExceptions(std::ostream& out, bool bComplete) const;
   [[nodiscard]] bool bUnmatched() const;
@@ -44,6 +46,7 @@ class Report {
   std::size_t m_tried = 0;
   std::size_t m_notReached = 0;
   std::map<std::string, std::map<std::string, std::size_t>> m_points;      // command, mode
+  std::map<std::string, std::map<std::string, double>> m_processor;        // the same, in seconds
   std::map<std::string, std::map<std::string, std::size_t>> m_violations;  // kind, mode; those that are not excused
   std::map<std::string, std::size_t> m_excusedKinds;
 };

@@ -4,6 +4,7 @@
 #include <new>
 #include <optional>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -43,6 +44,18 @@ End endOf(Mode mode, const Outcome& outcome) {
   if (WIFEXITED(outcome.status)) return End::kByItself;
   if (bKills(mode)) return End::kKilled;
   return mode == Mode::kTerminate ? End::kTerminated : End::kByItself;
+}
+
+/// Seconds that this process and those that it waited for took of the processor.
+double processorTime() {
+  double seconds = 0;
+  for (const auto who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+    rusage usage{};
+    ::getrusage(who, &usage);
+    for (const timeval& part : {usage.ru_utime, usage.ru_stime})
+      seconds += static_cast<double>(part.tv_sec) + static_cast<double>(part.tv_usec) / 1e6;
+  }
+  return seconds;
 }
 
 std::string roleOf(const std::string& process, const Undisturbed& undisturbed) {
@@ -180,6 +193,13 @@ AfterError Trials::afterError(const Point& point) {
 }
 
 Trial Trials::at(const Point& point, const Undisturbed& undisturbed) {
+  const double before = processorTime();
+  Trial trial = tried(point, undisturbed);
+  trial.processor = processorTime() - before;
+  return trial;
+}
+
+Trial Trials::tried(const Point& point, const Undisturbed& undisturbed) {
   const Command& command = m_suite.commands.at(point.command);
   const Judge judge(command, undisturbed, m_texts, m_suite.secrets);
   Trial trial;

@@ -30,7 +30,8 @@ struct Trial {
   bool bRerun = false;
   Outcome rerun;
   Violations violations;
-  std::string role;  ///< of the process that met the fault: "tool", "command" (about to become one) or "helper"
+  std::string role;      ///< of the process that met the fault: "tool", "command" (about to become one) or "helper"
+  double processor = 0;  ///< seconds that the trial took of the processor, the programs that it ran included
 };
 
 /// What follows when a call fails and nothing else happens.
@@ -59,6 +60,7 @@ class Trials {
   [[nodiscard]] Trial at(const Point& point, const Undisturbed& undisturbed);
 
  private:
+  [[nodiscard]] Trial tried(const Point& point, const Undisturbed& undisturbed);
   [[nodiscard]] Program programFor(const std::vector<std::string>& arguments) const;
   [[nodiscard]] Program countedProgram(const Command& command, const Spot* failing) const;
   [[nodiscard]] Outcome strike(const Point& point, const Command& command, Violations& exposed);
