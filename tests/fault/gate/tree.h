@@ -1,6 +1,7 @@
 #pragma once
 // The files of the device, all of them with their contents.
 
+#include <compare>
 #include <map>
 #include <string>
 #include <sys/types.h>
@@ -11,7 +12,7 @@ struct Entry {
   char kind = 'f';      ///< 'f' file, 'd' directory, 'l' symbolic link, '?' anything else
   mode_t mode = 0644;   ///< permission bits
   std::string content;  ///< or the target of the link
-  bool operator==(const Entry&) const = default;
+  auto operator<=>(const Entry&) const = default;
 };
 
 /// Absolute path to entry, parents before what they hold.

@@ -160,7 +160,7 @@ Violations Trials::judgeUndisturbed(const Command& command, const Undisturbed& u
   return found;
 }
 
-Outcome Trials::strike(const Point& point, const Command& command, Violations& exposed) {
+Outcome Trials::strike(const Point& point, const Command& command, Violations& exposed, bool bCountAfter) {
   if (point.mode == Mode::kAllocate) {
     clearRecord();
     Outcome outcome = m_injector.runFree(countedProgram(command, &point.spot));
@@ -173,6 +173,7 @@ Outcome Trials::strike(const Point& point, const Command& command, Violations& e
   Plan plan;
   plan.faults = {faultOf(point)};
   plan.killAfter = point.mode == Mode::kPair ? point.later : 0;
+  plan.bCountAfter = bCountAfter;
   const Watcher watcher = [&](const std::string& path) {
     if (m_suite.secrets.bExposedAt(path)) exposed.push_back({"exposed-secret", "for a moment, " + path});
   };
@@ -186,10 +187,26 @@ AfterError Trials::afterError(const Point& point) {
   Violations ignored;  // those of the mode "once"
   bringDeviceTo(command.first);
   AfterError result;
-  result.calls = strike(alone, command, ignored).callsAfter;
+  result.calls = strike(alone, command, ignored, true).callsAfter;
   result.next.status = m_injector.runFree(programFor(command.arguments)).status;
   result.next.tree = deviceTree();
   return result;
+}
+
+Trials::Rerun Trials::rerun(const Command& command, const Judge& judge, const Tree& before,
+                            const std::optional<Ending>& other) {
+  Rerun next;
+  next.outcome = m_injector.runFree(programFor(command.arguments));
+  next.violations = judge.afterRerun(next.outcome, before, deviceTree(), other);
+  return next;
+}
+
+const Trials::Rerun& Trials::rerunAfterKill(const Point& point, const Judge& judge, const Tree& before) {
+  std::pair<std::size_t, Tree> state(point.command, before);
+  if (const auto log = state.second.find(kLog); log != state.second.end()) log->second.content.clear();
+  const auto known = m_reruns.find(state);
+  if (known != m_reruns.end()) return known->second;
+  return m_reruns.emplace(std::move(state), rerun(m_suite.commands.at(point.command), judge, before, {})).first->second;
 }
 
 Trial Trials::at(const Point& point, const Undisturbed& undisturbed) {
@@ -214,9 +231,10 @@ Trial Trials::tried(const Point& point, const Undisturbed& undisturbed) {
   trial.violations.insert(trial.violations.end(), found.begin(), found.end());
   if (!bKills(point.mode)) return trial;
   trial.bRerun = true;
-  trial.rerun = m_injector.runFree(programFor(command.arguments));
-  const Violations again = judge.afterRerun(trial.rerun, tree, deviceTree(), afterErrorAlone);
-  trial.violations.insert(trial.violations.end(), again.begin(), again.end());
+  const Rerun next =
+      point.mode == Mode::kPair ? rerun(command, judge, tree, afterErrorAlone) : rerunAfterKill(point, judge, tree);
+  trial.rerun = next.outcome;
+  trial.violations.insert(trial.violations.end(), next.violations.begin(), next.violations.end());
   return trial;
 }
 

@@ -1,7 +1,10 @@
 #pragma once
 // Runs commands on the device of this process, undisturbed and at points.
 
+#include <map>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fault/gate/command.h"
@@ -60,18 +63,31 @@ class Trials {
   [[nodiscard]] Trial at(const Point& point, const Undisturbed& undisturbed);
 
  private:
+  /// The run after a killed one, and what is wrong with it.
+  struct Rerun {
+    Outcome outcome;
+    Violations violations;
+  };
+
   [[nodiscard]] Trial tried(const Point& point, const Undisturbed& undisturbed);
   [[nodiscard]] Program programFor(const std::vector<std::string>& arguments) const;
   [[nodiscard]] Program countedProgram(const Command& command, const Spot* failing) const;
-  [[nodiscard]] Outcome strike(const Point& point, const Command& command, Violations& exposed);
+  [[nodiscard]] Outcome strike(const Point& point, const Command& command, Violations& exposed,
+                               bool bCountAfter = false);
   [[nodiscard]] std::vector<Spot> allocationsOf(const Command& command);
   void clearRecord();
+  [[nodiscard]] Rerun rerun(const Command& command, const Judge& judge, const Tree& before,
+                            const std::optional<Ending>& other);
+  [[nodiscard]] const Rerun& rerunAfterKill(const Point& point, const Judge& judge, const Tree& before);
 
   Suite& m_suite;
   const ConsoleTexts& m_texts;
   Setting m_setting;
   Injector m_injector;
   AllocationRecord* m_record;
+  /// By command, and by how the killed run left the device but for the lines of its log: from there on a run goes one
+  /// way.
+  std::map<std::pair<std::size_t, Tree>, Rerun> m_reruns;
 };
 
 }  // namespace kelt::tests::gate

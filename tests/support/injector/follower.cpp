@@ -221,11 +221,8 @@ void Follower::called(pid_t pid, Process& process) {
   if (!(process.bCounted || bWaited) || !bAsked(PTRACE_GETREGS, pid, &registers)) return goOn(pid);
   const SystemCall call = callIn(pid, registers);
   if (!bCountedNow(call, process)) return goOn(pid);
-  if (m_watcher) {
-    tellWatcher(process);
-    process.visible = madeVisible(call);
-  }
-  if (std::exchange(process.bRepeats, false)) return goOn(pid);
+  if (m_watcher) process.visible = madeVisible(call);
+  if (std::exchange(process.bRepeats, false)) return letThrough(pid, process);
   const std::size_t which = ++process.calls[call.number];
   if (m_outcome.bHit) ++m_outcome.callsAfter;
   if (m_plan.bRecord) m_outcome.calls.push_back({{process.name, call.number, which}, errorsOf(call)});
@@ -236,7 +233,12 @@ void Follower::called(pid_t pid, Process& process) {
     registers.rax = 0;
     (void)bAsked(PTRACE_SETREGS, pid, &registers);
   }
-  goOn(pid);
+  letThrough(pid, process);
+}
+
+/// Lets the call be made, up to its end where that has to be looked at.
+void Follower::letThrough(pid_t pid, const Process& process) {
+  process.visible.empty() ? goOn(pid) : (void)bAsked(PTRACE_SYSCALL, pid, nullptr);
 }
 
 /// True when the process was dealt with, and goes on or has ended.
@@ -266,7 +268,7 @@ void Follower::strike(const Fault& fault, const SystemCall& call, Process& proce
       const std::vector<CallError> errors = errorsOf(call);
       const auto error =
           std::find_if(errors.begin(), errors.end(), [&](const CallError& one) { return one.number == fault.error; });
-      if (error == errors.end()) return goOn(call.process);
+      if (error == errors.end()) return letThrough(call.process, process);
       if (fault.action == Action::kFailFromHere) m_lasts = *error;
       hit(call, process, errorName(error->number));
       return refuse(error->number, call, process, registers);
@@ -308,11 +310,12 @@ void Follower::refuse(int error, const SystemCall& call, Process& process, user_
   goOn(call.process);
 }
 
-/// Replaces the result of a call that was executed, and puts back an argument: a program takes its registers for
-/// unchanged.
+/// Looks at what a call has come to. Replaces the result of one that was executed, and puts back an argument: a program
+/// takes its registers for unchanged.
 void Follower::returned(pid_t pid, Process& process) {
+  tellWatcher(process);
   user_regs_struct registers{};
-  if (bAsked(PTRACE_GETREGS, pid, &registers)) {
+  if ((process.result || process.argument) && bAsked(PTRACE_GETREGS, pid, &registers)) {
     if (process.result) registers.rax = static_cast<unsigned long long>(*std::exchange(process.result, std::nullopt));
     if (process.argument) registers.rdi = *std::exchange(process.argument, std::nullopt);
     (void)bAsked(PTRACE_SETREGS, pid, &registers);

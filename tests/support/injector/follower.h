@@ -46,6 +46,7 @@ class Follower {
   bool bCountedNow(const SystemCall& call, Process& process);
   void called(pid_t pid, Process& process);
   void returned(pid_t pid, Process& process);
+  void letThrough(pid_t pid, const Process& process);
   void tellWatcher(Process& process);
 
   void strike(const Fault& fault, const SystemCall& call, Process& process, user_regs_struct& registers);

@@ -3,6 +3,8 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -51,10 +53,54 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts, const char*
   return pointers;
 }
 
-/// Every system call of this process and of all that come from it stops for its follower from now on.
-bool stopAtEachCall() {
-  std::array<sock_filter, 1> filter{{{BPF_RET | BPF_K, 0, 0, SECCOMP_RET_TRACE}}};
-  const sock_fprog program{filter.size(), filter.data()};
+constexpr sock_filter kStop{BPF_RET | BPF_K, 0, 0, SECCOMP_RET_TRACE};
+constexpr sock_filter kPass{BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW};
+
+sock_filter load(std::size_t offset) {
+  return {BPF_LD | BPF_W | BPF_ABS, 0, 0, static_cast<std::uint32_t>(offset)};
+}
+
+/// Of the next two steps, takes the first where the value is this one, and otherwise skips `skipped`.
+sock_filter ifEqual(long value, std::uint8_t skipped) {
+  return {BPF_JMP | BPF_JEQ | BPF_K, 0, skipped, static_cast<std::uint32_t>(value)};
+}
+
+void stopAt(std::vector<sock_filter>& filter, long number) {
+  filter.insert(filter.end(), {ifEqual(number, 1), kStop});
+}
+
+void stopAtCreation(std::vector<sock_filter>& filter, long number, int flags) {
+  const std::size_t argument = offsetof(seccomp_data, args) + static_cast<std::size_t>(flags) * sizeof(std::uint64_t);
+  const sock_filter ifCreates{BPF_JMP | BPF_JSET | BPF_K, 0, 1, O_CREAT};
+  filter.insert(filter.end(), {ifEqual(number, 4), load(argument), ifCreates, kStop, kPass});
+}
+
+/// Whether every call matters: where they are recorded or counted, and where an emulator makes them.
+bool bAllMatter(const Program& program, const Plan& plan) {
+  return plan.bRecord || plan.bCountAfter || plan.killAfter != 0 || !program.begin.empty();
+}
+
+/// A stop takes longer than most calls do, so that the program makes most of them without.
+std::vector<sock_filter> filterFor(const Program& program, const Plan& plan, bool bWatched) {
+  if (bAllMatter(program, plan)) return {kStop};
+  std::vector<sock_filter> filter = {load(offsetof(seccomp_data, nr))};
+  bool bLasts = false;
+  for (const Fault& fault : plan.faults) {
+    stopAt(filter, fault.at.number);
+    bLasts = bLasts || fault.action == Action::kFailFromHere;
+  }
+  for (const long number : bLasts ? callsThatCanFail() : callsThatSleep())
+    stopAt(filter, number);
+  for (const auto& [number, flags] : bWatched ? callsThatMakeVisible() : std::vector<VisibleCall>()) {
+    flags < 0 ? stopAt(filter, number) : stopAtCreation(filter, number, flags);
+  }
+  filter.push_back(kPass);
+  return filter;
+}
+
+/// System calls of this process and of all that come from it stop for its follower from now on, as the filter says.
+bool stopBy(const std::vector<sock_filter>& filter) {
+  const sock_fprog program{static_cast<unsigned short>(filter.size()), const_cast<sock_filter*>(filter.data())};
   ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
   return ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
@@ -81,7 +127,7 @@ Injector::~Injector() {
   ::close(m_errors);
 }
 
-pid_t Injector::start(const Program& program, bool bFollowed) {
+pid_t Injector::start(const Program& program, const std::vector<sock_filter>* filter) {
   for (const int fd : {m_output, m_errors})
     (void)!::ftruncate(fd, 0);
   const std::vector<char*> arguments = pointersTo(program.arguments, program.path.c_str());
@@ -98,10 +144,10 @@ pid_t Injector::start(const Program& program, bool bFollowed) {
   ::setrlimit(RLIMIT_CORE, &none);
   resetSignals();
   ::personality(ADDR_NO_RANDOMIZE);  // where the heap begins decides how often it grows
-  if (bFollowed) {
+  if (filter != nullptr) {
     if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) ::_exit(126);
     ::raise(SIGSTOP);
-    if (!stopAtEachCall()) ::_exit(126);
+    if (!stopBy(*filter)) ::_exit(126);
   }
   ::execve(program.path.c_str(), arguments.data(), environment.data());
   ::_exit(127);
@@ -114,7 +160,8 @@ void Injector::collect(Outcome& outcome) {
 
 Outcome Injector::run(const Program& program, const Plan& plan, const Watcher& watcher) {
   const Deadline deadline(m_seconds);
-  const pid_t child = start(program, true);
+  const std::vector<sock_filter> filter = filterFor(program, plan, static_cast<bool>(watcher));
+  const pid_t child = start(program, &filter);
   Follower follower(child, program, plan, watcher);
   Outcome outcome = follower.follow(deadline);
   collect(outcome);
@@ -124,7 +171,7 @@ Outcome Injector::run(const Program& program, const Plan& plan, const Watcher& w
 Outcome Injector::runFree(const Program& program) {
   const Deadline deadline(m_seconds);
   Outcome outcome;
-  const pid_t child = start(program, false);
+  const pid_t child = start(program, nullptr);
   bool bEnded = false;
   for (;;) {
     int status = 0;

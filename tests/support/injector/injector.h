@@ -1,14 +1,15 @@
 #pragma once
 // Runs a program and lets one of its system calls fail, or kills the program before it.
 //
-// The program is the unchanged binary, followed with ptrace; a seccomp filter stops it once before each system call.
-// Calls are counted from the first instruction of main on: what the dynamic loader and the initialisers of static
-// objects do before that is not counted, what the loader does when the program loads something later is. A process that
-// the program forks counts too, by itself, until it becomes another program: that one runs on unwatched. The n-th fork
-// of process P is process "P.n"; the program itself is process "0". x86-64 only.
+// The program is the unchanged binary, followed with ptrace; a seccomp filter stops it once before each system call
+// that matters to the plan. Calls are counted from the first instruction of main on: what the dynamic loader and the
+// initialisers of static objects do before that is not counted, what the loader does when the program loads something
+// later is. A process that the program forks counts too, by itself, until it becomes another program: that one runs on
+// unwatched. The n-th fork of process P is process "P.n"; the program itself is process "0". x86-64 only.
 
 #include <cstddef>
 #include <functional>
+#include <linux/filter.h>
 #include <set>
 #include <string>
 #include <sys/types.h>
@@ -45,6 +46,7 @@ struct Plan {
   std::vector<Fault> faults;
   std::size_t killAfter = 0;  ///< not 0: SIGKILL to whichever process makes the n-th call after the first fault
   bool bRecord = false;       ///< fill Outcome::calls
+  bool bCountAfter = false;   ///< fill Outcome::callsAfter
 };
 
 struct Program {
@@ -73,11 +75,12 @@ struct Outcome {
   std::string where;              ///< the call of the first fault, with its path
   std::string process;            ///< the process of the first fault
   std::set<std::string> refused;  ///< names of all calls that failed by a fault
-  std::size_t callsAfter = 0;     ///< calls counted after the first fault
+  std::size_t callsAfter = 0;     ///< calls counted after the first fault, where that was asked for
   std::vector<RecordedCall> calls;
 };
 
-/// Called for what a call has made visible (see madeVisible), at the next stop of the process that made it.
+/// Called for what a call has made visible (see madeVisible), while the process that made it stands right after the
+/// call.
 using Watcher = std::function<void(const std::string& path)>;
 
 /// What a run may use of the processor beyond its time, where the machine is busy.
@@ -99,7 +102,7 @@ class Injector {
   [[nodiscard]] Outcome runFree(const Program& program);
 
  private:
-  pid_t start(const Program& program, bool bFollowed);
+  pid_t start(const Program& program, const std::vector<sock_filter>* filter);
   void collect(Outcome& outcome);
 
   int m_output;

@@ -331,8 +331,12 @@ std::string pathArgument(const SystemCall& call, const Target& target) {
   return linkAt(from) + "/" + path;
 }
 
+/// Where the flags of open and of openat stand.
+constexpr std::array kOpenFlags = {1, 2};
+
 bool bCreates(const SystemCall& call) {
-  const std::uint64_t flags = call.arguments.at(call.number == SYS_openat ? 2 : 1);
+  const std::uint64_t flags =
+      call.arguments.at(static_cast<std::size_t>(kOpenFlags.at(call.number == SYS_openat ? 1 : 0)));
   return call.number == SYS_creat || ((flags & O_CREAT) != 0 && (flags & O_TMPFILE) != O_TMPFILE);
 }
 
@@ -481,6 +485,43 @@ bool bClose(long call) {
 
 bool bBreak(long call) {
   return kindOf(call) == Kind::kBreak;
+}
+
+std::vector<long> callsThatCanFail() {
+  std::vector<long> numbers;
+  for (const Row& row : kRows) {
+    if (row.kind != Kind::kNever) numbers.push_back(row.number);
+  }
+  return numbers;
+}
+
+std::vector<long> callsThatSleep() {
+  std::vector<long> numbers;
+  for (const Row& row : kRows) {
+    if (row.kind == Kind::kSleep) numbers.push_back(row.number);
+  }
+  return numbers;
+}
+
+std::vector<VisibleCall> callsThatMakeVisible() {
+  std::vector<VisibleCall> calls;
+  for (const Row& row : kRows) {
+    switch (row.kind) {
+      case Kind::kOpen:
+      case Kind::kOpenAt:
+        calls.push_back({row.number, row.number == SYS_creat ? -1 : kOpenFlags.at(row.number == SYS_openat ? 1 : 0)});
+        break;
+      case Kind::kName:
+      case Kind::kAttribute:
+      case Kind::kWrite:
+      case Kind::kCopy:
+        calls.push_back({row.number, -1});
+        break;
+      default:
+        break;
+    }
+  }
+  return calls;
 }
 
 std::string textAt(pid_t process, std::uint64_t address) {

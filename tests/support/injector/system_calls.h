@@ -63,6 +63,17 @@ struct SystemCall {
 [[nodiscard]] bool bClose(long call);
 [[nodiscard]] bool bBreak(long call);
 
+/// The numbers of all calls that errorsOf, madeVisible and bSleep have something to say about, whatever their
+/// arguments.
+[[nodiscard]] std::vector<long> callsThatCanFail();
+[[nodiscard]] std::vector<long> callsThatSleep();
+
+struct VisibleCall {
+  long number;
+  int flags;  ///< index of the argument that says, by O_CREAT, whether it does; -1 where it always does
+};
+[[nodiscard]] std::vector<VisibleCall> callsThatMakeVisible();
+
 /// Text of the process at this address, up to its zero.
 [[nodiscard]] std::string textAt(pid_t process, std::uint64_t address);
 
