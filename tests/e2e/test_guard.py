@@ -103,3 +103,54 @@ def test_nobody_waits_for_the_guard(device):
     left = run_until_quiet(device, 'output=$("$KELTCONFIG" -u; echo ended)', "touch /run/read", 'echo "$output" | tail -n 1')
     assert left == ["ended"]
     assert device.calls() == device.stopping() + device.starting()
+
+
+def full_table(forks):
+    """Runs a program for which the process table is full at those of its forks, as strace counts them: the guard's comes
+    first, then those of the unload commands, of the stop, and of the start. Its pauses end at once."""
+    calls = "clone,clone3,fork,vfork"
+    pauses = "nanosleep,clock_nanosleep"
+    inject = f"-e inject={calls}:error=EAGAIN:when={forks} -e inject={pauses}:retval=0"
+    return f"strace -qq -o /run/trace -e trace={calls},{pauses} {inject}"
+
+
+def refused(device):
+    return device.read("/run/trace").count(b"EAGAIN (Resource temporarily unavailable) (INJECTED)")
+
+
+NO_GUARD = ("E", "No guard starts the agent should this run die: start a guard: Resource temporarily unavailable")
+NO_PROCESS = ("E", "The system has no process for a command that starts the agent; trying again.")
+STARTED_NOW = ("E", "A run ended before it started the agent again, which is started now.")
+
+
+def test_a_full_process_table_lets_a_run_go_on_without_a_guard(device):
+    left = run_until_quiet(device, full_table("1") + ' "$KELTCONFIG" -u >/dev/null && echo done >/run/done')
+    assert device.read("/run/done") == b"done\n"
+    assert refused(device) == 1
+    assert device.log().count(NO_GUARD) == 1
+    assert device.calls() == device.stopping() + device.starting()
+    assert left == []
+
+
+def test_a_start_for_which_there_is_no_process_is_tried_again(device):
+    forks = len(device.stopping()) + 2
+    left = run_until_quiet(device, full_table(f"1..{forks + 20}") + ' "$KELTCONFIG" -u >/dev/null')
+    # Neither the guard nor the commands of the stop could be run, and the start at the 22nd time.
+    assert refused(device) == forks + 20
+    assert NO_GUARD in device.log() and device.log().count(NO_PROCESS) == 1
+    assert device.calls() == device.starting()
+    assert left == []
+
+
+def test_a_start_for_which_there_is_never_a_process_is_left_to_the_guard(device):
+    forks = len(device.stopping()) + 2
+    left = run_until_quiet(device, full_table(f"{forks}+") + ' "$KELTCONFIG" -u >/dev/null')
+    assert NO_GUARD not in device.log() and NO_PROCESS in device.log() and STARTED_NOW in device.log()
+    assert device.calls() == device.stopping() + device.starting()
+    assert left == []
+
+
+def test_an_agent_that_no_process_could_stop_runs_on_and_is_owed_nothing(device):
+    left = run_until_quiet(device, full_table("1+") + ' "$KELTCONFIG" -u >/dev/null')
+    assert NO_GUARD in device.log()
+    assert (device.calls(), left) == ([], [])

@@ -1,5 +1,7 @@
 #include "base/guard_process.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
@@ -9,6 +11,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "support/child.h"
 #include "support/private_device.h"
@@ -185,6 +188,39 @@ TEST_F(Guard, SaysWhereTheSystemRefusesADescriptor) {
     return guard.ok() ? 91 : guard.error().sysErrno;
   });
   EXPECT_EQ(child.exitStatus(), EMFILE);
+  waitForOrphans();
+  EXPECT_FALSE(tests::exists(kActed));
+}
+
+/// Makes a guard where this process, of an own user where the system allows that, may have `most` processes in all.
+/// Returns the error of the attempt, 0 where the guard was made.
+int guardAmong(rlim_t most, const rlimit& usual) {
+  const rlimit few{most, usual.rlim_max};
+  if (::setrlimit(RLIMIT_NPROC, &few) != 0) return -1;
+  const auto guard = GuardProcess::start(act);
+  const int error = guard.ok() ? 0 : guard.error().sysErrno;
+  return ::setrlimit(RLIMIT_NPROC, &usual) == 0 ? error : -1;  // a sanitizer starts a process at the end
+}
+
+TEST_F(Guard, SaysWhereTheSystemRefusesEitherOfItsProcesses) {
+  Child child([] {
+    ignoreOutputSignals();
+    rlimit usual{};
+    if (::getrlimit(RLIMIT_NPROC, &usual) != 0) return 90;
+    // The limit does not hold for root. A number that nobody else has; an ordinary user who is root here only has the
+    // limit anyway, and has processes besides.
+    static_cast<void>(::setuid(static_cast<uid_t>(0x60000000 + ::getpid())));
+    int refusals = 0;
+    constexpr rlim_t kMost = 100'000;
+    for (rlim_t most = 1; most < kMost; ++most) {
+      const int error = guardAmong(most, usual);
+      if (error == 0) return refusals;
+      if (error != EAGAIN) return 91;
+      refusals = std::min(refusals + 1, 2);  // that of the first process, then that of the second
+    }
+    return 92;
+  });
+  EXPECT_EQ(child.exitStatus(), 2);
   waitForOrphans();
   EXPECT_FALSE(tests::exists(kActed));
 }
