@@ -17,6 +17,14 @@ using quorvane_com::orv::tellcomn_wide_to_ansi;
 /// A longer configuration file is not edited.
 constexpr std::size_t kMaxConfigSize = 4095;
 
+bool bHasContent(const AString& file) {
+  bool bAccessible = false;
+  bool bExists = false;
+  if (!AFiler::getFileAccessibility(file, AFiler::kRead, bAccessible, bExists)) return false;
+  std::uint64_t size = 0;
+  return bAccessible && bExists && AFiler::tryGetFileSize(file, size) && size > 0;
+}
+
 }  // namespace
 
 std::wstring getORVConfPath() {
@@ -63,13 +71,11 @@ bool bSetServerPublicKeyHashInfo(std::string hash) {
   return update_value_to_file(content, "binsphash", std::move(hash), path);
 }
 
+// The answer chooses between keys: a refusal that has passed when the question comes again must not lead to the weaker
+// ones.
 bool bFileExists(std::wstring path) {
   const AString file(std::move(path));
-  bool bAccessible = false;
-  bool bExists = false;
-  if (file.empty() || !AFiler::getFileAccessibility(file, AFiler::kRead, bAccessible, bExists)) return false;
-  std::uint64_t size = 0;
-  return bAccessible && bExists && AFiler::tryGetFileSize(file, size) && size > 0;
+  return !file.empty() && (bHasContent(file) || bHasContent(file));
 }
 
 }  // namespace kelt::modes
