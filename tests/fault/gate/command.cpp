@@ -161,6 +161,8 @@ Command customProperties(const Tree& device) {
   const std::string file = kScratch + "/CustomProps.xml";
   put(command.first, file, "<CustomProperties><CustomProps1 value=\"before\"/></CustomProperties>");
   command.mayBeAbsent = {file};
+  // What the first property is put into.
+  command.between[file] = {{'f', 0644, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CustomProperties/>\n"}};
   constexpr unsigned kCount = 4;
   for (unsigned chosen = 1; chosen < 1U << kCount; ++chosen) {
     std::vector<std::string> arguments;
