@@ -1,55 +1,137 @@
-"""What a power cut can undo is only what no sync has put on the disk: the order of the calls that make a change last."""
+"""A power cut at any moment of any command that writes: the order of syncs, and what the next run makes of each state that
+the cut can leave."""
 
 import re
 
-from device import AGENT_CONFIG, KEYSTORE, SITE_LIST
+import pytest
 
-CALL = re.compile(r"^(\w+)\((.*)\)\s+= (-?\d+)")
+from device import INSTALL, KEY_FILES, KEYSTORE, ROOT, SCRATCH, SITE_LIST, Device
+from power_cut import TEMPORARY, TRACE, Disk, lasting_tree, record, run_states
 
-
-def calls(trace):
-    """(name, arguments, result) of every call of a trace, descriptors with their paths."""
-    return [match.groups() for match in map(CALL.match, trace.decode(errors="replace").splitlines()) if match]
-
-
-def last_index(entries, upto, name, text):
-    """Where the last call of that name whose arguments hold `text` stands before `upto`; -1 when there is none."""
-    return max((i for i in range(upto) if entries[i][0] == name and text in entries[i][1]), default=-1)
+SOURCE = "/opt/Quorvane/keys"  # on the disk, unlike /run
+KEYS = ROOT / "tests/data/keys"
+SECTION = b"[SOFTWARE\\Tellwick\\Zentor\\Agent]\n"
 
 
-def last_call(entries, upto, name, descriptor):
-    """The same for a call whose first argument is `descriptor`."""
-    return max((i for i in range(upto) if entries[i][0] == name and entries[i][1].startswith(descriptor)), default=-1)
+def key(name):
+    return (KEYS / name).read_bytes()
 
 
-def descriptor_of(entries, upto, temporary):
-    """The descriptor through which the file was written that has the name `temporary` at that point, as strace shows it."""
-    for name, arguments, result in reversed(entries[:upto]):
-        if temporary in arguments and result != "-1":
-            if name == "linkat":
-                return re.search(r"/proc/self/fd/(\d+)", arguments)[1]
-            if name == "openat" and "O_EXCL" in arguments:
-                return result
-    raise AssertionError(temporary)
+def put_source(device, directory, to=SOURCE):
+    for path in directory.iterdir():
+        device.write(f"{to}/{path.name}", path.read_bytes(), 0o600 if "seckey" in path.name else 0o644)
 
 
-def test_every_file_is_on_the_disk_before_it_takes_its_name_and_the_name_before_the_run_goes_on(device, package):
-    run = device.run("-m", "-d", package(), via="strace -y -s 256 -o /run/trace")
-    assert run.status == 0
-    entries = calls(device.take("/run/trace"))
-    replaced = []
-    for index, (name, arguments, result) in enumerate(entries):
-        if not name.startswith("rename") or result != "0":
-            continue
-        temporary, target = re.findall(r'"([^"]*)"', arguments)[:2]
-        descriptor = descriptor_of(entries, index, temporary.rsplit("/", 1)[-1]) + "<"
-        replaced.append(target.rsplit("/", 1)[-1])
-        opened = last_index(entries, index, "openat", "O_TMPFILE")
-        written = last_call(entries, index, "write", descriptor)
-        synced = last_call(entries, index, "fsync", descriptor)
-        assert synced > max(written, opened), target
-        following = [(n, a) for n, a, _ in entries[index + 1 :]]
-        directory_sync = next(i for i, (n, a) in enumerate(following) if n == "fsync")
-        assert not any(n.startswith("rename") or n == "unlink" for n, _ in following[:directory_sync]), target
-    for name in (AGENT_CONFIG, SITE_LIST, KEYSTORE + "/server-public.der", KEYSTORE + "/keyconf.ini"):
-        assert name.rsplit("/", 1)[-1] in replaced
+def put_agents_pair(device):
+    """An agent that has a pair of its own, in another size than the new keys."""
+    for name, content in (("agent-public.der", key("rsa1024.spki.der")), ("agent-secret.der", key("rsa1024.pkcs8.der"))):
+        device.write(f"{KEYSTORE}/{name}", content, 0o600)
+    device.write(f"{KEYSTORE}/keyconf.ini", b"mode=2\nkeysize=0\n", 0o600)
+    device.path(KEYSTORE).chmod(0o700)
+
+
+def put_caches(device):
+    for name in ("ServerSiteList.xml", "etc/sitecache.bin"):
+        device.write(f"{SCRATCH}/{name}", b"cached")
+
+
+def value(name, content):
+    if isinstance(content, int):
+        return b"%s=dword:%08x\n" % (name, content)
+    return b"%s=hex:%s\n" % (name, content.hex(",").encode())
+
+
+def managed(*options):
+    def prepare(device, package):
+        put_source(device, package(*options))
+        put_agents_pair(device)
+        put_caches(device)
+        return ["-m", "-d", SOURCE]
+
+    return prepare
+
+
+def provisioned(device, _package):
+    device.path(SOURCE).mkdir()
+    put_agents_pair(device)
+    return ["-m", "-d", SOURCE, "-z", "-e", "127.0.0.1", "-U", "admin", "-P", "zentor 4711"]
+
+
+def unmanaged(device, package):
+    put_agents_pair(device)
+    put_caches(device)
+    device.write(SITE_LIST, (package() / "SiteList.xml").read_bytes())
+    for name in KEY_FILES:
+        device.write(f"{INSTALL}/{name}", b"left over", 0o600)
+    return ["-u"]
+
+
+def keys_from_files(device, package):
+    put_agents_pair(device)
+    put_source(device, package("--both"), SCRATCH + "/update")
+    device.path(SCRATCH + "/update/SiteList.xml").unlink()
+    return ["-k"]
+
+
+def keys_from_registry(device, package):
+    public, secret = key("rsa1024.spki.der"), key("rsa1024.pkcs8.der")
+    server = [(b"ServerPubKeyBuffSize", len(public)), (b"ServerPublicKey", public)]
+    server += [(b"ReqSecKeyBuffSize", len(secret)), (b"ReqSecretKey", secret)]
+    agent = [(b"PubKeyBuffSize", len(public)), (b"AgentPublicKey", public)]
+    agent += [(b"SecKeyBuffSize", len(secret)), (b"AgentSecretKey", secret), (b"AgentGUID", b"\1\2")]
+    registry = SECTION + b"".join(value(*entry) for entry in server + agent)
+    device.write(f"{SCRATCH}/registry.ini", registry, 0o600)
+    return keys_from_files(device, package)
+
+
+def custom_properties(device, _package):
+    device.write(f"{SCRATCH}/CustomProps.xml", b'<CustomProperties><CustomProps1 value="before"/></CustomProperties>')
+    return [word for n in "1234" for word in (f"-CustomProps{n}", f"value {n}")]
+
+
+COMMANDS = {
+    "managed-utf8": managed(),
+    "managed-latin1": managed("--latin1"),
+    "managed-provisioned": provisioned,
+    "unmanaged": unmanaged,
+    "keys-from-files": keys_from_files,
+    "keys-from-registry": keys_from_registry,
+    "custom-properties": custom_properties,
+}
+
+
+@pytest.fixture(params=COMMANDS)
+def command(request, tmp_path, binary, package, _packages):
+    """A device that is ready for a command, and its arguments."""
+    options = ["--server", "--package", str(_packages(("--both",)))] if request.param == "managed-provisioned" else []
+    device = Device(tmp_path / "device", binary, *options)
+    # The stand-in agent has no part in this, and takes time.
+    for config in device.path("/etc/orv.d").glob("*/config.xml"):
+        config.write_bytes(re.sub(rb"/opt/Quorvane/orv/bin/agent \w+( \w+)?", b"/bin/true", config.read_bytes()))
+    return device, COMMANDS[request.param](device, package)
+
+
+def test_what_a_power_cut_can_leave_is_a_state_from_which_the_next_run_ends_well(command):
+    device, arguments = command
+    first = lasting_tree(device.state)
+    assert device.run(*arguments, via=TRACE).status == 0
+    after = lasting_tree(device.state)
+    disk = Disk(first).play(record(device.take("/run/trace")))
+    states = disk.states()
+
+    assert disk.problems == []
+    assert after in [state for _, state in states], "the model follows the run to its end"
+    assert first in [state for _, state in states]
+    assert len(states) > 20
+
+    (status, _, good), again, *reruns = run_states(device, [first, after, *(state for _, state in states)], *arguments)
+    assert (status, good) == (0, after)
+    # Where all was done, the next run may find nothing to do.
+    ends = [(0, after), (again[0], again[2])]
+    wrong = []
+    for (how, state), (status, output, tree) in zip(states, reruns):
+        done = {path: entry for path, entry in state.items() if not TEMPORARY.match(path.rsplit("/", 1)[1])} == after
+        if (status, tree) != ends[0] and not (done and (status, tree) == ends[1]):
+            paths = sorted(path for path in {*tree, *after} if tree.get(path) != after.get(path))
+            wrong.append(f"{how}: status {status}, {paths}, {output!r}")
+    assert wrong == [], f"{len(wrong)} of {len(states)} states"
