@@ -23,7 +23,7 @@ endfunction()
 # Makes the shared object keltconfig-<name>.so beside the binary, loaded only by runs that need it (base/module_loader.h).
 function(kelt_loadable name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
-  add_library(kelt_loadable_${name} MODULE ${ARG_SOURCES})
+  add_library(kelt_loadable_${name} MODULE ${ARG_SOURCES} ${PROJECT_SOURCE_DIR}/base/loadable_thread_data.cpp)
   set_target_properties(
     kelt_loadable_${name}
     PROPERTIES PREFIX ""
