@@ -1,3 +1,4 @@
+#include <cstdlib>
 #include <new>
 
 #include "app/driver.h"
@@ -9,17 +10,36 @@
 #include "base/signals.h"
 #include "base/standard_descriptors.h"
 
+namespace {
+
+int endWithoutMemory() {
+  kelt::base::printErrorLine(kelt::app::messages::kOutOfMemory);
+  return kelt::app::kOutOfMemory;
+}
+
+/// Whether the system gives any memory. Where it does not, there is none for an exception either, which would tell so.
+bool bAnyMemory() {
+  // Not by operator new, which throws even where it is told not to; volatile, for it to be asked for at all.
+  // NOLINTBEGIN(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
+  void* volatile memory = std::malloc(1);
+  std::free(memory);
+  // NOLINTEND(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
+  return memory != nullptr;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   kelt::base::shedEnvironment();
   // The start of the program looked at the arguments: what it left of a password lies where our frames will.
   kelt::base::wipeUnusedStack();
   if (!kelt::base::openStandardDescriptors()) return kelt::app::kNoStandardDescriptors;
   kelt::base::ignoreOutputSignals();
+  if (!bAnyMemory()) return endWithoutMemory();
   try {
     return kelt::app::runTool(argc, argv);
   } catch (const std::bad_alloc&) {
-    kelt::base::printErrorLine(kelt::app::messages::kOutOfMemory);
-    return kelt::app::kOutOfMemory;
+    return endWithoutMemory();
   } catch (...) {
     // Caught at all so that locks and terminal states are unwound; what it is, nobody here can do anything about.
     throw;
