@@ -39,13 +39,29 @@ bool bNothingAt(const std::string& path) {
   return ::lstat(path.c_str(), &info) != 0 && errno == ENOENT;
 }
 
-/// Makes a file without properties with the owner, group and permissions of the deleted one: the agent reads it, and
-/// may do so as another user. Where there was none, everybody may read it. It is these that the properties are then
-/// added to. Returns whether the file was made; otherwise the first property makes one that only root reads.
-bool bStarted(const std::string& path, int old) {
-  constexpr std::string_view kEmpty = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CustomProperties/>\n";
-  return bNothingAt(path) && base::replaceFile(path, kEmpty, {.mode = 0644, .attributesOf = old}).ok();
-}
+/// A file without properties, with the owner, group and permissions of the deleted one: the agent reads it, and may do
+/// so as another user. Where there was none, everybody may read it. It is these that the properties are then added to;
+/// where it cannot be made, the first property makes one that only root reads. It is gone with its object unless a
+/// property came into it.
+class EmptyFile {
+ public:
+  explicit EmptyFile(const std::string& path) : m_path(path) {}
+  void make(int old) {
+    constexpr std::string_view kEmpty = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CustomProperties/>\n";
+    m_bAlone = bNothingAt(m_path);  // from here on it may be there, whatever is returned or thrown
+    if (m_bAlone) static_cast<void>(base::replaceFile(m_path, kEmpty, {.mode = 0644, .attributesOf = old}));
+  }
+  EmptyFile(const EmptyFile&) = delete;
+  EmptyFile& operator=(const EmptyFile&) = delete;
+  ~EmptyFile() {
+    if (m_bAlone) ::unlink(m_path.c_str());
+  }
+  void keep() { m_bAlone = false; }
+
+ private:
+  const std::string& m_path;
+  bool m_bAlone = false;
+};
 
 }  // namespace
 
@@ -69,16 +85,15 @@ void replaceCustomProperties(CommandLineData& data) {
   const base::UniqueFd old = openOld(narrow);
   if (!AFiler::deleteFile(path)) base::printLine(messages::fileNotDeleted(path.str()));
 
-  const bool bNew = bStarted(narrow, old.get());
+  EmptyFile file(narrow);
+  file.make(old.get());
   std::wstring* const values[] = {&data.GetCustomProp1(), &data.GetCustomProp2(), &data.GetCustomProp3(),
                                   &data.GetCustomProp4()};
-  bool bAny = false;
   int number = 0;
   for (std::wstring* value : values) {
     ++number;
-    if (!value->empty() && data.writeCustomProps(*value, number)) bAny = true;
+    if (!value->empty() && data.writeCustomProps(*value, number)) file.keep();
   }
-  if (bNew && !bAny) ::unlink(narrow.c_str());  // without properties there is no file
 }
 
 }  // namespace kelt::app

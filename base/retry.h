@@ -13,4 +13,11 @@ auto retryInterrupted(Call call) {
   return result;
 }
 
+/// Asks a question, and where the answer is no, once more: for an answer that others build on, as a single call that
+/// the system refuses must not pass for a fact.
+template <typename Ask>
+bool bAskedTwice(Ask ask) {
+  return ask() || ask();
+}
+
 }  // namespace kelt::base

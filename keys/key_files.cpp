@@ -1,6 +1,7 @@
 #include "keys/key_files.h"
 
 #include "base/console.h"
+#include "base/retry.h"
 #include "helper/agent_paths.h"
 #include "keys/messages.h"
 #include "modes/config_values.h"
@@ -21,7 +22,8 @@ std::wstring keyDirectory(bool fromUpdateDir) {
 
 bool bMarkerSaysFips(const std::wstring& fipsMarker) {
   ABuffer content;
-  return AFile::tryRead(fipsMarker, content) && content.length() > 0 && content.data()[0] == '1';
+  return base::bAskedTwice([&] { return AFile::tryRead(fipsMarker, content); }) && content.length() > 0 &&
+         content.data()[0] == '1';
 }
 
 void deleteKeyFiles(const KeyFiles& files) {

@@ -1,6 +1,7 @@
 #include "keys/registry_keys.h"
 
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -22,11 +23,20 @@ class AgentRegistryKey {
  public:
   AgentRegistryKey() {
     InitializeRegistry(helper::paths::kRegistryFile);
-    m_openStatus = RegOpenKey(HKEY_LOCAL_MACHINE, kAgentKey, &m_key);
+    const auto open = [&] { return RegOpenKey(HKEY_LOCAL_MACHINE, kAgentKey, &m_key); };
+    m_openStatus = open();
+    // A file that the system refuses for once must not pass for one that holds no keys.
+    if (m_openStatus == kRegistryAccessDenied) m_openStatus = open();
   }
   AgentRegistryKey(const AgentRegistryKey&) = delete;
   AgentRegistryKey& operator=(const AgentRegistryKey&) = delete;
-  ~AgentRegistryKey() { close(); }
+  ~AgentRegistryKey() {
+    try {
+      close();
+    } catch (const std::bad_alloc&) {
+      return;  // what was to be deleted stays
+    }
+  }
 
   [[nodiscard]] int openStatus() const { return m_openStatus; }
   void deleteValue(const char* name) { RegDeleteValue(m_key, name); }
@@ -52,7 +62,8 @@ std::optional<Buffer> AgentRegistryKey::read(const char* sizeName, const char* b
   std::uint32_t numberSize = sizeof size;
   if (RegQueryValueEx(m_key, sizeName, nullptr, &type, &size, &numberSize) != kRegistrySuccess) return std::nullopt;
   Buffer bytes;
-  if (size > kMaxKeySize || !bytes.allocate(size)) return std::nullopt;
+  if (size > kMaxKeySize) return std::nullopt;
+  if (!bytes.allocate(size)) throw std::bad_alloc();
   type = kRegistryBytes;
   if (RegQueryValueEx(m_key, bytesName, nullptr, &type, bytes.data(), &size) != kRegistrySuccess) return std::nullopt;
   // Fewer bytes may be stored than their length value says.

@@ -4,6 +4,7 @@
 
 #include "base/file_read.h"
 #include "base/file_replace.h"
+#include "base/retry.h"
 #include "helper/agent_paths.h"
 #include "platform/afile.h"
 #include "platform/config_directory.h"
@@ -16,14 +17,6 @@ using quorvane_com::orv::tellcomn_wide_to_ansi;
 
 /// A longer configuration file is not edited.
 constexpr std::size_t kMaxConfigSize = 4095;
-
-bool bHasContent(const AString& file) {
-  bool bAccessible = false;
-  bool bExists = false;
-  if (!AFiler::getFileAccessibility(file, AFiler::kRead, bAccessible, bExists)) return false;
-  std::uint64_t size = 0;
-  return bAccessible && bExists && AFiler::tryGetFileSize(file, size) && size > 0;
-}
 
 }  // namespace
 
@@ -71,11 +64,15 @@ bool bSetServerPublicKeyHashInfo(std::string hash) {
   return update_value_to_file(content, "binsphash", std::move(hash), path);
 }
 
-// The answer chooses between keys: a refusal that has passed when the question comes again must not lead to the weaker
-// ones.
 bool bFileExists(std::wstring path) {
   const AString file(std::move(path));
-  return !file.empty() && (bHasContent(file) || bHasContent(file));
+  bool bAccessible = false;
+  bool bExists = false;
+  const auto examine = [&] { return AFiler::getFileAccessibility(file, AFiler::kRead, bAccessible, bExists); };
+  if (file.empty() || !base::bAskedTwice(examine)) return false;
+  std::uint64_t size = 0;
+  const auto measure = [&] { return AFiler::tryGetFileSize(file, size); };
+  return bAccessible && bExists && base::bAskedTwice(measure) && size > 0;
 }
 
 }  // namespace kelt::modes

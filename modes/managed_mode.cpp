@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/console.h"
+#include "base/retry.h"
 #include "helper/agent_paths.h"
 #include "helper/unix_command_line_helper.h"
 #include "modes/clear_file.h"
@@ -23,11 +24,11 @@ namespace messages = modes::messages;
 enum class SiteListContent { kUnloadable, kNoSites, kNoServer, kServer };
 
 /// What the site list at `path` holds. One that does not load is taken for Latin-1, converted where it stands, and
-/// loaded again. But first it is loaded a second time: one that the system merely refused for once would be spoilt.
+/// loaded again: one that the system merely refused for once would be spoilt by that.
 SiteListContent examine(const unixCommandLineHelper& helper, const std::wstring& path) {
   AnXml siteList;
   const auto load = [&] { return siteList.useExistingFile(path.c_str(), L"ns:SiteLists", nullptr, nullptr); };
-  if (!load() && !load() && !(helper.ConvertSiteListToUTF8(path) && load())) return SiteListContent::kUnloadable;
+  if (!base::bAskedTwice(load) && !(helper.ConvertSiteListToUTF8(path) && load())) return SiteListContent::kUnloadable;
 
   const AnXmlNode root(&siteList);
   AnXmlNode sites;

@@ -8,10 +8,17 @@
 
 #include "support/private_device.h"
 
+#include "app/command_line_data.h"
+#include "app/custom_properties.h"
 #include "base/file_replace.h"
 #include "base/fresh_file.h"
 #include "base/sweep.h"
+#include "keys/key_files.h"
+#include "keys/registry_keys.h"
+#include "modes/config_values.h"
 #include "platform/afile.h"
+#include "platform/anxml.h"
+#include "platform/crypto.h"
 #include "platform/unzip.h"
 
 namespace {
@@ -190,6 +197,70 @@ TEST_F(FilesWithoutMemory, AreSweptOrStay) {
   failEach(
       prepare, [] { return base::sweepDirectory("/tmp/d").size() == 1; },
       [&](Outcome outcome) { EXPECT_TRUE(outcome == Outcome::kThrew || !exists(left)); });
+}
+
+TEST_F(FilesWithoutMemory, AreNotTakenForAbsentWhereOnlyOneAllocationFails) {
+  using quorvane_com::QV::crypto::KeyConf;
+  using quorvane_com::QV::crypto::Mode;
+  const auto prepare = [] {
+    prepareFiles();
+    putFile("/tmp/marker", "1");
+    putDirectory("/opt/Quorvane/orv/scratch/keystore", 0700);
+    putFile("/opt/Quorvane/orv/scratch/keystore/keyconf.ini", "mode=0\nkeysize=1\n", 0600);
+    putFile("/opt/Quorvane/orv/scratch/registry.ini",
+            "[SOFTWARE\\Tellwick\\Zentor\\Agent]\nServerPubKeyBuffSize=dword:00000001\nServerPublicKey=hex:01\n"
+            "ReqSecKeyBuffSize=dword:00000001\nReqSecretKey=hex:02\n");
+  };
+  const auto expectNoWrongAnswer = [](Outcome outcome) { EXPECT_TRUE(g_bLasting || outcome != Outcome::kFailed); };
+  failEach(
+      prepare, [] { return modes::bFileExists(L"/tmp/d/a file with a name that no small string holds"); },
+      expectNoWrongAnswer);
+  failEach(
+      prepare, [] { return keys::bMarkerSaysFips(L"/tmp/marker"); }, expectNoWrongAnswer);
+  failEach(
+      prepare,
+      [] {
+        Mode mode = Mode::kNonFips;
+        return KeyConf().getCryptoMode(mode) && mode == Mode::kFips;
+      },
+      expectNoWrongAnswer);
+  failEach(
+      prepare,
+      [] {
+        AnObjectBuffer<unsigned char> pub;
+        AnObjectBuffer<unsigned char> sec;
+        return keys::getServerKeys(pub, sec);
+      },
+      expectNoWrongAnswer);
+}
+
+TEST_F(FilesWithoutMemory, AreNotTakenForMalformed) {
+  failEach([] { putFile("/tmp/d/document", "<r><a></a></r>"); },
+           [] {
+             AnXml document;
+             return document.useExistingFile(L"/tmp/d/document", L"r", nullptr, nullptr);
+           },
+           [](Outcome outcome) { EXPECT_NE(outcome, Outcome::kFailed); });
+}
+
+TEST_F(FilesWithoutMemory, HoldCustomPropertiesOrAreNotThere) {
+  const std::string file = "/opt/Quorvane/orv/scratch/CustomProps.xml";
+  app::CommandLineData data;
+  data.SetCustomProp1(L"a value that no small string holds");
+  data.SetCustomProp2(L"another value that no small string holds");
+  const auto prepare = [&] {
+    resetDevice();
+    putFile(file, "<CustomProperties><CustomProps1 value=\"old\"/></CustomProperties>");
+  };
+  const auto work = [&] {
+    replaceCustomProperties(data);
+    return true;
+  };
+  failEach(prepare, work, [&](Outcome /*outcome*/) {
+    if (exists(file)) {
+      EXPECT_NE(contentOf(file).find("value=\""), std::string::npos) << contentOf(file);
+    }
+  });
 }
 
 }  // namespace
