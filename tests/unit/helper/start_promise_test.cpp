@@ -102,6 +102,16 @@ TEST_F(StartPromised, IsNoneOfAStopWithoutIt) {
   EXPECT_FALSE(bOwed(Owed::kStart));
 }
 
+TEST_F(StartPromised, IsOverOnceItWasKept) {
+  EXPECT_EQ(statusOf([](unixCommandLineHelper& agent) {
+              auto promise = agent.promiseStart();
+              if (!agent.StopORVService() || !agent.StartORVService()) return 1;
+              promise.reset();
+              return agent.StopORVService() && !bOwed(Owed::kStart) ? 0 : 2;
+            }),
+            0);
+}
+
 TEST_F(StartPromised, IsGivenWithoutAGuardWhereTheSystemRefusesOne) {
   statusOf([](unixCommandLineHelper& agent) {
     rlimit usual{};
