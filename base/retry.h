@@ -17,7 +17,8 @@ auto retryInterrupted(Call call) {
 /// the system refuses must not pass for a fact.
 template <typename Ask>
 bool bAskedTwice(Ask ask) {
-  return ask() || ask();
+  if (ask()) return true;
+  return ask();
 }
 
 }  // namespace kelt::base

@@ -53,7 +53,7 @@ const char* complaintAbout(ConfigDirectory::State state) {
 /// Errors: those of usable(), with nothing called, and of listed().
 template <typename Take>
 base::Status forEachPlugIn(ConfigDirectory& directory, Take take) {
-  if (const base::Status usable = directory.usable(); !usable) return usable;
+  if (base::Status usable = directory.usable(); !usable) return usable;
   while (const auto name = directory.next()) {
     if (!ConfigDirectory::bAgent(*name)) take(*name, directory.load(*name));
   }
