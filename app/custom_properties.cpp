@@ -9,6 +9,7 @@
 #include "app/messages.h"
 #include "base/console.h"
 #include "base/file_replace.h"
+#include "base/retry.h"
 #include "base/signals.h"
 #include "base/unique_fd.h"
 #include "base/utf.h"
@@ -83,7 +84,9 @@ void replaceCustomProperties(CommandLineData& data) {
   const APath path = customPropertiesPath();
   const std::string narrow = base::toUtf8(path.str());
   const base::UniqueFd old = openOld(narrow);
-  if (!AFiler::deleteFile(path)) base::printLine(messages::fileNotDeleted(path.str()));
+  // Once more: new properties beside those of an old file that is only refused for once would be wrong ones.
+  if (!base::bAskedTwice([&] { return AFiler::deleteFile(path); }))
+    base::printLine(messages::fileNotDeleted(path.str()));
 
   EmptyFile file(narrow);
   file.make(old.get());
