@@ -158,7 +158,7 @@ bool unixCommandLineHelper::StopORVService() {
     if (!plugIn) return;
     if (const auto command = plugIn->firstText(L"UnloadOrvPluginCommand")) prepared(*command).run(owePlugIns);
   }));
-  stopCommand.run(oweStart);
+  stopCommand.runPatiently(oweStart);
   if (!m_bStartPromised) forgiveDebts();
   return true;
 }

@@ -83,8 +83,7 @@ TEST_F(Prepared, AsksAgainForAProcessThatTheSystemDoesNotHaveAndSaysSo) {
   });
   EXPECT_EQ(status, 0);
   EXPECT_EQ(tests::calls(), Lines{"command"});
-  EXPECT_EQ(tests::errorsLogged(),
-            Lines{"The system has no process for a command that starts the agent; trying again."});
+  EXPECT_EQ(tests::errorsLogged(), Lines{"The system has no process for a command of the agent; trying again."});
 }
 
 TEST_F(Prepared, GivesUpInTheEndAndSaysSo) {
@@ -97,9 +96,8 @@ TEST_F(Prepared, GivesUpInTheEndAndSaysSo) {
   });
   EXPECT_EQ(status, 0);
   EXPECT_EQ(tests::calls(), Lines{});
-  EXPECT_EQ(tests::errorsLogged(),
-            (Lines{"The system has no process for a command that starts the agent; trying again.",
-                   "The system had no process for a command that starts the agent: it was not run."}));
+  EXPECT_EQ(tests::errorsLogged(), (Lines{"The system has no process for a command of the agent; trying again.",
+                                          "The system had no process for a command of the agent: it was not run."}));
 }
 
 }  // namespace
