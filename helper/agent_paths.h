@@ -37,5 +37,6 @@ inline constexpr const wchar_t* kUpdateDir = L"/update";
 /// In the agent's data directory.
 inline constexpr const wchar_t* kCustomProperties = L"CustomProps.xml";
 inline constexpr const wchar_t* kKeyStore = L"keystore";
+inline constexpr const wchar_t* kUnfinishedWork = L"unfinished-work";
 
 }  // namespace kelt::helper::paths

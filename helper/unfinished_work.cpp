@@ -1,0 +1,140 @@
+#include "helper/unfinished_work.h"
+
+#include <array>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "base/file_read.h"
+#include "base/fresh_file.h"
+#include "base/retry.h"
+#include "base/utf.h"
+#include "helper/agent_paths.h"
+#include "platform/afile.h"
+#include "platform/iconfiguration.h"
+#include "platform/logger.h"
+
+namespace kelt::helper {
+namespace {
+
+using base::Error;
+using base::ErrorKind;
+
+/// Far beyond any mark.
+constexpr std::size_t kMaxSize = 4096;
+
+constexpr std::string_view kWorkTag = "work=";
+constexpr std::array kNames = {std::pair{Work::kUnmanagedSwitch, std::string_view("unmanaged-switch")},
+                               std::pair{Work::kKeyImport, std::string_view("key-import")}};
+
+std::string textOf(const BegunWork& begun) {
+  std::string text(kWorkTag);
+  for (const auto& [work, name] : kNames) {
+    if (work == begun.work) text.append(name);
+  }
+  return text + "\n" + begun.plan;
+}
+
+std::optional<BegunWork> workIn(std::string_view text) {
+  const std::size_t end = text.find('\n');
+  if (end == std::string_view::npos || !text.starts_with(kWorkTag)) return std::nullopt;
+  const std::string_view kind = text.substr(kWorkTag.size(), end - kWorkTag.size());
+  for (const auto& [work, name] : kNames) {
+    if (kind == name) return BegunWork{work, std::string(text.substr(end + 1))};
+  }
+  return std::nullopt;
+}
+
+const char* whyNoMark(const struct stat& info) {
+  if (!S_ISREG(info.st_mode)) return "is not a regular file";
+  if (info.st_uid != ::geteuid()) return "belongs to somebody else";
+  if (info.st_nlink != 1) return "has other names";
+  if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) return "can be written by others";
+  return nullptr;
+}
+
+std::string markPath() {
+  using quorvane_com::orv::configuration::IConfiguration;
+  const std::wstring data = IConfiguration::GetConfiguration().GetFrameworkDataDirectory();
+  return base::toUtf8(APath(data, paths::kUnfinishedWork).str());
+}
+
+void logProblem(const std::string& text) {
+  logError(L"keltcfg", base::toWide(text).c_str());
+}
+
+base::Status writeMark(const std::string& path, const std::string& text) {
+  auto file = base::FreshFile::create(path);
+  if (!file) return file.error();
+  if (auto done = file.value().write({reinterpret_cast<const unsigned char*>(text.data()), text.size()}); !done)
+    return done;
+  return file.value().publish();
+}
+
+}  // namespace
+
+WorkMark::WorkMark() : m_path(markPath()) {
+  auto place = base::openPlace(m_path);
+  if (!place) return;
+  m_place = std::move(place).value();
+  const base::Status status = read();
+  if (status || status.error().kind == ErrorKind::kNotFound) return;
+  if (status.error().kind == ErrorKind::kSystem) {
+    logProblem("Whether an earlier run left work unfinished is not known: " + status.error().message);
+  } else {
+    refuse(status.error().message);
+  }
+}
+
+WorkMark::~WorkMark() {
+  if (m_bOwn) end();
+}
+
+base::Status WorkMark::read() {
+  const int directory = m_place.directory.get();
+  const char* const name = m_place.name.c_str();
+  const auto refused = [&](const char* why) { return Error{ErrorKind::kRefused, 0, m_path + " " + why}; };
+  struct stat info {};
+  // Looked at before it is opened: merely opening a device can have an effect.
+  if (::fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW) != 0) return base::systemError("examine " + m_path);
+  if (const char* why = whyNoMark(info)) return refused(why);
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  const base::UniqueFd file(base::retryInterrupted([&] { return ::openat(directory, name, kFlags); }));
+  if (!file || ::fstat(file.get(), &info) != 0) return base::systemError("open " + m_path);
+  if (const char* why = whyNoMark(info)) return refused(why);
+  const auto content = base::readAll(file.get(), m_path, kMaxSize);
+  if (!content) return content.error();
+  m_found = workIn({reinterpret_cast<const char*>(content.value().data()), content.value().size()});
+  if (!m_found) return refused("is no mark of unfinished work");
+  // A killed run may have left it in memory only.
+  static_cast<void>(base::syncDirectory(directory, m_path));
+  return {};
+}
+
+void WorkMark::refuse(const std::string& why) const {
+  const bool bRemoved = ::unlinkat(m_place.directory.get(), m_place.name.c_str(), 0) == 0;
+  logProblem((bRemoved ? "Removed, being no mark of unfinished work: " : "No mark of unfinished work: ") + why);
+}
+
+bool WorkMark::adopt(Work work) noexcept {
+  if (!m_found || m_found->work != work) return false;
+  m_bOwn = true;
+  return true;
+}
+
+void WorkMark::begin(const BegunWork& work) {
+  m_bOwn = true;
+  if (const auto done = writeMark(m_path, textOf(work)); !done)
+    logProblem("No mark of unfinished work could be made: " + done.error().message);
+}
+
+void WorkMark::end() noexcept {
+  m_bOwn = false;
+  m_found.reset();
+  const int directory = m_place.directory.get();
+  if (::unlinkat(directory, m_place.name.c_str(), 0) != 0) return;
+  static_cast<void>(base::retryInterrupted([&] { return ::fsync(directory); }));
+}
+
+}  // namespace kelt::helper
