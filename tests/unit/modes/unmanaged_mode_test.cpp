@@ -1,3 +1,5 @@
+#include "modes/unmanaged_mode.h"
+
 #include <unistd.h>
 
 #include "installation.h"
@@ -19,6 +21,8 @@ using Names = std::vector<std::string>;
 
 namespace {
 
+const std::string kMark = kInstalled + "/scratch/unfinished-work";
+const std::string kWithoutServer = "<ns:SiteLists><SiteList/></ns:SiteLists>";
 const std::string kDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 
 /// Element and text, without the blanks between elements, which may stay or go with an element.
@@ -46,6 +50,22 @@ class UnmanagedMode : public kelt::tests::Installation {
     const auto printed = kelt::tests::outputOf([&] { EXPECT_EQ(helper.PrepareORVForUnmanagedMode(), result); });
     EXPECT_EQ(printed.err, "");
     return printed.out;
+  }
+
+  static void putMark() { putFile(kMark, "work=unmanaged-switch\n", 0600); }
+
+  /// What finishing the switch of an earlier run says.
+  static std::string finish() {
+    const auto printed = kelt::tests::outputOf([] {
+      kelt::helper::WorkMark mark;
+      kelt::modes::finishUnmanagedSwitch(mark);
+    });
+    return printed.out + printed.err;
+  }
+
+  static bool bServerDataThere() {
+    return exists(kServerSiteList) && exists(kSiteCache) && exists(kInstalled + "/reqseckey.bin") &&
+           exists(kInstalled + "/srpubkey.bin");
   }
 
   static void expectServerRemoved() {
@@ -189,6 +209,81 @@ TEST_F(UnmanagedMode, RemovesAHundredThousandServersAmongAsManyOthers) {
     ++others;
   }
   EXPECT_EQ(others, 100000U);
+}
+
+TEST_F(UnmanagedMode, IsMarkedUntilAllIsGone) {
+  ASSERT_EQ(::unlink(kSiteCache.c_str()), 0);
+  putDirectory(kSiteCache);
+  EXPECT_NE(run(false), "");
+  EXPECT_FALSE(exists(kMark)) << "a failure, too, ends the work";
+  putFile(kInstalledSiteList, "<ns:SiteLists>");
+  EXPECT_NE(run(false), "");
+  EXPECT_FALSE(exists(kMark));
+}
+
+TEST_F(UnmanagedMode, DeletesWhatAnEarlierRunHasLeftWithoutServers) {
+  putFile(kInstalledSiteList, kWithoutServer);
+  putMark();
+  EXPECT_EQ(run(true), "");
+  EXPECT_EQ(contentOf(kInstalledSiteList), kWithoutServer);
+  for (const std::string& path :
+       {kMark, kServerSiteList, kSiteCache, kInstalled + "/reqseckey.bin", kInstalled + "/srpubkey.bin"}) {
+    EXPECT_FALSE(exists(path)) << path;
+  }
+}
+
+TEST_F(UnmanagedMode, FailsWhereTheRestOfAnEarlierRunCannotBeDeleted) {
+  putFile(kInstalledSiteList, kWithoutServer);
+  putMark();
+  ASSERT_EQ(::unlink(kServerSiteList.c_str()), 0);
+  putDirectory(kServerSiteList);
+  EXPECT_EQ(run(false), "Error : Failed to delete sitelist file, /opt/Quorvane/orv/scratch//ServerSiteList.xml\n");
+  EXPECT_FALSE(exists(kSiteCache));
+  EXPECT_FALSE(exists(kMark));
+}
+
+TEST_F(UnmanagedMode, DeletesNothingForAnEarlierRunWhereTheSiteListIsUnusable) {
+  putFile(kInstalledSiteList, "<ns:SiteLists>");
+  putMark();
+  EXPECT_EQ(run(false), "Error : For unmanaged mode, sitelist file failed to load.\n");
+  EXPECT_TRUE(bServerDataThere());
+  EXPECT_FALSE(exists(kMark));
+}
+
+TEST_F(UnmanagedMode, DeletesNothingWithoutServersForAMarkOfAnotherKind) {
+  putFile(kInstalledSiteList, kWithoutServer);
+  putFile(kMark, "work=key-import\n", 0600);
+  EXPECT_EQ(run(true), "");
+  EXPECT_TRUE(bServerDataThere());
+  EXPECT_TRUE(exists(kMark));
+}
+
+TEST_F(UnmanagedMode, IsFinishedInSilence) {
+  putFile(kInstalledSiteList, kWithoutServer);
+  putMark();
+  ASSERT_EQ(::unlink((kInstalled + "/reqseckey.bin").c_str()), 0);
+  ASSERT_EQ(::unlink(kSiteCache.c_str()), 0);
+  putDirectory(kSiteCache);
+  putLoop(kInstalled + "/reqseckey.bin");
+  EXPECT_EQ(finish(), "");
+  EXPECT_FALSE(exists(kServerSiteList));
+  EXPECT_FALSE(exists(kInstalled + "/srpubkey.bin"));
+  EXPECT_FALSE(exists(kMark));
+  EXPECT_EQ(kelt::tests::logLines(),
+            (Names{"I Finishing the switch to unmanaged mode that an earlier run began.",
+                   "E Left of an interrupted switch, not deleted: /opt/Quorvane/orv//reqseckey.bin",
+                   "E Left of an interrupted switch, not deleted: /opt/Quorvane/orv/scratch/etc/sitecache.bin"}));
+}
+
+TEST_F(UnmanagedMode, IsNotFinishedWhereItHasNotBegun) {
+  for (const std::string& siteList : {kelt::tests::kSiteListWithServer, std::string("<ns:SiteLists>")}) {
+    putFile(kInstalledSiteList, siteList);
+    putMark();
+    EXPECT_EQ(finish(), "");
+    EXPECT_TRUE(bServerDataThere());
+    EXPECT_EQ(contentOf(kInstalledSiteList), siteList);
+    EXPECT_FALSE(exists(kMark));
+  }
 }
 
 }  // namespace
