@@ -37,7 +37,7 @@ class TlsServer {
   [[nodiscard]] std::string port() const;
   [[nodiscard]] std::string address() const { return "127.0.0.1:" + port(); }
 
-  /// The requests so far, head and all.
+  /// The requests so far, head and all; hundreds are kept until they are asked for, and what comes then is not.
   [[nodiscard]] const std::vector<std::string>& requests() const;
 
  private:
