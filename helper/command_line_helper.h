@@ -2,7 +2,10 @@
 // The interface through which the driver acts on the installed agent.
 
 #include <memory>
+#include <optional>
 #include <string>
+
+#include "helper/unfinished_work.h"
 
 namespace kelt::helper {
 
@@ -48,6 +51,9 @@ class CommandLineHelper {
   /// store. `fromUpdateDir` takes the key files from the update directory instead of the installation directory.
   /// Returns true when the server's public key was imported and the crypto mode and key size recorded; key files and
   /// registry values are then removed. Every failure before that leaves them untouched.
+  ///
+  /// What an earlier run left unfinished is finished first. Where that is an import from the same directory, and no
+  /// other key files have come into it since, this is it, and ends as that one would have.
   virtual bool ImportKeys(bool fromUpdateDir);
 
   /// Kept for products that store passwords in a site list; this agent has none. Does nothing, returns true.
@@ -58,6 +64,11 @@ class CommandLineHelper {
   /// what StartORVService will need, for it to be had where the system refuses it by then. Without memory nothing is
   /// kept.
   virtual void reserveStart() {}
+
+  /// Finishes what an earlier run began and left unfinished (helper/unfinished_work.h), but for work that the caller
+  /// goes on to do himself: a switch to unmanaged mode, or an import from the installation directory, as `own` says.
+  /// For a stopped agent. Says nothing on the console; the log tells what was done and what could not be done.
+  virtual void finishInterrupted(std::optional<Work> own);
 
   /// To be called before StopORVService by whoever is to start the agent afterwards, and kept until that was done: an
   /// agent that knows how has it started even where the run dies in between. Null where it does not.

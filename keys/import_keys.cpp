@@ -1,15 +1,26 @@
 // The key import. Until the server's public key is in the key store and the setting that it is for is recorded, a
-// failure ends it with key files and registry values as they were. From then on it goes through to the end, since
-// everything that comes after can be repeated, and the key files are removed last: a run that was cut short is repeated
-// from them.
+// failure ends it with key files and registry values as they were. From then on it goes through to the end, and the key
+// files are removed last. A run that is cut short leaves a mark, by which the next one goes on: storing keys and
+// setting is repeated from the key files, by the choices that were made; deleting goes on where it was.
 
+#include <algorithm>
 #include <memory>
+#include <optional>
 
+#include "base/console.h"
+#include "base/file_place.h"
+#include "base/utf.h"
+#include "helper/agent_paths.h"
 #include "helper/command_line_helper.h"
+#include "helper/unfinished_work.h"
+#include "keys/begun_import.h"
 #include "keys/import_plan.h"
 #include "keys/key_files.h"
+#include "keys/messages.h"
 #include "keys/registry_keys.h"
 #include "modes/config_values.h"
+#include "modes/unmanaged_mode.h"
+#include "platform/afile.h"
 #include "platform/crypto.h"
 #include "platform/logger.h"
 
@@ -47,7 +58,8 @@ bool bFailed(const wchar_t* why) {
   return false;
 }
 
-CryptoSetting currentSetting(const KeyConf& conf) {
+CryptoSetting currentSetting() {
+  const KeyConf conf;
   CryptoSetting setting;
   if (!conf.getCryptoMode(setting.mode)) setting.mode = Mode::kNonFips;
   if (!conf.getCryptoKeySize(setting.keySize)) setting.keySize = KeySize::kLower;
@@ -60,10 +72,10 @@ bool bServerKeysInRegistry() {
   return getServerKeys(pub, sec);
 }
 
-ImportFacts gatherFacts(bool fromUpdateDir, const KeyFiles& files, const CryptoSetting& current) {
+ImportFacts gatherFacts(bool fromUpdateDir, const KeyFiles& files, const CryptoSetting& current, bool bRegistryKeys) {
   ImportFacts facts;
   facts.fromUpdateDir = fromUpdateDir;
-  facts.bMarkerCounts = !bServerKeysInRegistry() && modes::bFileExists(files.fipsMarker);
+  facts.bMarkerCounts = !bRegistryKeys && modes::bFileExists(files.fipsMarker);
   facts.bMarkerSaysFips = facts.bMarkerCounts && bMarkerSaysFips(files.fipsMarker);
   facts.bServerKey2048Exists = modes::bFileExists(files.serverKey2048);
   facts.current = current;
@@ -95,7 +107,7 @@ bool bCryptoReady(Mode mode) {
 
 /// Imports the server's keys and records the setting that they are for.
 bool bServerKeysImported(IKeyManagement& keys, const std::wstring& publicFile, const std::wstring& secretFile,
-                         const CryptoSetting& setting, KeyConf& conf) {
+                         const CryptoSetting& setting) {
   if (!keys.importKeyFromFile(KeyType::kServerPublic, publicFile)) {
     return bFailed(L"Failed to import the server public key");
   }
@@ -103,7 +115,8 @@ bool bServerKeysImported(IKeyManagement& keys, const std::wstring& publicFile, c
     info(L"Failed to import the server private key, not treating as a failure");
   }
   // With the wrong setting the agent could not use the keys. The key files stay, for the import to be repeated.
-  return conf.SetCryptoMode(setting.mode, setting.keySize) || bFailed(L"Unable to record the crypto mode and key size");
+  return KeyConf().SetCryptoMode(setting.mode, setting.keySize) ||
+         bFailed(L"Unable to record the crypto mode and key size");
 }
 
 /// Imports the agent's own pair from the registry emulation, where it holds one.
@@ -126,38 +139,150 @@ void recordServerKeyHash(IKeyManagement& keys, IHash& hash) {
   }
 }
 
-/// One import, with what is known once the files are chosen.
-struct Import {
-  bool fromUpdateDir;
-  CryptoSetting current;
-  CryptoSetting chosen;
-  std::wstring publicFile;
-  std::wstring secretFile;
-};
-
-Import choose(bool fromUpdateDir, const KeyFiles& files, const CryptoSetting& current) {
-  const ImportPlan plan = planImport(gatherFacts(fromUpdateDir, files, current));
-  Import import{fromUpdateDir, current, plan.setting, files.serverKey2048, files.requestKey2048};
-  if (plan.bLegacyNames) {
-    import.publicFile = files.serverKey;
-    import.secretFile = files.requestKey;
-  }
+void tellPlan(const ImportPlan& plan) {
   info(modeText(plan.setting.mode));
   info(keySizeText(plan.setting.keySize));
+}
+
+/// `past` is an import that was cut off and that this one is in the place of: what it has changed by then is not what
+/// the choices are to depend on.
+BegunImport choose(bool fromUpdateDir, const KeyFiles& files, const std::optional<BegunImport>& past) {
+  const bool bAllStored = past && past->stage == Stage::kCleaning;
+  BegunImport import;
+  import.fromUpdateDir = fromUpdateDir;
+  import.bRegistryKeys = past ? past->bRegistryKeys : bServerKeysInRegistry();
+  import.before = past && !bAllStored ? past->before : currentSetting();
+  import.plan = planImport(gatherFacts(fromUpdateDir, files, import.before, import.bRegistryKeys));
+  import.bAgentKeys = import.plan.setting == import.before && !fromUpdateDir && !bAllStored;
   return import;
 }
 
 /// Brings the keys into the key store. After true, the originals are not needed any more.
-bool bKeysStored(const Import& import, KeyConf& conf) {
+bool bKeysStored(const BegunImport& import, const std::wstring& publicFile, const std::wstring& secretFile) {
   const KeyManager keys(CryptShim::create_key_manager_object());
   if (keys == nullptr) return bFailed(L"Unable to create key management object");
-  if (!bServerKeysImported(*keys, import.publicFile, import.secretFile, import.chosen, conf)) return false;
-  if (import.chosen == import.current && !import.fromUpdateDir) importAgentKeys(*keys);
+  if (!bServerKeysImported(*keys, publicFile, secretFile, import.plan.setting)) return false;
+  if (import.bAgentKeys) importAgentKeys(*keys);
   const Hash hash(CryptShim::create_hash_object(HashType::kSha256));
   if (hash == nullptr) return false;
   recordServerKeyHash(*keys, *hash);
-  if (import.chosen.keySize != import.current.keySize) keys->discardAgentKeys();
+  if (import.bDiscardsPair()) keys->discardAgentKeys();
   return true;
+}
+
+void begin(helper::WorkMark& mark, const BegunImport& import) {
+  mark.begin({helper::Work::kKeyImport, planOf(import)});
+}
+
+/// Stores what the import brings, marked as begun before the first effect. After true the mark says that only the
+/// originals are still to be deleted.
+bool bStored(BegunImport& import, const KeyFiles& files, helper::WorkMark& mark) {
+  const std::wstring& publicFile = import.plan.bLegacyNames ? files.serverKey : files.serverKey2048;
+  const std::wstring& secretFile = import.plan.bLegacyNames ? files.requestKey : files.requestKey2048;
+  tellPlan(import.plan);
+  CryptShim::set_key_size_to_use(import.plan.setting.keySize);
+  info((L"Expecting these key files: " + publicFile + L", " + secretFile).c_str());
+  if (!modes::bFileExists(publicFile)) return bFailed(L"Unable to locate server keys ");
+  if (!bCryptoReady(import.plan.setting.mode)) return false;
+  import.files = identitiesOf(files);
+  begin(mark, import);
+  if (!bKeysStored(import, publicFile, secretFile)) return false;
+  info(L"Successfully imported the keys.");
+  import.stage = Stage::kCleaning;
+  begin(mark, import);
+  return true;
+}
+
+/// Brings to the disk what was deleted in the directory of the key files and in that of the registry emulation.
+void syncDeletions(const KeyFiles& files) {
+  static_cast<void>(base::syncDirectory(base::directoryOf(base::toUtf8(files.fipsMarker))));
+  static_cast<void>(base::syncDirectory(base::directoryOf(base::toUtf8(helper::paths::kRegistryFile))));
+}
+
+/// Who hears of a file that cannot be deleted.
+enum class Told { kConsole, kLog };
+
+/// Whether the file that has this identity now has come into the place of what was there by `then`.
+bool bNew(const std::string& now, const std::string& then) {
+  return bPresent(now) && now != then;
+}
+
+/// Deletes the registry values and the key files of `import` that are still there, and no file that has come since.
+void deleteRest(const BegunImport& import, const KeyFiles& files, Told told) {
+  removeKeys(false);
+  const auto paths = inOrder(files);
+  for (std::size_t n = 0; n < paths.size(); ++n) {
+    const std::wstring& path = *paths.at(n);
+    const std::string now = identityOf(path);
+    if (bNew(now, import.files.at(n)) || AFiler::deleteFile(path)) continue;
+    if (told == Told::kConsole) base::printLine(messages::couldNotDelete(path));
+    if (told == Told::kLog && bPresent(now)) error(messages::couldNotDelete(path).c_str());
+  }
+  syncDeletions(files);
+}
+
+/// For an import that is not repeated: where its setting was recorded, the agent's pair of the old size still goes.
+void discardPairOf(const BegunImport& import) {
+  if (import.stage != Stage::kStoring || !import.bDiscardsPair() || !(currentSetting() == import.plan.setting)) return;
+  const KeyManager keys(CryptShim::create_key_manager_object());
+  if (keys != nullptr) keys->discardAgentKeys();
+}
+
+/// Whether the key files are others than `import` goes by: while it stores keys any difference counts, afterwards what
+/// has come since.
+bool bTouched(const BegunImport& import, const KeyFiles& files) {
+  const auto now = identitiesOf(files);
+  if (import.stage == Stage::kStoring) return now != import.files;
+  return !std::equal(now.begin(), now.end(), import.files.begin(),
+                     [](const auto& is, const auto& was) { return !bNew(is, was); });
+}
+
+/// What an import finds of an earlier one from the same directory.
+struct Earlier {
+  std::optional<bool> result;       ///< it was finished, with this result, and there is nothing else to import
+  std::optional<BegunImport> past;  ///< it is to be begun anew, from other files
+};
+
+/// Finishes `import`, which the mark tells of. With `bOwn` for an import from the same directory.
+Earlier finish(BegunImport import, helper::WorkMark& mark, bool bOwn) {
+  const KeyFiles files = keyFilesIn(keyDirectory(import.fromUpdateDir));
+  const bool bStoring = import.stage == Stage::kStoring;
+  const bool bOtherFiles = bTouched(import, files);
+  // Files that came into the update directory once all was stored are another update; a managed switch copies its own
+  // anew.
+  if (bOwn && bOtherFiles && (bStoring || !import.fromUpdateDir)) {
+    info(L"Beginning anew the key import that an earlier run began.");
+    static_cast<void>(mark.adopt(helper::Work::kKeyImport));
+    return {std::nullopt, import};
+  }
+  info(L"Finishing the key import that an earlier run began.");
+  const bool bDone = !bStoring || (!bOtherFiles && bStored(import, files, mark));
+  if (bDone) {
+    deleteRest(import, files, bOwn ? Told::kConsole : Told::kLog);
+  } else {
+    error(L"The key import that an earlier run began could not be finished.");
+    discardPairOf(import);
+  }
+  mark.end();
+  return {bOwn && !bOtherFiles ? std::optional(bDone) : std::nullopt, std::nullopt};
+}
+
+/// The import that the mark tells of. A plan that does not read is none; the mark is then removed.
+std::optional<BegunImport> markedImport(helper::WorkMark& mark) {
+  if (!mark.found() || mark.found()->work != helper::Work::kKeyImport) return std::nullopt;
+  auto import = importIn(mark.found()->plan);
+  if (!import) {
+    error(L"Removed, being no mark of an import: the mark of unfinished work");
+    mark.end();
+  }
+  return import;
+}
+
+/// Finishes whatever the mark tells of, for an import from the one directory or the other.
+Earlier finishBefore(bool fromUpdateDir, helper::WorkMark& mark) {
+  if (mark.found() && mark.found()->work == helper::Work::kUnmanagedSwitch) modes::finishUnmanagedSwitch(mark);
+  const auto import = markedImport(mark);
+  return import ? finish(*import, mark, import->fromUpdateDir == fromUpdateDir) : Earlier{};
 }
 
 }  // namespace
@@ -168,17 +293,31 @@ namespace kelt::helper {
 bool CommandLineHelper::ImportKeys(bool fromUpdateDir) {
   const std::wstring directory = keys::keyDirectory(fromUpdateDir);
   if (directory.empty()) return keys::bFailed(L"Unable to get Agent Data Path, Agent might not be installed.");
+  WorkMark mark;
+  const keys::Earlier earlier = keys::finishBefore(fromUpdateDir, mark);
+  if (earlier.result) return *earlier.result;
   const keys::KeyFiles files = keys::keyFilesIn(directory);
-  keys::KeyConf conf;
-  const keys::Import import = keys::choose(fromUpdateDir, files, keys::currentSetting(conf));
-  keys::CryptShim::set_key_size_to_use(import.chosen.keySize);
-  keys::info((L"Expecting these key files: " + import.publicFile + L", " + import.secretFile).c_str());
-  if (!modes::bFileExists(import.publicFile)) return keys::bFailed(L"Unable to locate server keys ");
-  if (!keys::bCryptoReady(import.chosen.mode) || !keys::bKeysStored(import, conf)) return false;
-  keys::info(L"Successfully imported the keys.");
+  keys::BegunImport import = keys::choose(fromUpdateDir, files, earlier.past);
+  if (!keys::bStored(import, files, mark)) {
+    if (earlier.past) keys::discardPairOf(*earlier.past);
+    return false;
+  }
   keys::removeKeys(false);
   keys::deleteKeyFiles(files);
+  keys::syncDeletions(files);
   return true;
+}
+
+void CommandLineHelper::finishInterrupted(std::optional<Work> own) {
+  WorkMark mark;
+  if (!mark.found()) return;
+  if (mark.found()->work == Work::kUnmanagedSwitch) {
+    if (own != Work::kUnmanagedSwitch) modes::finishUnmanagedSwitch(mark);
+    return;
+  }
+  const auto import = keys::markedImport(mark);
+  if (!import || (own == Work::kKeyImport && !import->fromUpdateDir)) return;
+  static_cast<void>(keys::finish(*import, mark, false));
 }
 
 bool CommandLineHelper::RestitueBinFilesSLPwdsToPlainTxt() {

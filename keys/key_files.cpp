@@ -11,6 +11,10 @@ namespace kelt::keys {
 
 namespace paths = helper::paths;
 
+std::array<const std::wstring*, kKeyFileCount> inOrder(const KeyFiles& files) {
+  return {&files.serverKey2048, &files.requestKey2048, &files.serverKey, &files.requestKey, &files.fipsMarker};
+}
+
 KeyFiles keyFilesIn(const std::wstring& directory) {
   return {directory + paths::kServerKey2048, directory + paths::kRequestKey2048, directory + paths::kServerKey,
           directory + paths::kRequestKey, directory + paths::kFipsMarker};
@@ -27,8 +31,7 @@ bool bMarkerSaysFips(const std::wstring& fipsMarker) {
 }
 
 void deleteKeyFiles(const KeyFiles& files) {
-  for (const std::wstring* path :
-       {&files.serverKey2048, &files.requestKey2048, &files.serverKey, &files.requestKey, &files.fipsMarker}) {
+  for (const std::wstring* path : inOrder(files)) {
     if (!AFiler::deleteFile(*path)) base::printLine(messages::couldNotDelete(*path));
   }
 }

@@ -1,6 +1,8 @@
 #pragma once
 // The key files of one directory.
 
+#include <array>
+#include <cstddef>
 #include <string>
 
 namespace kelt::keys {
@@ -14,6 +16,11 @@ struct KeyFiles {
   std::wstring fipsMarker;
 };
 
+inline constexpr std::size_t kKeyFileCount = 5;
+
+/// All of them, in the order in which they are deleted.
+[[nodiscard]] std::array<const std::wstring*, kKeyFileCount> inOrder(const KeyFiles& files);
+
 /// The paths below `directory`, joined by a "/" whatever it ends in.
 [[nodiscard]] KeyFiles keyFilesIn(const std::wstring& directory);
 
@@ -23,7 +30,7 @@ struct KeyFiles {
 /// Whether the marker's first byte says FIPS mode. False where the file cannot be read.
 [[nodiscard]] bool bMarkerSaysFips(const std::wstring& fipsMarker);
 
-/// Deletes all five files in a fixed order, with a line on the console for each that could not be deleted, be it that
+/// Deletes all five files in their order, with a line on the console for each that could not be deleted, be it that
 /// it was not there.
 void deleteKeyFiles(const KeyFiles& files);
 

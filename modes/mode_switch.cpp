@@ -41,8 +41,11 @@ int unixCommandLineHelper::PrepareORV(bool managed, bool noStart, std::wstring s
 
   const StartAgain startAgain = noStart ? StartAgain::kNever : StartAgain::kAlways;
   const Interruption change = whileStopped(*this, startAgain, [&] {
+    finishInterrupted(managed ? Work::kKeyImport : Work::kUnmanagedSwitch);
     if (!managed) return PrepareORVForUnmanagedMode();
-    return PrepareORVForManagedMode(sourceDir, currentDir) != 0 && ImportKeys(false);
+    if (PrepareORVForManagedMode(sourceDir, currentDir) != 0) return ImportKeys(false);
+    finishInterrupted(std::nullopt);
+    return false;
   });
   if (!change.bStopped) return kStopFailed;
   if (change.bStartFailed) return kStartFailed;

@@ -1,0 +1,51 @@
+#pragma once
+// An import whose choices are made: what is done, and what a mark of it says to whoever has to finish it.
+//
+// The choices are noted, and the facts behind them, because they cannot be found out again: the import itself changes
+// the recorded setting, the registry values and the key files.
+
+#include <array>
+#include <optional>
+#include <string>
+
+#include "keys/import_plan.h"
+#include "keys/key_files.h"
+
+namespace kelt::keys {
+
+/// How far an import has come.
+enum class Stage {
+  kStoring,   ///< keys and setting are being stored, which can be done again from the key files
+  kCleaning,  ///< all is stored; registry values and key files are being deleted
+};
+
+struct BegunImport {
+  Stage stage = Stage::kStoring;
+  bool fromUpdateDir = false;
+  ImportPlan plan{};
+  CryptoSetting before{};                        ///< what was recorded when it began
+  bool bRegistryKeys = false;                    ///< the registry emulation held server keys
+  bool bAgentKeys = false;                       ///< the agent's own pair is taken from the registry emulation
+  std::array<std::string, kKeyFileCount> files;  ///< which key files there were, by identityOf
+
+  /// Whether the pair in the key store is discarded, being of another size.
+  [[nodiscard]] bool bDiscardsPair() const { return plan.setting.keySize != before.keySize; }
+};
+
+/// The plan of a mark (helper/unfinished_work.h): a line "name=value" for each, in the order above.
+[[nodiscard]] std::string planOf(const BegunImport& import);
+
+/// Reads such a plan; nothing for whatever else.
+[[nodiscard]] std::optional<BegunImport> importIn(std::string_view plan);
+
+/// Tells the file at `path` (links followed) from every other one and from what it becomes when it is written to: its
+/// inode, size and time of change. "-" where there is none. Opens nothing.
+[[nodiscard]] std::string identityOf(const std::wstring& path);
+
+/// Whether an identity is that of a file.
+[[nodiscard]] bool bPresent(const std::string& identity);
+
+/// The identities of all key files.
+[[nodiscard]] std::array<std::string, kKeyFileCount> identitiesOf(const KeyFiles& files);
+
+}  // namespace kelt::keys
