@@ -400,6 +400,38 @@ def lasting_tree(root="/"):
     return tree
 
 
+def identities(root="/"):
+    """What the tool's marks tell files by, inode, size and time of change, with the paths of the files."""
+    found = {}
+    for path, (kind, _, _) in lasting_tree(root).items():
+        info = os.lstat(os.path.join(root, path.lstrip("/")))
+        changed = b"%d.%d" % divmod(info.st_ctime_ns, 10**9)
+        if kind == "f":
+            found[b"%d %d %s" % (info.st_ino, info.st_size, changed)] = path
+    return found
+
+
+def name_identities(states, first, known):
+    """The same states, with the identities of files as they were at first replaced by their paths: the files are made anew
+    for each state, and are others then."""
+
+    def named(state, content):
+        for identity, path in known.items():
+            same = state.get(path) == first[path]
+            content = content.replace(identity, b"<identity of %s>" % path.encode() if same else b"0 0 0.0")
+        return content
+
+    return [{path: (kind, mode, named(state, content)) for path, (kind, mode, content) in state.items()} for state in states]
+
+
+def identify():
+    """Puts the identities that the files have now in the place of their paths."""
+    now = {path.encode(): identity for identity, path in identities().items()}
+    for path, (_, _, content) in lasting_tree().items():
+        if b"<identity of " in content:
+            pathlib.Path(path).write_bytes(re.sub(rb"<identity of ([^>]*)>", lambda match: now[match[1]], content))
+
+
 def bring_to(wanted):
     there = lasting_tree()
     for path in sorted(there, reverse=True):
@@ -413,6 +445,7 @@ def bring_to(wanted):
         else:
             pathlib.Path(path).write_bytes(content)
         os.chmod(path, mode)
+    identify()
 
 
 def forget_memory():
