@@ -1,15 +1,24 @@
 #include "keys/begun_import.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <memory>
 #include <string_view>
-#include <sys/stat.h>
 
-#include "base/utf.h"
+#include "platform/afile.h"
 
 namespace kelt::keys {
 namespace {
 
+using quorvane_com::QV::crypto::CryptShim;
+using quorvane_com::QV::crypto::HashType;
+using quorvane_com::QV::crypto::IHash;
+
 constexpr const char* kAbsent = "-";
+constexpr const char* kUnknown = "?";
+
+/// More than any key takes in any form.
+constexpr std::uint64_t kMaxKeyFile = std::uint64_t{64} * 1024;
 
 /// The numbers by which platform/crypto.h has them.
 template <typename Enum>
@@ -56,6 +65,17 @@ class PlanReader {
   bool m_bGood = true;
 };
 
+std::string identityOf(const std::wstring& path, IHash* hash) {
+  bool bThere = false;
+  if (!AFiler::getFileAccessibility(path, AFiler::kExistence, bThere)) return kUnknown;
+  if (!bThere) return kAbsent;
+  std::uint64_t size = 0;
+  ABuffer content;
+  ABuffer digest;
+  const bool bRead = AFiler::tryGetFileSize(path, size) && size <= kMaxKeyFile && AFile::tryRead(path, content);
+  return bRead && hash != nullptr && hash->hash(content, digest) ? hexDigits(digest) : kUnknown;
+}
+
 }  // namespace
 
 std::string planOf(const BegunImport& import) {
@@ -90,21 +110,17 @@ std::optional<BegunImport> importIn(std::string_view plan) {
   return import;
 }
 
-std::string identityOf(const std::wstring& path) {
-  struct stat info {};
-  if (::stat(base::toUtf8(path).c_str(), &info) != 0) return kAbsent;
-  return std::to_string(info.st_ino) + " " + std::to_string(info.st_size) + " " + std::to_string(info.st_ctim.tv_sec) +
-         "." + std::to_string(info.st_ctim.tv_nsec);
-}
-
 bool bPresent(const std::string& identity) {
   return identity != kAbsent;
 }
 
 std::array<std::string, kKeyFileCount> identitiesOf(const KeyFiles& files) {
+  const std::unique_ptr<IHash, decltype(&CryptShim::destroy_hash_object)> hash(
+      CryptShim::create_hash_object(HashType::kSha256), CryptShim::destroy_hash_object);
   std::array<std::string, kKeyFileCount> identities;
   const auto paths = inOrder(files);
-  std::transform(paths.begin(), paths.end(), identities.begin(), [](const auto* path) { return identityOf(*path); });
+  std::transform(paths.begin(), paths.end(), identities.begin(),
+                 [&](const std::wstring* path) { return identityOf(*path, hash.get()); });
   return identities;
 }
 

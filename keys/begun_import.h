@@ -26,7 +26,7 @@ struct BegunImport {
   CryptoSetting before{};                        ///< what was recorded when it began
   bool bRegistryKeys = false;                    ///< the registry emulation held server keys
   bool bAgentKeys = false;                       ///< the agent's own pair is taken from the registry emulation
-  std::array<std::string, kKeyFileCount> files;  ///< which key files there were, by identityOf
+  std::array<std::string, kKeyFileCount> files;  ///< which key files there were, by identitiesOf
 
   /// Whether the pair in the key store is discarded, being of another size.
   [[nodiscard]] bool bDiscardsPair() const { return plan.setting.keySize != before.keySize; }
@@ -38,14 +38,12 @@ struct BegunImport {
 /// Reads such a plan; nothing for whatever else.
 [[nodiscard]] std::optional<BegunImport> importIn(std::string_view plan);
 
-/// Tells the file at `path` (links followed) from every other one and from what it becomes when it is written to: its
-/// inode, size and time of change. "-" where there is none. Opens nothing.
-[[nodiscard]] std::string identityOf(const std::wstring& path);
-
-/// Whether an identity is that of a file.
-[[nodiscard]] bool bPresent(const std::string& identity);
-
-/// The identities of all key files.
+/// What tells the content of each key file from any other: its SHA-256 in hexadecimal digits, "-" where there is no
+/// file,
+/// "?" for what is no key file (not a regular file of at most 64 KiB), cannot be read, or finds no crypto library.
 [[nodiscard]] std::array<std::string, kKeyFileCount> identitiesOf(const KeyFiles& files);
+
+/// Whether an identity is that of something that is there.
+[[nodiscard]] bool bPresent(const std::string& identity);
 
 }  // namespace kelt::keys

@@ -7,7 +7,6 @@
 #include <memory>
 #include <optional>
 
-#include "base/console.h"
 #include "base/file_place.h"
 #include "base/utf.h"
 #include "helper/agent_paths.h"
@@ -16,11 +15,9 @@
 #include "keys/begun_import.h"
 #include "keys/import_plan.h"
 #include "keys/key_files.h"
-#include "keys/messages.h"
 #include "keys/registry_keys.h"
 #include "modes/config_values.h"
 #include "modes/unmanaged_mode.h"
-#include "platform/afile.h"
 #include "platform/crypto.h"
 #include "platform/logger.h"
 
@@ -193,32 +190,16 @@ bool bStored(BegunImport& import, const KeyFiles& files, helper::WorkMark& mark)
   return true;
 }
 
-/// Brings to the disk what was deleted in the directory of the key files and in that of the registry emulation.
-void syncDeletions(const KeyFiles& files) {
-  static_cast<void>(base::syncDirectory(base::directoryOf(base::toUtf8(files.fipsMarker))));
-  static_cast<void>(base::syncDirectory(base::directoryOf(base::toUtf8(helper::paths::kRegistryFile))));
-}
-
 /// Who hears of a file that cannot be deleted.
 enum class Told { kConsole, kLog };
 
-/// Whether the file that has this identity now has come into the place of what was there by `then`.
-bool bNew(const std::string& now, const std::string& then) {
-  return bPresent(now) && now != then;
-}
-
-/// Deletes the registry values and the key files of `import` that are still there, and no file that has come since.
-void deleteRest(const BegunImport& import, const KeyFiles& files, Told told) {
+/// Deletes the originals of an import and brings that to the disk.
+void deleteOriginals(const KeyFiles& files, Told told) {
   removeKeys(false);
-  const auto paths = inOrder(files);
-  for (std::size_t n = 0; n < paths.size(); ++n) {
-    const std::wstring& path = *paths.at(n);
-    const std::string now = identityOf(path);
-    if (bNew(now, import.files.at(n)) || AFiler::deleteFile(path)) continue;
-    if (told == Told::kConsole) base::printLine(messages::couldNotDelete(path));
-    if (told == Told::kLog && bPresent(now)) error(messages::couldNotDelete(path).c_str());
-  }
-  syncDeletions(files);
+  if (told == Told::kConsole) deleteKeyFiles(files);
+  if (told == Told::kLog) deleteKeyFilesInSilence(files);
+  static_cast<void>(base::syncDirectory(base::directoryOf(base::toUtf8(files.fipsMarker))));
+  static_cast<void>(base::syncDirectory(base::directoryOf(base::toUtf8(helper::paths::kRegistryFile))));
 }
 
 /// For an import that is not repeated: where its setting was recorded, the agent's pair of the old size still goes.
@@ -230,11 +211,11 @@ void discardPairOf(const BegunImport& import) {
 
 /// Whether the key files are others than `import` goes by: while it stores keys any difference counts, afterwards what
 /// has come since.
-bool bTouched(const BegunImport& import, const KeyFiles& files) {
+bool bOthersThan(const BegunImport& import, const KeyFiles& files) {
   const auto now = identitiesOf(files);
   if (import.stage == Stage::kStoring) return now != import.files;
   return !std::equal(now.begin(), now.end(), import.files.begin(),
-                     [](const auto& is, const auto& was) { return !bNew(is, was); });
+                     [](const auto& is, const auto& was) { return !bPresent(is) || is == was; });
 }
 
 /// What an import finds of an earlier one from the same directory.
@@ -247,7 +228,7 @@ struct Earlier {
 Earlier finish(BegunImport import, helper::WorkMark& mark, bool bOwn) {
   const KeyFiles files = keyFilesIn(keyDirectory(import.fromUpdateDir));
   const bool bStoring = import.stage == Stage::kStoring;
-  const bool bOtherFiles = bTouched(import, files);
+  const bool bOtherFiles = bOthersThan(import, files);
   // Files that came into the update directory once all was stored are another update; a managed switch copies its own
   // anew.
   if (bOwn && bOtherFiles && (bStoring || !import.fromUpdateDir)) {
@@ -257,8 +238,10 @@ Earlier finish(BegunImport import, helper::WorkMark& mark, bool bOwn) {
   }
   info(L"Finishing the key import that an earlier run began.");
   const bool bDone = !bStoring || (!bOtherFiles && bStored(import, files, mark));
-  if (bDone) {
-    deleteRest(import, files, bOwn ? Told::kConsole : Told::kLog);
+  if (bDone && !bOtherFiles) {
+    deleteOriginals(files, bOwn ? Told::kConsole : Told::kLog);
+  } else if (bDone) {
+    removeKeys(false);  // what is left of the key files may belong to the new ones by now
   } else {
     error(L"The key import that an earlier run began could not be finished.");
     discardPairOf(import);
@@ -302,9 +285,7 @@ bool CommandLineHelper::ImportKeys(bool fromUpdateDir) {
     if (earlier.past) keys::discardPairOf(*earlier.past);
     return false;
   }
-  keys::removeKeys(false);
-  keys::deleteKeyFiles(files);
-  keys::syncDeletions(files);
+  keys::deleteOriginals(files, keys::Told::kConsole);
   return true;
 }
 

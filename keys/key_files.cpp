@@ -6,6 +6,7 @@
 #include "keys/messages.h"
 #include "modes/config_values.h"
 #include "platform/afile.h"
+#include "platform/logger.h"
 
 namespace kelt::keys {
 
@@ -33,6 +34,15 @@ bool bMarkerSaysFips(const std::wstring& fipsMarker) {
 void deleteKeyFiles(const KeyFiles& files) {
   for (const std::wstring* path : inOrder(files)) {
     if (!AFiler::deleteFile(*path)) base::printLine(messages::couldNotDelete(*path));
+  }
+}
+
+void deleteKeyFilesInSilence(const KeyFiles& files) {
+  for (const std::wstring* path : inOrder(files)) {
+    bool bThere = true;
+    const bool bKnown = AFiler::getFileAccessibility(*path, AFiler::kExistence, bThere);
+    if ((bKnown && !bThere) || AFiler::deleteFile(*path)) continue;
+    logError(L"keltcfg", messages::couldNotDelete(*path).c_str());
   }
 }
 

@@ -34,4 +34,7 @@ inline constexpr std::size_t kKeyFileCount = 5;
 /// it was not there.
 void deleteKeyFiles(const KeyFiles& files);
 
+/// The same with a line in the agent's log for each that is there and could not be deleted.
+void deleteKeyFilesInSilence(const KeyFiles& files);
+
 }  // namespace kelt::keys

@@ -1,6 +1,5 @@
 #include "keys/begun_import.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,7 +13,7 @@ using tests::putFile;
 const std::string kPlan =
     "stage=cleaning\nfrom=update\nmode=0\nkeysize=1\nlegacy-names=1\nmode-before=2\nkeysize-before=0\n"
     "registry-keys=1\nagent-keys=0\n"
-    "file=1 2 3.4\nfile=-\nfile=-\nfile=-\nfile=5 6 7.8\n";
+    "file=12AB\nfile=-\nfile=-\nfile=-\nfile=34CD\n";
 
 BegunImport cleaning() {
   BegunImport import;
@@ -22,7 +21,7 @@ BegunImport cleaning() {
   import.fromUpdateDir = true;
   import.plan = {{Mode::kFips, KeySize::kHigher}, true};
   import.bRegistryKeys = true;
-  import.files = {"1 2 3.4", "-", "-", "-", "5 6 7.8"};
+  import.files = {"12AB", "-", "-", "-", "34CD"};
   return import;
 }
 
@@ -74,9 +73,9 @@ TEST(BegunImport, IsNotReadFromAnythingElse) {
                                                         {"mode", "mod"},
                                                         {"file=-\n", ""},
                                                         {"file=-", "file"},
-                                                        {"7.8\n", "7.8"},
-                                                        {"7.8\n", "7.8\n\n"},
-                                                        {"7.8\n", "7.8\nfile=-\n"}}) {
+                                                        {"34CD\n", "34CD"},
+                                                        {"34CD\n", "34CD\n\n"},
+                                                        {"34CD\n", "34CD\nfile=-\n"}}) {
     EXPECT_FALSE(importIn(replaced(kPlan, old, with))) << old << " -> " << with;
   }
   EXPECT_FALSE(importIn(""));
@@ -84,45 +83,41 @@ TEST(BegunImport, IsNotReadFromAnythingElse) {
 
 class KeyFileIdentity : public tests::PrivateDevice {
  protected:
-  void SetUp() override {
-    PrivateDevice::SetUp();
-    putFile("/tmp/key", "content");
-  }
+  static std::array<std::string, kKeyFileCount> identities() { return identitiesOf(keyFilesIn(L"/tmp")); }
 };
 
-TEST_F(KeyFileIdentity, IsThatOfTheSameUntouchedFile) {
-  const std::string identity = identityOf(L"/tmp/key");
-  EXPECT_TRUE(bPresent(identity));
-  EXPECT_EQ(identityOf(L"/tmp//key"), identity);
-  ASSERT_EQ(::symlink("/tmp/key", "/tmp/link"), 0);
-  EXPECT_EQ(identityOf(L"/tmp/link"), identity);
+TEST_F(KeyFileIdentity, IsTheHashOfTheContent) {
+  putFile("/tmp/key", "abc");
+  ASSERT_EQ(::symlink("/tmp/key", "/tmp/sr2048pubkey.bin"), 0);
+  const std::string hash = "BA7816BF8F01CFEA414140DE5DAE2223B00361A396177A9CB410FF61F20015AD";
+  EXPECT_EQ(identities()[0], hash);
+  EXPECT_TRUE(bPresent(hash));
+  putFile("/tmp/key", "abd");
+  EXPECT_NE(identities()[0], hash);
 }
 
-TEST_F(KeyFileIdentity, IsAnotherOneForAFileInItsPlaceAndForAnotherContent) {
-  const std::string identity = identityOf(L"/tmp/key");
-  putFile("/tmp/other", "content");
-  EXPECT_NE(identityOf(L"/tmp/other"), identity);
-  putFile("/tmp/key", "content, more of it");
-  EXPECT_NE(identityOf(L"/tmp/key"), identity);
-}
-
-TEST_F(KeyFileIdentity, IsAnotherOneForTimesThatWereSetBack) {
-  const std::string identity = identityOf(L"/tmp/key");
-  struct stat before {};
-  struct stat after {};
-  ASSERT_EQ(::stat("/tmp/key", &before), 0);
-  const timespec times[] = {before.st_atim, before.st_mtim};
-  do {
-    putFile("/tmp/key", "CONTENT");
-    ASSERT_EQ(::utimensat(AT_FDCWD, "/tmp/key", times, 0), 0);
-    ASSERT_EQ(::stat("/tmp/key", &after), 0);
-  } while (after.st_ctim.tv_sec == before.st_ctim.tv_sec && after.st_ctim.tv_nsec == before.st_ctim.tv_nsec);
-  EXPECT_NE(identityOf(L"/tmp/key"), identity);
-}
-
-TEST_F(KeyFileIdentity, IsNoneWithoutAFile) {
-  EXPECT_EQ(identityOf(L"/tmp/nothing"), "-");
+TEST_F(KeyFileIdentity, IsThatOfEachInTheOrderOfDeletion) {
+  using Identities = std::array<std::string, kKeyFileCount>;
+  EXPECT_EQ(identities(), (Identities{"-", "-", "-", "-", "-"}));
   EXPECT_FALSE(bPresent("-"));
+  for (const char* name : {"sr2048pubkey.bin", "req2048seckey.bin", "srpubkey.bin", "reqseckey.bin", "agentfipsmode"})
+    putFile(std::string("/tmp/") + name, name);
+  EXPECT_EQ(identities()[0].substr(0, 8), "F84266B6");
+  EXPECT_EQ(identities()[1].substr(0, 8), "B262FE7C");
+  EXPECT_EQ(identities()[2].substr(0, 8), "41E22DC0");
+  EXPECT_EQ(identities()[3].substr(0, 8), "21D6E128");
+  EXPECT_EQ(identities()[4].substr(0, 8), "B12494B3");
+}
+
+TEST_F(KeyFileIdentity, IsUnknownForWhatIsNoKeyFile) {
+  tests::putDirectory("/tmp/sr2048pubkey.bin");
+  ASSERT_EQ(::mkfifo("/tmp/req2048seckey.bin", 0600), 0);
+  putFile("/tmp/srpubkey.bin", std::string(64 * 1024 + 1, 'x'));
+  putFile("/tmp/reqseckey.bin", std::string(64 * 1024, 'x'));
+  for (const std::size_t n : {0U, 1U, 2U})
+    EXPECT_EQ(identities().at(n), "?");
+  EXPECT_EQ(identities()[3].size(), 64U);
+  EXPECT_TRUE(bPresent("?"));
 }
 
 }  // namespace
