@@ -289,6 +289,38 @@ def test_a_second_managed_switch_from_the_installation_itself_ends_as_the_first_
 # -- the mark itself -----------------------------------------------------------------------------------------------------
 
 
+def changing_calls(device, *arguments):
+    """The calls of a run that change a directory or bring something to the disk, with the paths of descriptors."""
+    traced = "fsync,rename,renameat,renameat2,unlink,unlinkat"
+    assert device.run(*arguments, via=f"strace -y -s 256 -o /run/trace -e trace={traced}").status == 0
+    lines = device.take("/run/trace").decode(errors="replace").splitlines()
+    return [line.replace("//", "/") for line in lines if re.match(r"\w+\(.* = 0$", line)]
+
+
+def index_of(lines, pattern, start=0):
+    return next((n for n in range(start, len(lines)) if re.search(pattern, lines[n])), len(lines))
+
+
+@pytest.mark.parametrize("arguments", [["-u"], ["-k"]], ids=lambda words: words[0])
+def test_the_mark_is_on_the_disk_before_the_first_change_and_goes_after_the_last_one_is(managed, arguments):
+    put_keys(managed, UPDATE)
+    put_registry(managed)
+    lines = changing_calls(managed, *arguments)
+    marked = [n for n, line in enumerate(lines) if re.match(r"renameat.*unfinished-work\"", line)]
+    # The first mark is there before anything is renamed or removed; each one is synced before the next change.
+    assert marked[0] == index_of(lines, "^(rename|unlink)")
+    assert [re.match(rf"fsync\(\d+<[^>]*{SCRATCH}>\)", lines[n + 1]) is not None for n in marked] == [True] * len(marked)
+    # What was removed is synced, each directory, before the mark goes, and that is the last thing.
+    end = index_of(lines, 'unlinkat.*"unfinished-work"')
+    removals = [n for n, line in enumerate(lines) if line.startswith("unlink(") and "/opt/" in line]
+    assert removals and max(removals) < end
+    for n in removals:
+        directory = re.search(r'"(/[^"]*)/[^"/]*"', lines[n])[1]
+        assert index_of(lines, rf"^fsync\(\d+<[^>]*{directory}>\)", n) < end, lines[n]
+    assert re.match(rf"fsync\(\d+<[^>]*{SCRATCH}>\)", lines[end + 1])
+    assert [line for line in lines[end + 2 :] if "/opt/" in line or "/etc/" in line] == []
+
+
 def test_a_failed_import_leaves_no_mark(device):
     device.write(UPDATE + "/sr2048pubkey.bin", b"no key")
     device.write(UPDATE + "/agentfipsmode", b"0")
