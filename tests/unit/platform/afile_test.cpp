@@ -1,9 +1,13 @@
 #include "platform/afile.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/private_device.h"
+
+#include "base/unique_fd.h"
 
 namespace kelt::tests {
 namespace {
@@ -131,6 +135,15 @@ TEST_F(File, OpensNothingButARegularFile) {
   }
   EXPECT_EQ(contentOf("/tmp/f"), "kept");
   EXPECT_FALSE(exists("/tmp/made"));
+}
+
+TEST_F(File, DoesNotEvenOpenWhatIsNoFile) {
+  ASSERT_EQ(::mkfifo("/tmp/fifo", 0600), 0);
+  const kelt::base::UniqueFd reader(::open("/tmp/fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  AFile file;
+  EXPECT_FALSE(file.openAlways(L"/tmp/fifo"));
+  pollfd heard{reader.get(), POLLIN, 0};
+  EXPECT_EQ(::poll(&heard, 1, 0), 0) << "a reader hears of a writer that comes and goes";
 }
 
 TEST_F(File, ClosesWhatIsNotOpen) {
