@@ -50,7 +50,9 @@ class EmptyFile {
   void make(int old) {
     constexpr std::string_view kEmpty = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CustomProperties/>\n";
     m_bAlone = bNothingAt(m_path);  // from here on it may be there, whatever is returned or thrown
-    if (m_bAlone) static_cast<void>(base::replaceFile(m_path, kEmpty, {.mode = 0644, .attributesOf = old}));
+    if (!m_bAlone) return;
+    const auto replace = [&] { return base::replaceFile(m_path, kEmpty, {.mode = 0644, .attributesOf = old}).ok(); };
+    static_cast<void>(base::bAskedTwice(replace));
   }
   EmptyFile(const EmptyFile&) = delete;
   EmptyFile& operator=(const EmptyFile&) = delete;
