@@ -27,17 +27,34 @@ APath customPropertiesPath() {
   return {configuration.GetFrameworkDataDirectory(), helper::paths::kCustomProperties};
 }
 
+/// Examines what stands at `path`, and once more where the system does not tell. Returns 0 or the error.
+int examine(const std::string& path, struct stat& info) {
+  int error = 0;
+  const auto bTold = [&] {
+    error = ::lstat(path.c_str(), &info) == 0 ? 0 : errno;
+    return error == 0 || error == ENOENT;
+  };
+  static_cast<void>(base::bAskedTwice(bTold));
+  return error;
+}
+
 /// Opens the file as it is before its deletion, so that its attributes outlive it. No descriptor when there is none, or
 /// a link, of which the deletion takes the link and not the file.
 base::UniqueFd openOld(const std::string& path) {
   struct stat info {};
-  if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return {};
-  return base::UniqueFd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (examine(path, info) != 0 || !S_ISREG(info.st_mode)) return {};
+  base::UniqueFd fd;
+  const auto bOpened = [&] {
+    fd.reset(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    return fd.bValid();
+  };
+  static_cast<void>(base::bAskedTwice(bOpened));
+  return fd;
 }
 
 bool bNothingAt(const std::string& path) {
   struct stat info {};
-  return ::lstat(path.c_str(), &info) != 0 && errno == ENOENT;
+  return examine(path, info) == ENOENT;
 }
 
 /// A file without properties, with the owner, group and permissions of the deleted one: the agent reads it, and may do
