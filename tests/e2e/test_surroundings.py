@@ -64,6 +64,20 @@ def test_commands_inherit_the_standard_descriptors_only(device, package):
     assert device.take("/run/descriptors").split() == [b"0", b"1", b"2", b"3"]
 
 
+@pytest.mark.parametrize("arguments", [["-m", "-d", "/run/keys"], ["-u"], ["-k"], ["-start"]], ids=lambda given: given[0])
+def test_every_descriptor_would_be_closed_to_commands(device, package, arguments):
+    package("--both", to=device.path("/run/keys"))
+    package("--both", to=device.path("/opt/Quorvane/orv/scratch/update"))
+    device.write(SITE_LIST, b"<ns:SiteLists><SiteList><SpipeSite/></SiteList></ns:SiteLists>")
+    via = "strace -o /run/trace -e trace=open,openat,openat2,creat,socket,pipe,pipe2,dup,fcntl,memfd_create"
+    assert device.run(*arguments, via=via).status == 0
+    made = [line for line in device.take("/run/trace").splitlines() if not line.startswith((b"---", b"+++"))]
+    made = [line for line in made if not line.startswith(b"fcntl") or b"F_DUPFD" in line]
+    assert len(made) > 10
+    # The C library opens its list of encodings so, and closes it at once.
+    assert [line for line in made if b"CLOEXEC" not in line and b"gconv-modules.cache" not in line] == []
+
+
 def test_commands_see_the_environment_without_the_library_path(device):
     start_with(device, "env >/run/environment")
     assert device.run("-start", env={"LD_LIBRARY_PATH": "/nosuch", "KEPT": "yes"}).status == 0
