@@ -119,7 +119,7 @@ def refused(device):
 
 
 NO_GUARD = ("E", "No guard starts the agent should this run die: start a guard: Resource temporarily unavailable")
-NO_PROCESS = ("E", "The system has no process for a command that starts the agent; trying again.")
+NO_PROCESS = ("E", "The system has no process for a command of the agent; trying again.")
 STARTED_NOW = ("E", "A run ended before it started the agent again, which is started now.")
 
 
@@ -134,11 +134,19 @@ def test_a_full_process_table_lets_a_run_go_on_without_a_guard(device):
 
 def test_a_start_for_which_there_is_no_process_is_tried_again(device):
     forks = len(device.stopping()) + 2
-    left = run_until_quiet(device, full_table(f"1..{forks + 20}") + ' "$KELTCONFIG" -u >/dev/null')
-    # Neither the guard nor the commands of the stop could be run, and the start at the 22nd time.
-    assert refused(device) == forks + 20
-    assert NO_GUARD in device.log() and device.log().count(NO_PROCESS) == 1
-    assert device.calls() == device.starting()
+    left = run_until_quiet(device, full_table(f"{forks}..{forks + 19}") + ' "$KELTCONFIG" -u >/dev/null')
+    assert refused(device) == 20
+    assert NO_GUARD not in device.log() and device.log().count(NO_PROCESS) == 1
+    assert device.calls() == device.stopping() + device.starting()
+    assert left == []
+
+
+def test_a_stop_for_which_there_is_no_process_is_tried_again(device):
+    forks = len(device.stopping()) + 1
+    left = run_until_quiet(device, full_table(f"{forks}..{forks + 19}") + ' "$KELTCONFIG" -u >/dev/null')
+    assert refused(device) == 20
+    assert device.log().count(NO_PROCESS) == 1
+    assert device.calls() == device.stopping() + device.starting()
     assert left == []
 
 
