@@ -61,10 +61,7 @@ class NameBook {
     }
     path += (path.empty() ? "" : "/") + lowered(judged.parts.back());
     if (!m_entries.insert(path).second) return false;
-    if (judged.directory) {
-      m_directories.insert(path);
-      return true;
-    }
+    if (judged.directory) return true;
     m_files.insert(path);
     return !m_directories.contains(path);
   }

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <poll.h>
 #include <pty.h>
 #include <sys/inotify.h>
@@ -286,6 +287,21 @@ TEST(CryptoEngineDeathTest, RunsOnTheDefaultModuleWhereTheSystemHasNoFipsModule)
   // In a process of its own: a module that was loaded once is found again.
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(startWithoutFipsModule(), ::testing::ExitedWithCode(0), "");
+}
+
+[[noreturn]] void startWithFipsModule() {
+  const tests::NoFipsModule system;
+  const auto engine = loadCryptoEngine();
+  const auto own = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "keltconfig-fips-module.so";
+  if (!system.bEmpty() || !system.install(own) || !engine) ::_exit(2);
+  const auto module = engine.value()->start(true);
+  const bool bOnIt = module.ok() && module.value() == CryptoModule::kFips;
+  ::_exit(bOnIt && !engine.value()->sha256(bytesOf("abc")).ok() ? 0 : 1);
+}
+
+TEST(CryptoEngineDeathTest, ComputesWithTheFipsModuleOfTheSystemAndWithNothingElse) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(startWithFipsModule(), ::testing::ExitedWithCode(0), "");
 }
 
 /// Ends the process: 0 when starting and using the engine opened neither of the two, which its environment names.

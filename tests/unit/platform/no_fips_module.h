@@ -1,9 +1,11 @@
 #pragma once
 
 #include <dlfcn.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/mount.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace kelt::tests {
@@ -27,6 +29,12 @@ class NoFipsModule {
   }
 
   [[nodiscard]] bool bEmpty() const { return m_bEmpty; }
+
+  /// Puts the module `file` there as the FIPS module. False where there is no such directory.
+  [[nodiscard]] bool install(const std::string& file) const {
+    std::error_code error;
+    return std::filesystem::copy_file(file, m_directory + "/fips.so", error);
+  }
 
  private:
   std::string m_directory;

@@ -196,6 +196,12 @@ TEST_F(Unzip, RefusesToGoThroughALinkThatWasPlantedAsADirectory) {
   EXPECT_EQ(treeOf("/tmp"), before);
 }
 
+TEST_F(Unzip, RefusesAPipeThatWasPlantedAsADirectoryWithoutWaitingForIt) {
+  ASSERT_EQ(::mkfifo((m_target + "/keys").c_str(), 0600), 0);
+  EXPECT_EQ(unpack("good/tree"), -1);
+  EXPECT_EQ(tests::namesIn(m_target), std::vector<std::string>{"keys"});
+}
+
 TEST_F(Unzip, RefusesWhenADirectoryStandsWhereAFileGoesAndTakesTheRestBack) {
   putFile(m_target + "/keys/k.bin/inside", "kept");
   const Tree before = treeOf("/tmp");
