@@ -153,8 +153,8 @@ TEST_F(ConfigDirectoryTest, TrustsNoFileOfSomebodyElse) {
     return;
   }
   ASSERT_EQ(::unlink(kFile.c_str()), 0);
-  ASSERT_EQ(::symlink("/etc/passwd", kFile.c_str()), 0);
-  EXPECT_EQ(load().error().message, kFile + ": /etc/passwd: belongs to somebody else");
+  ASSERT_EQ(::symlink("/machine/etc/passwd", kFile.c_str()), 0);
+  EXPECT_EQ(load().error().message, kFile + ": /machine/etc/passwd: belongs to somebody else");
 }
 
 TEST_F(ConfigDirectoryTest, JudgesTheDirectoryThatALinkLeadsInto) {
