@@ -98,8 +98,8 @@ std::optional<BegunImport> importIn(std::string_view plan) {
   BegunImport import;
   import.stage = reader.oneOf<Stage>("stage", {{"storing", Stage::kStoring}, { "cleaning", Stage::kCleaning }});
   import.fromUpdateDir = reader.oneOf<bool>("from", {{"update", true}, { "installation", false }});
-  import.plan.setting.mode = reader.oneOf<Mode>("mode", {{"0", Mode::kFips}, { "2", Mode::kNonFips }});
-  import.plan.setting.keySize = reader.oneOf<KeySize>("keysize", {{"0", KeySize::kLower}, { "1", KeySize::kHigher }});
+  import.plan.setting.mode = reader.mode("mode");
+  import.plan.setting.keySize = reader.keySize("keysize");
   import.plan.bLegacyNames = reader.flag("legacy-names");
   import.before = {reader.mode("mode-before"), reader.keySize("keysize-before")};
   import.bRegistryKeys = reader.flag("registry-keys");

@@ -39,8 +39,7 @@ struct BegunImport {
 [[nodiscard]] std::optional<BegunImport> importIn(std::string_view plan);
 
 /// What tells the content of each key file from any other: its SHA-256 in hexadecimal digits, "-" where there is no
-/// file,
-/// "?" for what is no key file (not a regular file of at most 64 KiB), cannot be read, or finds no crypto library.
+/// file, "?" for what is no key file (no regular file of at most 64 KiB) or cannot be read, or without crypto library.
 [[nodiscard]] std::array<std::string, kKeyFileCount> identitiesOf(const KeyFiles& files);
 
 /// Whether an identity is that of something that is there.
