@@ -26,6 +26,9 @@ target_compile_options(
             -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(kelt_options INTERFACE -Wduplicated-cond -Wlogical-op)
+  # Where the dynamic loader finds no memory for its table of unique symbols, it ends the process. No two of our objects
+  # share a variable by such a symbol.
+  target_compile_options(kelt_options INTERFACE -fno-gnu-unique)
   # GCC 12 sees overlapping copies in optimised concatenations of std::string where there are none.
   if(CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(kelt_options INTERFACE -Wno-restrict)

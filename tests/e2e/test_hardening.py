@@ -45,6 +45,11 @@ def test_checks_the_bounds_of_library_calls(shipped):
     assert "__explicit_bzero_chk" in shipped.imports()
 
 
+def test_needs_no_memory_of_the_dynamic_loader_that_it_cannot_do_without(shipped):
+    # It ends the process where its table of such names cannot grow.
+    assert shipped.unique() == set()
+
+
 def test_looks_for_libraries_only_where_the_system_has_them(shipped):
     assert shipped.values(elf.DT_RPATH) + shipped.values(elf.DT_RUNPATH) == []
 

@@ -4,6 +4,7 @@ import struct
 
 PT_LOAD, PT_DYNAMIC, PT_GNU_STACK, PT_GNU_RELRO = 1, 2, 0x6474E551, 0x6474E552
 DT_NEEDED, DT_STRTAB, DT_SYMTAB, DT_SYMENT = 1, 5, 6, 11
+STB_GNU_UNIQUE = 10
 DT_RPATH, DT_TEXTREL, DT_BIND_NOW, DT_RUNPATH, DT_FLAGS, DT_FLAGS_1 = 15, 22, 24, 29, 30, 0x6FFFFFFB
 DF_TEXTREL, DF_BIND_NOW, DF_1_NOW, DF_1_PIE = 4, 8, 1, 0x08000000
 ET_DYN = 3
@@ -60,11 +61,19 @@ class Elf:
     def needed(self):
         return [self._text(value) for value in self.values(DT_NEEDED)]
 
-    def imports(self):
-        """Names that other libraries have to define. The table of symbols ends where that of their names begins."""
+    def _symbols(self):
+        """Name, binding and section of each dynamic symbol. Their table ends where that of their names begins."""
         start, end = (self._offset(self.values(tag)[0]) for tag in (DT_SYMTAB, DT_STRTAB))
         size = self.values(DT_SYMENT)[0]
         form = "IBBHQQ" if self.wide else "IIIBBH"
-        section = 3 if self.wide else 5
+        info, section = (1, 3) if self.wide else (3, 5)
         rows = (self._at(form, offset) for offset in range(start, end, size))
-        return {self._text(row[0]) for row in rows if row[section] == 0 and row[0]}
+        return [(self._text(row[0]), row[info] >> 4, row[section]) for row in rows if row[0]]
+
+    def imports(self):
+        """Names that other libraries have to define."""
+        return {name for name, _, section in self._symbols() if section == 0}
+
+    def unique(self):
+        """Names of which the dynamic loader keeps one definition in the whole process."""
+        return {name for name, binding, _ in self._symbols() if binding == STB_GNU_UNIQUE}
