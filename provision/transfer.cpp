@@ -61,6 +61,12 @@ void avoidHttp2(CURL* curl) {
   curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
 }
 
+/// There is one exchange, so no session is resumed; and libcurl 7.88 releases one twice that it found no memory to
+/// keep.
+void keepNoSessions(CURL* curl) {
+  curl_easy_setopt(curl, CURLOPT_SSL_SESSIONID_CACHE, 0L);
+}
+
 /// The server's certificate is not verified, as designed: the device has nothing yet to verify it with.
 void setOptions(CURL* curl, const ServerAccess& access) {
   const std::string url = "https://" + access.server + kPath;
@@ -87,8 +93,7 @@ std::size_t Write_Callback(void* data, std::size_t size, std::size_t count, void
 
 Status fetchPackage(const ServerAccess& access, const std::string& host, const std::string& port) {
   base::print(messages::kInitializing);
-  giveCurlWipingMemory();
-  Transfer transfer(curl_easy_init());
+  Transfer transfer(bStartCurlOnWipingMemory() ? curl_easy_init() : nullptr);
   if (transfer == nullptr) {
     base::print(messages::kNotInitialized);
     return kNoCurl;
@@ -97,6 +102,7 @@ Status fetchPackage(const ServerAccess& access, const std::string& host, const s
   setOptions(transfer.get(), access);
   setAddressScopeIfRequired(transfer.get(), host, port);
   avoidHttp2(transfer.get());
+  keepNoSessions(transfer.get());
   reserveReply();
   base::print(messages::kContacting);
   const CURLcode result = curl_easy_perform(transfer.get());

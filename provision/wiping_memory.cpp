@@ -9,10 +9,13 @@
 
 namespace kelt::provision {
 
-void giveCurlWipingMemory() {
+bool bStartCurlOnWipingMemory() {
   // Under libcurl, which is its first user in a run that fetches keys and then imports them.
   base::giveOpenSslWipingMemory();
-  curl_global_init_mem(CURL_GLOBAL_DEFAULT, std::malloc, base::wipingFree, base::wipingRealloc, ::strdup, std::calloc);
+  const CURLcode started = curl_global_init_mem(CURL_GLOBAL_DEFAULT, std::malloc, base::wipingFree, base::wipingRealloc,
+                                                ::strdup, std::calloc);
+  // libcurl does not ask whether OpenSSL could be started, whose random numbers dereference what is missing then.
+  return started == CURLE_OK && OSSL_LIB_CTX_get0_global_default() != nullptr;
 }
 
 }  // namespace kelt::provision

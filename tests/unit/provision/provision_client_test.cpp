@@ -115,7 +115,7 @@ TEST_F(ProvisionClient, SetsItsOptionsInTheirOrderAndNoOthers) {
   // HTTP/1.1, where the library could speak HTTP/2.
   const auto features = static_cast<unsigned>(curl_version_info(CURLVERSION_NOW)->features);
   if ((features & CURL_VERSION_HTTP2) != 0) expected.emplace_back("HTTP_VERSION=2");
-  expected.insert(expected.end(), {"perform", "cleanup", "global_cleanup"});
+  expected.insert(expected.end(), {"SSL_SESSIONID_CACHE=0", "perform", "cleanup", "global_cleanup"});
   EXPECT_EQ(curlProbe().calls, expected);
 }
 

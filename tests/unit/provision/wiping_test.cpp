@@ -55,7 +55,7 @@ class CurlMemory : public ::testing::Test {
  protected:
   void SetUp() override {
     curlProbe() = {};
-    giveCurlWipingMemory();
+    ASSERT_TRUE(bStartCurlOnWipingMemory());
     ASSERT_NE(curlProbe().memory.free, nullptr);
   }
   void TearDown() override { curl_global_cleanup(); }
