@@ -71,7 +71,7 @@ Decoding decodeInPieces(std::string_view base64, const PieceSink& sink, std::siz
   try {
     return decode(base64, sink, piece);
   } catch (const std::exception&) {
-    return Decoding::kNoBase64;
+    return Decoding::kNotStored;  // want of memory says nothing about the text
   }
 }
 

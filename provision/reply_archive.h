@@ -10,8 +10,8 @@ namespace kelt::provision {
 
 enum class Decoding {
   kDone,
-  kNoBase64,   ///< or no memory for a piece of it: no archive either way
-  kNotStored,  ///< the sink wanted no more
+  kNoBase64,
+  kNotStored,  ///< the sink wanted no more, or there was no memory for a piece
 };
 
 /// Takes a piece of what was decoded. Returns false to end the decoding.

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <new>
 #include <string_view>
 
 // A decoder of our own: a reply is wide text, and narrowing it for a library's decoder, which has to be guarded against
@@ -129,7 +130,7 @@ bool decodeAll(std::wstring_view text, Decoder& decoder) {
 
 ABuffer ABase64Encode::decode(const AString& text) {
   ABuffer decoded;
-  if (!decoded.allocate(text.str().size() / 4 * 3 + 3)) return {};
+  if (!decoded.allocate(text.str().size() / 4 * 3 + 3)) throw std::bad_alloc();
   Decoder decoder(decoded.data());
   if (!decodeAll(text.str(), decoder)) return {};
   decoded.shorten(decoder.written());

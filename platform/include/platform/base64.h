@@ -7,6 +7,6 @@
 class ABase64Encode {
  public:
   /// Decodes `text`. Line ends and blanks anywhere are skipped; anything else outside the alphabet, or wrong padding,
-  /// gives an empty buffer.
+  /// gives an empty buffer. Throws std::bad_alloc.
   [[nodiscard]] static ABuffer decode(const AString& text);
 };
