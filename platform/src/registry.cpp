@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <map>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -68,6 +69,12 @@ Result<RegistryFile> loadFile(const std::string& path) {
   return RegistryFile::parse(std::move(content).value());
 }
 
+int deleteValue(OpenKey& key, const char* name) {
+  if (!key.file.remove(key.section, name)) return kRegistryNotFound;
+  key.deleted.emplace_back(name);
+  return kRegistrySuccess;
+}
+
 /// Deletes from the file as it is now, so that what came into it since the key was opened stays.
 bool bDeleteFromFile(const OpenKey& key) {
   auto file = loadFile(key.path);
@@ -122,9 +129,12 @@ int RegQueryValueEx(void* key, const char* name, std::uint32_t* reserved, std::u
 int RegDeleteValue(void* key, const char* name) {
   OpenKey* open = keyOf(key);
   if (open == nullptr || name == nullptr) return kRegistryBadData;
-  if (!open->file.remove(open->section, name)) return kRegistryNotFound;
-  open->deleted.emplace_back(name);
-  return kRegistrySuccess;
+  try {
+    return deleteValue(*open, name);
+  } catch (const std::bad_alloc&) {
+    open->deleted.clear();
+    throw;
+  }
 }
 
 int RegCloseKey(void* key) {

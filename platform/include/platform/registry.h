@@ -44,7 +44,9 @@ int RegOpenKey(void* root, const char* path, void** key);
 int RegQueryValueEx(void* key, const char* name, std::uint32_t* reserved, std::uint32_t* type, void* data,
                     std::uint32_t* size);
 
-/// Deletes a value. The file is rewritten when the key is closed. Returns kRegistryNotFound when there is none.
+/// Deletes a value. The file is rewritten when the key is closed. Returns kRegistryNotFound when there is none. Throws
+/// std::bad_alloc; then the file keeps the values that were deleted through this key before, too, so that it never
+/// loses some of them only.
 int RegDeleteValue(void* key, const char* name);
 
 /// Closes the key, which is no handle afterwards. When values were deleted, takes them out of the file as it is now and

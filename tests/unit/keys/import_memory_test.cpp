@@ -5,6 +5,7 @@
 #include "support/child.h"
 #include "support/failing_memory.h"
 
+#include "keys/registry_keys.h"
 #include "platform/crypto.h"
 
 namespace kelt::tests {
@@ -77,6 +78,18 @@ TEST_F(ImportMemory, FailsWithoutAKeyManagerOrAHash) {
 
 TEST_F(ImportMemory, GoesOnWithoutTheHashesForTheMarkOfUnfinishedWork) {
   EXPECT_EQ(importAfter([] { failUnthrowing(1); }).status, 0);
+}
+
+TEST_F(ImportMemory, LeavesTheRegistrysValuesTogether) {
+  const std::string values = kAgentSection + bytesLine("AgentPublicKey", "kept") + bytesLine("ServerPublicKey", "kept");
+  constexpr std::size_t kTwoNames = 2 * sizeof(std::string);  // of what is to be deleted
+  putFile(kRegistry, values);
+  Child removing([] {
+    failAllocation(kTwoNames, 1);
+    return keys::removeKeys(false);
+  });
+  EXPECT_EQ(removing.exitStatus(), kThrew);
+  EXPECT_EQ(contentOf(kRegistry), values);
 }
 
 }  // namespace
