@@ -75,10 +75,7 @@ base::Status writeMark(const std::string& path, const std::string& text) {
 }  // namespace
 
 WorkMark::WorkMark() : m_path(markPath()) {
-  auto place = base::openPlace(m_path);
-  if (!place) return;
-  m_place = std::move(place).value();
-  const base::Status status = read();
+  const base::Status status = find();
   if (status || status.error().kind == ErrorKind::kNotFound) return;
   if (status.error().kind == ErrorKind::kSystem) {
     logProblem("Whether an earlier run left work unfinished is not known: " + status.error().message);
@@ -89,6 +86,20 @@ WorkMark::WorkMark() : m_path(markPath()) {
 
 WorkMark::~WorkMark() {
   if (m_bOwn) end();
+}
+
+base::Status WorkMark::find() {
+  base::Status opened = open();
+  // A directory that the system refuses for once must not pass for one that holds no mark.
+  if (!opened && opened.error().kind == ErrorKind::kSystem) opened = open();
+  return opened ? read() : opened;
+}
+
+base::Status WorkMark::open() {
+  auto place = base::openPlace(m_path);
+  if (!place) return place.error();
+  m_place = std::move(place).value();
+  return {};
 }
 
 base::Status WorkMark::read() {
@@ -125,7 +136,9 @@ bool WorkMark::adopt(Work work) noexcept {
 
 void WorkMark::begin(const BegunWork& work) {
   m_bOwn = true;
-  if (const auto done = writeMark(m_path, textOf(work)); !done)
+  // None that could not be removed again.
+  const base::Status opened = m_place.directory ? base::Status() : open();
+  if (const auto done = !opened ? opened : writeMark(m_path, textOf(work)); !done)
     logProblem("No mark of unfinished work could be made: " + done.error().message);
 }
 

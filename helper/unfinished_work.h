@@ -50,6 +50,8 @@ class WorkMark {
   void end() noexcept;
 
  private:
+  [[nodiscard]] base::Status find();
+  [[nodiscard]] base::Status open();
   [[nodiscard]] base::Status read();
   void refuse(const std::string& why) const;
 

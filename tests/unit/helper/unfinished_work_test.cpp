@@ -1,7 +1,9 @@
 #include "helper/unfinished_work.h"
 
 #include <filesystem>
+#include <optional>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -186,6 +188,34 @@ TEST_F(UnfinishedWork, GoesOnWithoutAMarkWhereThereIsNoDataDirectory) {
   mark.begin({Work::kUnmanagedSwitch, {}});
   mark.end();
   EXPECT_FALSE(exists(kData));
+}
+
+/// Nothing can be opened while it lives.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    ::getrlimit(RLIMIT_NOFILE, &m_usual);
+    const rlimit none{0, m_usual.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+  }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+  ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &m_usual); }
+
+ private:
+  rlimit m_usual{};
+};
+
+TEST_F(UnfinishedWork, IsUnmarkedAgainAlsoWhereTheMarkCouldNotBeLookedForAtFirst) {
+  std::optional<WorkMark> mark;
+  {
+    const NoDescriptors none;
+    mark.emplace();
+  }
+  mark->begin({Work::kUnmanagedSwitch, {}});
+  EXPECT_EQ(contentOf(kMark), kUnmanaged);
+  mark->end();
+  EXPECT_FALSE(exists(kMark));
 }
 
 TEST_F(UnfinishedWork, IsMarkedInPlaceOfAnythingThatStandsThere) {
