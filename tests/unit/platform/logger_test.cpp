@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
 #include <optional>
 #include <regex>
 #include <set>
@@ -238,11 +239,12 @@ TEST_F(Logger, IsNotRotatedWhileAnotherProcessWrites) {
   EXPECT_EQ(messageOf(linesOf(kLog).at(0)), "keltcfg\ttwo");
 }
 
-TEST_F(Logger, IsRotatedOnceWhenSeveralProcessesFindItTooLong) {
+TEST_F(Logger, IsRotatedAtMostOnceWhenSeveralProcessesFindItTooLong) {
   constexpr int kWriters = 4;
   for (int round = 0; round < 30; ++round) {
     putFile(kLog, "", 0600);
     ASSERT_EQ(::truncate(kLog.c_str(), kLimit + 1), 0);
+    std::filesystem::remove(kLog + ".1");
     std::array<int, 2> gate{};
     ASSERT_EQ(::pipe2(gate.data(), O_CLOEXEC), 0);
     std::array<std::optional<Child>, kWriters> writers;
@@ -259,9 +261,10 @@ TEST_F(Logger, IsRotatedOnceWhenSeveralProcessesFindItTooLong) {
     ::close(gate[1]);
     for (auto& writer : writers)
       ASSERT_EQ(writer->exitStatus(), 0);
-    const std::string older = base::readText(kLog + ".1").value();
-    ASSERT_GT(older.size(), kLimit) << "rotated twice, and the older log is lost";
+    // Where each of them holds it open at the same moment, none can rotate it.
+    const std::string older = exists(kLog + ".1") ? base::readText(kLog + ".1").value() : "";
     const std::string all = older + base::readText(kLog).value();
+    ASSERT_GT(all.size(), kLimit) << "rotated twice, and the older log is lost";
     ASSERT_EQ(std::count(all.begin(), all.end(), '\n'), kWriters);
   }
 }
