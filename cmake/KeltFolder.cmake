@@ -18,7 +18,33 @@ function(kelt_folder name)
     PRIVATE kelt_options ${ARG_LINKS})
 endfunction()
 
-# kelt_loadable(<name> SOURCES <file>... LINKS <target>...)
+# kelt_room(<name> SOURCES <file>... [HEADERS <file>...] [USES <room>...] [LINKS <target>...])
+#
+# Makes the object library kelt_room_<name> of the directory <name> below the current folder, a part of the folder's code
+# with headers of its own. They are included as "<name>/header.h", by the sources of the room and of the rooms that USE it
+# (or use one that does) and by no others. A room within a room, <room>/<name>, is one of its own. LINKS holds for the
+# rooms that use it as well. Every room sees what kelt_room_outside gives.
+function(kelt_room name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;HEADERS;USES;LINKS" ${ARGN})
+  string(MAKE_C_IDENTIFIER ${name} id)
+  file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  set(view ${PROJECT_BINARY_DIR}/views/${folder}/room_${id})
+  file(MAKE_DIRECTORY ${view}/${name})
+  foreach(header IN LISTS ARG_HEADERS)
+    file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR}/${name}/${header} ${view}/${name}/${header} SYMBOLIC)
+  endforeach()
+
+  list(TRANSFORM ARG_SOURCES PREPEND ${name}/)
+  list(TRANSFORM ARG_USES PREPEND kelt_room_)
+  add_library(kelt_room_${id} OBJECT ${ARG_SOURCES})
+  target_include_directories(kelt_room_${id} PUBLIC ${view})
+  target_link_libraries(
+    kelt_room_${id}
+    PUBLIC kelt_room_outside ${ARG_USES} ${ARG_LINKS}
+    PRIVATE kelt_options)
+endfunction()
+
+# kelt_loadable(<name> [SOURCES <file>...] LINKS <target>...)
 #
 # Makes the shared object keltconfig-<name>.so beside the binary, loaded only by runs that need it (base/module_loader.h).
 function(kelt_loadable name)

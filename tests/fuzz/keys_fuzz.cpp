@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "crypto_engine.h"
+#include "crypto/engine.h"
 #include "fuzz/freed_memory.h"
 #include "fuzz/require.h"
 

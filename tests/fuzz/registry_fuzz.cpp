@@ -5,7 +5,7 @@
 #include <string>
 
 #include "fuzz/require.h"
-#include "registry_file.h"
+#include "services/registry_file.h"
 
 namespace {
 

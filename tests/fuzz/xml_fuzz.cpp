@@ -9,8 +9,8 @@
 
 #include "fuzz/require.h"
 #include "support/xml_events.h"
-#include "xml_document.h"
-#include "xml_judge.h"
+#include "xml/document.h"
+#include "xml/judge.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include "fuzz/require.h"
 #include "support/private_device.h"
-#include "unzip_guard.h"
+#include "unzip/guard.h"
 
 #include "platform/unzip.h"
 

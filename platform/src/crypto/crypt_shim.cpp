@@ -1,0 +1,162 @@
+#include <new>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "crypto/engine_loader.h"
+#include "crypto/key_store.h"
+
+#include "base/utf.h"
+#include "platform/crypto.h"
+
+namespace quorvane_com::QV::crypto {
+namespace {
+
+using kelt::platform::CryptoEngine;
+using kelt::platform::CryptoModule;
+
+constexpr const wchar_t* kSource = L"cryptshim";
+
+/// What the process has configured and started.
+class Library final : public CryptShim {
+ public:
+  static Library& get() {
+    // Never destroyed: it keeps the loggers for the life of the process.
+    static auto* const library = new Library;
+    return *library;
+  }
+
+  void configureWith(Mode mode, CryptShimLogger* logger) {
+    m_mode = mode;
+    m_logger = logger;
+    if (logger != nullptr) m_keptLoggers.push_back(logger);
+  }
+
+  bool initialize() override {
+    if (!bStarted()) return false;
+    if (m_bFipsMissing) tellThatNoFipsModule();
+    return true;
+  }
+
+  bool deinitialize() override {
+    if (m_engine != nullptr) m_engine->stop();
+    m_engine = nullptr;
+    return true;
+  }
+
+  /// The engine in the configured mode, started when it has to be. Only initialize() speaks of a missing FIPS module.
+  [[nodiscard]] CryptoEngine* engine() { return bStarted() ? m_engine : nullptr; }
+  [[nodiscard]] const CryptShimLogger* logger() const { return m_logger; }
+
+  void report(const kelt::base::Error& error) const {
+    if (m_logger != nullptr) m_logger->error(kelt::base::toWide(error.message));
+  }
+
+ private:
+  bool bStarted() {
+    if (m_engine != nullptr && m_startedMode == m_mode) return true;
+    if (start()) return true;
+    m_engine = nullptr;
+    return false;
+  }
+
+  bool start() {
+    const auto engine = kelt::platform::loadCryptoEngine();
+    if (!engine) {
+      report(engine.error());
+      return false;
+    }
+    m_engine = engine.value();
+    const auto module = m_engine->start(m_mode == Mode::kFips);
+    if (!module) {
+      report(module.error());
+      return false;
+    }
+    m_startedMode = m_mode;
+    m_bFipsMissing = m_mode == Mode::kFips && module.value() == CryptoModule::kDefault;
+    return true;
+  }
+
+  void tellThatNoFipsModule() {
+    if (m_bToldNoFips || m_logger == nullptr) return;
+    m_bToldNoFips = true;
+    m_logger->info(
+        L"This system has no usable FIPS module of OpenSSL. Its default module is used instead, "
+        L"restricted to RSA and SHA-256.");
+  }
+
+  Mode m_mode = Mode::kNonFips;
+  Mode m_startedMode = Mode::kNonFips;
+  CryptShimLogger* m_logger = nullptr;
+  std::vector<CryptShimLogger*> m_keptLoggers;
+  CryptoEngine* m_engine = nullptr;  ///< set while started
+  bool m_bFipsMissing = false;
+  bool m_bToldNoFips = false;
+};
+
+class Sha256 final : public IHash {
+ public:
+  explicit Sha256(CryptoEngine& engine) : m_engine(engine) {}
+
+  bool hash(const ABuffer& in, ABuffer& out) override {
+    const auto hash = m_engine.sha256(in.span());
+    if (!hash) return false;
+    out = ABuffer(std::span<const unsigned char>(hash.value()));
+    return true;
+  }
+
+ private:
+  CryptoEngine& m_engine;
+};
+
+}  // namespace
+
+void CryptShimLogger::error(const std::wstring& message) const {
+  if (m_error != nullptr) m_error(kSource, message.c_str());
+}
+
+void CryptShimLogger::info(const std::wstring& message) const {
+  if (m_info != nullptr) m_info(kSource, message.c_str());
+}
+
+CryptShim* CryptShim::instance() {
+  return &Library::get();
+}
+
+void CryptShim::configure(Mode mode, Role /*role*/, CryptShimLogger* logger, const std::wstring& /*configName*/) {
+  if (mode != Mode::kFips && mode != Mode::kNonFips) throw std::runtime_error("no such crypto mode");
+  Library::get().configureWith(mode, logger);
+}
+
+// The size matters to whoever makes keys. This library makes none, and takes keys of any size.
+void CryptShim::set_key_size_to_use(KeySize /*keySize*/) {}
+
+IKeyManagement* CryptShim::create_key_manager_object() {
+  Library& library = Library::get();
+  CryptoEngine* engine = library.engine();
+  if (engine == nullptr) return nullptr;
+  std::string store = kelt::platform::keyStorePath();
+  if (const auto prepared = kelt::platform::prepareKeyStore(store); !prepared) {
+    library.report(prepared.error());
+    return nullptr;
+  }
+  return new (std::nothrow) kelt::platform::KeyStore(std::move(store), *engine, library.logger());
+}
+
+void CryptShim::destroy_key_manager_object(IKeyManagement* keys) {
+  delete keys;
+}
+
+IHash* CryptShim::create_hash_object(HashType type) {
+  if (type != HashType::kSha256) return nullptr;
+  CryptoEngine* engine = Library::get().engine();
+  return engine == nullptr ? nullptr : new (std::nothrow) Sha256(*engine);
+}
+
+void CryptShim::destroy_hash_object(IHash* hash) {
+  delete hash;
+}
+
+}  // namespace quorvane_com::QV::crypto

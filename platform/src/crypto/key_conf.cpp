@@ -1,0 +1,120 @@
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "crypto/key_store.h"
+
+#include "platform/crypto.h"
+#include "platform/refusals.h"
+
+namespace quorvane_com::QV::crypto {
+namespace {
+
+constexpr const char* kFileName = "keyconf.ini";
+constexpr std::size_t kMaxSize = 256;
+
+struct Values {
+  Mode mode = Mode::kNonFips;
+  KeySize keySize = KeySize::kLower;
+};
+
+/// Cuts the first line off `text`, without its line end.
+std::string_view takeLine(std::string_view& text) {
+  const std::size_t end = text.find('\n');
+  const std::string_view line = text.substr(0, end);
+  text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+  return line;
+}
+
+std::optional<Mode> modeOf(std::string_view number) {
+  if (number == "0") return Mode::kFips;
+  if (number == "2") return Mode::kNonFips;
+  return std::nullopt;
+}
+
+std::optional<KeySize> keySizeOf(std::string_view number) {
+  if (number == "0") return KeySize::kLower;
+  if (number == "1") return KeySize::kHigher;
+  return std::nullopt;
+}
+
+/// The two lines in either order, each once, and nothing else.
+std::optional<Values> parse(std::string_view text) {
+  constexpr std::string_view kModeTag = "mode=";
+  constexpr std::string_view kSizeTag = "keysize=";
+  std::optional<Mode> mode;
+  std::optional<KeySize> keySize;
+  while (!text.empty()) {
+    const std::string_view line = takeLine(text);
+    if (!mode && line.starts_with(kModeTag)) {
+      mode = modeOf(line.substr(kModeTag.size()));
+      if (!mode) return std::nullopt;
+    } else if (!keySize && line.starts_with(kSizeTag)) {
+      keySize = keySizeOf(line.substr(kSizeTag.size()));
+      if (!keySize) return std::nullopt;
+    } else {
+      return std::nullopt;
+    }
+  }
+  if (!mode || !keySize) return std::nullopt;
+  return Values{*mode, *keySize};
+}
+
+std::optional<Values> readValues() {
+  const std::string store = kelt::platform::keyStorePath();
+  const auto read = [&] { return kelt::platform::readStored(store, kFileName, kMaxSize); };
+  auto file = read();
+  // What the system refuses for once must not pass for a record that is not there.
+  if (!file && file.error().kind == kelt::base::ErrorKind::kSystem) file = read();
+  if (!file) {
+    kelt::platform::logRefusal(file.error());
+    return std::nullopt;
+  }
+  const auto values = parse(std::string(file.value().begin(), file.value().end()));
+  if (!values) {
+    const std::string why = store + "/" + kFileName + ": is no record of mode and key size";
+    kelt::platform::logRefusal({kelt::base::ErrorKind::kMalformed, 0, why});
+  }
+  return values;
+}
+
+/// Whether it was done; why not goes to the log.
+bool bLogged(const kelt::base::Status& status) {
+  if (!status) kelt::platform::logRefusal(status.error());
+  return status.ok();
+}
+
+bool bOfEnumeration(Mode mode) {
+  return mode == Mode::kFips || mode == Mode::kNonFips;
+}
+bool bOfEnumeration(KeySize size) {
+  return size == KeySize::kLower || size == KeySize::kHigher;
+}
+
+}  // namespace
+
+bool KeyConf::getCryptoMode(Mode& mode) const {
+  const auto values = readValues();
+  if (values) mode = values->mode;
+  return values.has_value();
+}
+
+bool KeyConf::getCryptoKeySize(KeySize& keySize) const {
+  const auto values = readValues();
+  if (values) keySize = values->keySize;
+  return values.has_value();
+}
+
+bool KeyConf::SetCryptoMode(Mode mode, KeySize keySize) {
+  if (!bOfEnumeration(mode) || !bOfEnumeration(keySize)) return false;
+  const std::string text = "mode=" + std::to_string(static_cast<int>(mode)) +
+                           "\nkeysize=" + std::to_string(static_cast<int>(keySize)) + "\n";
+  const std::string store = kelt::platform::keyStorePath();
+  if (!bLogged(kelt::platform::prepareKeyStore(store))) return false;
+  const std::vector<unsigned char> bytes(text.begin(), text.end());
+  return bLogged(kelt::platform::storeFile(store, kFileName, bytes));
+}
+
+}  // namespace quorvane_com::QV::crypto

@@ -1,0 +1,202 @@
+#include "crypto/key_store.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "device_paths.h"
+
+#include "base/file_read.h"
+#include "base/file_replace.h"
+#include "base/unique_fd.h"
+#include "base/utf.h"
+#include "platform/afile.h"
+#include "platform/iconfiguration.h"
+#include "platform/refusals.h"
+
+namespace kelt::platform {
+namespace {
+
+using base::Error;
+using base::ErrorKind;
+using base::Result;
+using base::Status;
+using KeyType = KeyStore::KeyType;
+
+/// A key of 16384 bits takes 13 KB as text.
+constexpr std::size_t kMaxKeyFile = std::size_t{64} * 1024;
+constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
+
+const char* fileNameOf(KeyType type) {
+  switch (type) {
+    case KeyType::kAgentSecret:
+      return "agent-secret.der";
+    case KeyType::kAgentPublic:
+      return "agent-public.der";
+    case KeyType::kServerPublic:
+      return "server-public.der";
+    case KeyType::kServerRequestSecret:
+      return "server-request-secret.der";
+  }
+  return nullptr;
+}
+
+bool bPublic(KeyType type) {
+  return type == KeyType::kAgentPublic || type == KeyType::kServerPublic;
+}
+
+Error refused(const std::string& subject, const char* why) {
+  return {ErrorKind::kRefused, 0, subject + ": " + why};
+}
+
+/// Sets permission bits where they are others.
+Status setMode(int fd, mode_t mode, const std::string& path) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0) return base::systemError("examine " + path);
+  if ((info.st_mode & 07777U) == mode || ::fchmod(fd, mode) == 0) return {};
+  return base::systemError("set the mode of " + path);
+}
+
+/// Opens the directory, judges it by what was opened, and takes the rights of others away.
+Result<base::UniqueFd> openKeyStore(const std::string& path) {
+  base::UniqueFd directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!directory) {
+    if (errno == ENOTDIR || errno == ELOOP) return refused(path, "is not a directory");
+    return base::systemError("open " + path);
+  }
+  struct stat info {};
+  if (::fstat(directory.get(), &info) != 0) return base::systemError("examine " + path);
+  if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
+  // From here on nobody else puts anything there; what is there already is judged file by file.
+  const Status narrowed = setMode(directory.get(), 0700, path);
+  if (!narrowed && (info.st_mode & kOthersWrite) != 0) return narrowed.error();
+  return directory;
+}
+
+/// Opens a file of the open key store and judges it by what was opened: others may have put files there while they had
+/// the right to, and names for files of ours.
+Result<base::UniqueFd> openStored(int store, const std::string& storePath, const char* name) {
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  const std::string path = storePath + "/" + name;
+  base::UniqueFd file(::openat(store, name, kFlags));
+  if (!file) {
+    if (errno == ELOOP) return refused(path, "is a symbolic link");
+    return base::systemError("open " + path);
+  }
+  struct stat info {};
+  if (::fstat(file.get(), &info) != 0) return base::systemError("examine " + path);
+  if (!S_ISREG(info.st_mode)) return refused(path, "is not a regular file");
+  if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
+  if (info.st_nlink > 1) return refused(path, "has other names");
+  return file;
+}
+
+Status makeDirectory(const std::string& path) {
+  if (::mkdir(path.c_str(), 0700) != 0) {
+    return errno == EEXIST ? Status() : base::systemError("make " + path);
+  }
+  return base::syncDirectory(base::directoryOf(path));
+}
+
+/// base::replaceFile keeps owner and mode of what it replaces and follows links, which a secret must not rely on.
+Status takeOwnership(int store, const std::string& storePath, const char* name) {
+  const auto file = openStored(store, storePath, name);
+  if (!file) return file.error().kind == ErrorKind::kNotFound ? Status() : file.error();
+  return setMode(file.value().get(), 0600, storePath + "/" + name);
+}
+
+/// Removes one file of the key store; one that is not there counts as removed.
+bool bRemoved(const std::string& path) {
+  return ::unlink(path.c_str()) == 0 || errno == ENOENT;
+}
+
+}  // namespace
+
+std::string keyStorePath() {
+  using quorvane_com::orv::configuration::IConfiguration;
+  const std::wstring data = IConfiguration::GetConfiguration().GetFrameworkDataDirectory();
+  return base::toUtf8(APath(data, base::toWide(paths::kKeyStoreDirName)).str());
+}
+
+Status prepareKeyStore(const std::string& path) {
+  if (Status made = makeDirectory(path); !made) return made;
+  const auto directory = openKeyStore(path);
+  if (!directory) return directory.error();
+  return setMode(directory.value().get(), 0700, path);
+}
+
+Result<base::SecretBytes> readStored(const std::string& store, const char* name, std::size_t limit) {
+  const auto directory = openKeyStore(store);
+  if (!directory) return directory.error();
+  const auto file = openStored(directory.value().get(), store, name);
+  if (!file) return file.error();
+  const std::string path = store + "/" + name;
+  struct stat info {};
+  if (::fstat(file.value().get(), &info) != 0) return base::systemError("examine " + path);
+  if ((info.st_mode & kOthersWrite) != 0) return refused(path, "can be written by others");
+  return base::readAll(file.value().get(), path, limit);
+}
+
+Status storeFile(const std::string& store, const char* name, std::span<const unsigned char> data) {
+  const auto directory = openKeyStore(store);
+  if (!directory) return directory.error();
+  if (Status owned = takeOwnership(directory.value().get(), store, name); !owned) return owned;
+  return base::replaceFile(store + "/" + name, data, {.mode = 0600});
+}
+
+KeyStore::KeyStore(std::string path, CryptoEngine& engine, const Logger* logger)
+    : m_path(std::move(path)), m_engine(engine), m_logger(logger) {}
+
+bool KeyStore::discardAgentKeys() {
+  // The secret goes first: a public key without its secret is no pair, whenever the power fails.
+  const bool bSecretGone = bRemoved(m_path + "/" + fileNameOf(KeyType::kAgentSecret));
+  const bool bPublicGone = bRemoved(m_path + "/" + fileNameOf(KeyType::kAgentPublic));
+  return base::syncDirectory(m_path).ok() && bSecretGone && bPublicGone;
+}
+
+bool KeyStore::importKeyFromFile(KeyType type, const std::wstring& path) {
+  const std::string file = base::toUtf8(path);
+  const auto content = base::readFile(file, kMaxKeyFile);
+  return bReported(content ? importBytes(type, content.value()) : content.error(), file);
+}
+
+bool KeyStore::importKey(KeyType type, const unsigned char* bytes, std::size_t length) {
+  return bReported(importBytes(type, {bytes, bytes == nullptr ? 0 : length}), "memory");
+}
+
+bool KeyStore::exportKey(KeyType type, ABuffer& out) {
+  const char* name = fileNameOf(type);
+  if (name == nullptr || !bPublic(type)) return false;
+  const auto file = readStored(m_path, name, kMaxKeyFile);
+  if (!file) logRefusal(file.error());
+  if (!file) return false;
+  const auto key = m_engine.publicKey(file.value());
+  if (!key) logRefusal({key.error().kind, 0, m_path + "/" + name + ": " + key.error().message});
+  if (!key) return false;
+  out = ABuffer(std::span<const unsigned char>(key.value()));
+  return true;
+}
+
+Status KeyStore::importBytes(KeyType type, std::span<const unsigned char> file) {
+  const char* name = fileNameOf(type);
+  if (name == nullptr) return Error{ErrorKind::kRefused, 0, "no such key type"};
+  if (bPublic(type)) {
+    const auto key = m_engine.publicKey(file);
+    return key ? storeFile(m_path, name, key.value()) : key.error();
+  }
+  const auto key = m_engine.secretKey(file);
+  return key ? storeFile(m_path, name, key.value()) : key.error();
+}
+
+bool KeyStore::bReported(const Status& status, const std::string& subject) const {
+  if (status) return true;
+  logRefusal(subject, status.error());
+  if (m_logger != nullptr) {
+    m_logger->info(base::toWide("The key in " + subject + " was not imported: " + status.error().message));
+  }
+  return false;
+}
+
+}  // namespace kelt::platform

@@ -1,0 +1,152 @@
+#include "platform/interprocess_write_lock.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "device_paths.h"
+#include "services/alarmed_wait.h"
+
+#include "base/result.h"
+#include "base/retry.h"
+#include "platform/refusals.h"
+
+namespace {
+
+using kelt::base::Error;
+using kelt::base::ErrorKind;
+using kelt::base::Result;
+using kelt::base::retryInterrupted;
+using kelt::base::Status;
+using kelt::base::systemError;
+using kelt::base::UniqueFd;
+using kelt::platform::AlarmedWait;
+
+bool bPlainName(const std::string& name) {
+  return !name.empty() && name.front() != '.' && name.find('/') == std::string::npos;
+}
+
+/// The path of the lock's file; empty for a name that no lock can have.
+std::string pathOf(const std::string& name) {
+  return bPlainName(name) ? std::string(kelt::platform::paths::kLockDir) + "/" + name : std::string();
+}
+
+Error refused(const std::string& path, const char* why) {
+  return {ErrorKind::kRefused, 0, path + ": " + why};
+}
+
+/// Makes the directory if it is missing. An error where somebody else could put or replace files in it.
+Status safeDirectory() {
+  const std::string directory = kelt::platform::paths::kLockDir;
+  if (::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) return systemError("make " + directory);
+  struct stat info {};
+  if (::lstat(directory.c_str(), &info) != 0) return systemError("examine " + directory);
+  if (!S_ISDIR(info.st_mode)) return refused(directory, "is not a directory");
+  if (info.st_uid != ::geteuid()) return refused(directory, "belongs to somebody else");
+  if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) return refused(directory, "can be written by others");
+  return {};
+}
+
+/// An error where somebody else can have opened the file, or can open it. No link at all means that it was just
+/// removed, which shows once it is locked.
+Status safeFile(int fd, const std::string& path) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0) return systemError("examine " + path);
+  if (!S_ISREG(info.st_mode)) return refused(path, "is not a regular file");
+  if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
+  if (info.st_nlink > 1) return refused(path, "has other names");
+  if ((info.st_mode & 077U) != 0) return refused(path, "can be opened by others");
+  return {};
+}
+
+Result<UniqueFd> openLockFile(const std::string& path) {
+  if (path.empty()) return Error{ErrorKind::kNotFound, 0, "no name of a lock"};
+  if (const Status safe = safeDirectory(); !safe) return safe.error();
+  constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  UniqueFd fd(retryInterrupted([&] { return ::open(path.c_str(), kFlags, 0600); }));
+  if (!fd) return systemError("open " + path);
+  if (const Status safe = safeFile(fd.get(), path); !safe) return safe.error();
+  return fd;
+}
+
+/// Whether the locked file is the one that its path names: another process may have removed it before the lock came.
+bool bStillNamed(int fd, const std::string& path) {
+  struct stat held {};
+  struct stat named {};
+  if (::fstat(fd, &held) != 0 || ::lstat(path.c_str(), &named) != 0) return false;
+  return held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+}
+
+/// Calls fcntl for the lock of the whole file. A lock of the open file description, because one of the process would go
+/// with the first descriptor of the file that is closed.
+bool bControlLock(int fd, int command, short type) {
+  struct flock whole {};
+  whole.l_type = type;
+  whole.l_whence = SEEK_SET;
+  return ::fcntl(fd, command, &whole) == 0;
+}
+
+bool takeAtOnce(int fd) {
+  return bControlLock(fd, F_OFD_SETLK, F_WRLCK);
+}
+
+bool takeWaiting(int fd, const AlarmedWait& wait) {
+  while (!wait.bOver()) {
+    if (bControlLock(fd, F_OFD_SETLKW, F_WRLCK)) return true;
+    if (errno != EINTR) return false;
+  }
+  return false;
+}
+
+/// Opens the file at `path` and locks it by `take`, again as long as it is removed meanwhile and `bGoOn` holds.
+/// No descriptor when that did not come to a lock.
+template <typename Take, typename GoOn>
+UniqueFd acquire(const std::string& path, Take take, GoOn bGoOn) {
+  do {
+    auto fd = openLockFile(path);
+    if (!fd) kelt::platform::logRefusal(fd.error());
+    if (!fd || !take(fd.value().get())) return {};
+    if (bStillNamed(fd.value().get(), path)) return std::move(fd).value();
+  } while (bGoOn());
+  return {};
+}
+
+/// A probe starts again only this often when the file is removed under it.
+constexpr int kProbes = 100;
+
+}  // namespace
+
+InterProcessWriteLock::InterProcessWriteLock(const std::string& name) : m_path(pathOf(name)) {}
+
+InterProcessWriteLock::~InterProcessWriteLock() {
+  static_cast<void>(unlock());
+}
+
+bool InterProcessWriteLock::lock(unsigned int seconds) {
+  if (tryLock() != 0) return true;
+  const AlarmedWait wait(seconds);
+  m_fd = acquire(
+      m_path, [&](int fd) { return takeWaiting(fd, wait); }, [&] { return !wait.bOver(); });
+  return m_fd.bValid();
+}
+
+bool InterProcessWriteLock::unlock() {
+  if (!m_fd) return false;
+  // Not left to the closing alone: a child between fork and exec still has the descriptor.
+  const bool bReleased = bControlLock(m_fd.get(), F_OFD_SETLK, F_UNLCK);
+  m_fd.reset();
+  return bReleased;
+}
+
+int InterProcessWriteLock::tryLock() {
+  if (m_fd) return 1;
+  m_fd = acquire(m_path, takeAtOnce, [probes = kProbes]() mutable { return --probes > 0; });
+  return m_fd ? 1 : 0;
+}
+
+void InterProcessWriteLock::cleanSemaphore(const std::string& name) {
+  const std::string path = pathOf(name);
+  if (!path.empty()) ::unlink(path.c_str());
+}

@@ -1,0 +1,146 @@
+#include "platform/logger.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <fcntl.h>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "device_paths.h"
+#include "services/agent_directories.h"
+
+#include "base/retry.h"
+#include "base/unique_fd.h"
+#include "base/utf.h"
+
+namespace {
+
+namespace paths = kelt::platform::paths;
+using kelt::base::retryInterrupted;
+using kelt::base::UniqueFd;
+
+constexpr off_t kRotateBeyond = off_t{1024} * 1024;
+/// How often a file that is just being rotated is opened anew, and the pause between.
+constexpr int kAttempts = 20;
+constexpr long kPauseNanoseconds = 1'000'000;
+
+/// Units that would end a line, move a terminal's cursor or are no text at all.
+bool bUnprintable(std::uint32_t unit) {
+  const bool bControl = unit < 0x20 || (unit >= 0x7F && unit < 0xA0);
+  return bControl || (unit >= 0xD800 && unit <= 0xDFFF) || unit > 0x10FFFF;
+}
+
+std::string escapedUnit(std::uint32_t unit) {
+  if (unit == '\n') return "\\n";
+  if (unit == '\r') return "\\r";
+  if (unit == '\t') return "\\t";
+  std::array<char, 16> buffer{};
+  static_cast<void>(std::snprintf(buffer.data(), buffer.size(), "\\u%04x", unit));
+  return buffer.data();
+}
+
+std::string escaped(const wchar_t* text) {
+  std::string out;
+  if (text == nullptr) return out;
+  for (const wchar_t unit : std::wstring_view(text)) {
+    const std::uint32_t value = std::char_traits<wchar_t>::to_int_type(unit);
+    out += bUnprintable(value) ? escapedUnit(value) : kelt::base::toUtf8({&unit, 1});
+  }
+  return out;
+}
+
+std::string utcNow() {
+  const time_t now = ::time(nullptr);
+  struct tm utc {};
+  if (::gmtime_r(&now, &utc) == nullptr) return "-";
+  std::array<char, 32> buffer{};
+  return {buffer.data(), ::strftime(buffer.data(), buffer.size(), "%Y-%m-%dT%H:%M:%SZ", &utc)};
+}
+
+std::string lineOf(char mark, const wchar_t* source, const wchar_t* message) {
+  std::string line = utcNow();
+  line.append("\t").append(1, mark).append("\t").append(std::to_string(::getpid()));
+  line.append("\t").append(escaped(source)).append("\t").append(escaped(message)).append("\n");
+  return line;
+}
+
+std::string logPath() {
+  const std::string data = kelt::base::toUtf8(kelt::platform::frameworkDataDirectory());
+  const std::string directory = data + "/" + paths::kLogDirName;
+  ::mkdir(directory.c_str(), 0700);
+  return directory + "/" + paths::kLogFileName;
+}
+
+bool bLock(int fd, short type) {
+  struct flock whole {};
+  whole.l_type = type;
+  whole.l_whence = SEEK_SET;
+  return ::fcntl(fd, F_OFD_SETLK, &whole) == 0;
+}
+
+bool bNamed(const struct stat& held, const std::string& path) {
+  struct stat named {};
+  return ::lstat(path.c_str(), &named) == 0 && held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+}
+
+UniqueFd openLog(const std::string& path) {
+  constexpr int kFlags = O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+  return UniqueFd(retryInterrupted([&] { return ::open(path.c_str(), kFlags, 0600); }));
+}
+
+/// Moves a log that has grown too long out of the way. Needs the log to itself: who writes holds a shared lock, so no
+/// line goes to a file that a second rotation then removes, and of two that want to rotate at most one does.
+bool rotate(int fd, const std::string& path) {
+  return bLock(fd, F_WRLCK) && ::rename(path.c_str(), (path + ".1").c_str()) == 0;
+}
+
+/// What an opened log is good for.
+enum class Standing { kReady, kMoved, kUnusable };
+
+Standing prepare(int fd, const std::string& path) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return Standing::kUnusable;
+  if (!bLock(fd, F_RDLCK) || !bNamed(info, path)) return Standing::kMoved;
+  return info.st_size > kRotateBeyond && rotate(fd, path) ? Standing::kMoved : Standing::kReady;
+}
+
+void append(const std::string& path, std::string_view line) {
+  for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+    const UniqueFd fd = openLog(path);
+    if (!fd) return;
+    const Standing standing = prepare(fd.get(), path);
+    if (standing == Standing::kUnusable) return;
+    if (standing == Standing::kReady || attempt == kAttempts) {
+      static_cast<void>(retryInterrupted([&] { return ::write(fd.get(), line.data(), line.size()); }));
+      return;
+    }
+    const timespec pause{0, kPauseNanoseconds};
+    if (attempt > 1) ::nanosleep(&pause, nullptr);
+  }
+}
+
+void writeLine(char mark, const wchar_t* source, const wchar_t* message) noexcept {
+  const int errnoBefore = errno;
+  try {
+    append(logPath(), lineOf(mark, source, message));
+  } catch (const std::exception&) {
+    // No memory for a line: the run goes on without it.
+  }
+  errno = errnoBefore;
+}
+
+}  // namespace
+
+void logInfo(const wchar_t* source, const wchar_t* message) {
+  writeLine('I', source, message);
+}
+
+void logError(const wchar_t* source, const wchar_t* message) {
+  writeLine('E', source, message);
+}

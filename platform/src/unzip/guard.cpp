@@ -1,0 +1,144 @@
+#include "unzip/guard.h"
+
+#include <algorithm>
+#include <optional>
+#include <set>
+#include <sys/stat.h>
+
+#include "base/utf.h"
+
+namespace kelt::platform {
+namespace {
+
+constexpr std::uint64_t kMaxEntries = 1024;
+constexpr std::uint64_t kMaxBytes = std::uint64_t{64} * 1024 * 1024;
+constexpr std::size_t kMaxNameBytes = 512;
+constexpr std::size_t kMaxPartBytes = 255;  // what a file system takes
+constexpr std::size_t kMaxLevels = 16;
+
+base::Error refused(std::string_view message) {
+  return {base::ErrorKind::kRefused, 0, std::string(message)};
+}
+base::Error tooLarge(std::string_view message) {
+  return {base::ErrorKind::kTooLarge, 0, std::string(message)};
+}
+
+bool bForbiddenUnit(wchar_t wide) {
+  const auto unit = static_cast<char32_t>(wide);
+  if (unit < 0x20 || (unit >= 0x7F && unit <= 0x9F)) return true;
+  // A surrogate stands for a byte that was no UTF-8.
+  return unit == U'\\' || unit == U':' || (unit >= 0xD800 && unit <= 0xDFFF);
+}
+
+bool bHarmlessText(std::string_view name) {
+  const std::wstring wide = base::toWide(name);
+  return std::none_of(wide.begin(), wide.end(), bForbiddenUnit);
+}
+
+bool bHarmlessPart(std::string_view part) {
+  return !part.empty() && part != "." && part != ".." && part.size() <= kMaxPartBytes;
+}
+
+std::string lowered(std::string_view text) {
+  std::string lower(text);
+  for (char& byte : lower) {
+    if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte - 'A' + 'a');
+  }
+  return lower;
+}
+
+/// The names seen so far, without regard to case.
+class NameBook {
+ public:
+  /// Enters a name and the directories that it implies. False when it was there, or is a file here and a directory
+  /// there.
+  bool enter(const JudgedEntry& judged) {
+    std::string path;
+    for (std::size_t i = 0; i + 1 < judged.parts.size(); ++i) {
+      path += (i == 0 ? "" : "/") + lowered(judged.parts[i]);
+      if (m_files.contains(path)) return false;
+      m_directories.insert(path);
+    }
+    path += (path.empty() ? "" : "/") + lowered(judged.parts.back());
+    if (!m_entries.insert(path).second) return false;
+    if (judged.directory) return true;
+    m_files.insert(path);
+    return !m_directories.contains(path);
+  }
+
+ private:
+  std::set<std::string> m_entries;
+  std::set<std::string> m_files;
+  std::set<std::string> m_directories;
+};
+
+bool bKindAgrees(const ZipEntry& entry, bool directory) {
+  if (directory) return (entry.type == 0 || entry.type == S_IFDIR) && entry.size == 0;
+  return entry.type == 0 || entry.type == S_IFREG;
+}
+
+base::Result<JudgedEntry> judgeEntry(const ZipArchive& archive, std::uint64_t index) {
+  auto described = archive.describe(index);
+  if (!described) return described.error();
+  JudgedEntry judged;
+  judged.entry = std::move(described).value();
+  if (!judged.entry.plain) return refused("an entry that is encrypted or packed in an unknown way");
+
+  std::string_view name = judged.entry.name;
+  judged.directory = name.ends_with('/');
+  if (judged.directory) name.remove_suffix(1);
+  if (!bKindAgrees(judged.entry, judged.directory)) return refused("an entry that is no file and no directory");
+  auto parts = partsOfName(name);
+  if (!parts) return parts.error();
+  judged.parts = std::move(parts).value();
+  return judged;
+}
+
+base::Result<std::vector<JudgedEntry>> judgeDescriptions(const ZipArchive& archive) {
+  if (archive.count() > kMaxEntries) return tooLarge("too many entries");
+  std::vector<JudgedEntry> entries;
+  NameBook names;
+  std::uint64_t total = 0;
+  for (std::uint64_t index = 0; index < archive.count(); ++index) {
+    auto judged = judgeEntry(archive, index);
+    if (!judged) return judged.error();
+    if (!names.enter(judged.value())) return refused("a name that stands for two things");
+    if (judged.value().entry.size > kMaxBytes - total) return tooLarge("too much content");
+    total += judged.value().entry.size;
+    entries.push_back(std::move(judged).value());
+  }
+  return entries;
+}
+
+base::Status judgeContents(const ZipArchive& archive, const std::vector<JudgedEntry>& entries) {
+  const ZipSink nowhere = [](std::span<const unsigned char>) { return base::Status(); };
+  for (const JudgedEntry& judged : entries) {
+    if (auto status = archive.read(judged.entry, nowhere); !status) return status;
+  }
+  return {};
+}
+
+}  // namespace
+
+base::Result<std::vector<std::string>> partsOfName(std::string_view name) {
+  if (name.size() > kMaxNameBytes || !bHarmlessText(name)) return refused("a name with forbidden characters");
+  std::vector<std::string> parts;
+  std::size_t start = 0;
+  while (start <= name.size()) {
+    const std::size_t end = std::min(name.find('/', start), name.size());
+    const std::string_view part = name.substr(start, end - start);
+    if (!bHarmlessPart(part) || parts.size() == kMaxLevels) return refused("a name that leads elsewhere");
+    parts.emplace_back(part);
+    start = end + 1;
+  }
+  return parts;
+}
+
+base::Result<std::vector<JudgedEntry>> judgeArchive(const ZipArchive& archive) {
+  auto entries = judgeDescriptions(archive);
+  if (!entries) return entries;
+  if (auto status = judgeContents(archive, entries.value()); !status) return status.error();
+  return entries;
+}
+
+}  // namespace kelt::platform
