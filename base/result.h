@@ -81,3 +81,11 @@ class [[nodiscard]] Result<void> {
 using Status = Result<void>;
 
 }  // namespace kelt::base
+
+namespace kelt {
+// Every folder speaks of failure, and does so in these words.
+using base::Error;
+using base::ErrorKind;
+using base::Result;
+using base::Status;
+}  // namespace kelt
