@@ -9,17 +9,19 @@
 #include "device_paths.h"
 #include "services/alarmed_wait.h"
 
+#include "base/file_lock.h"
 #include "base/result.h"
 #include "base/retry.h"
 #include "platform/refusals.h"
 
 namespace {
 
-using kelt::base::Error;
-using kelt::base::ErrorKind;
-using kelt::base::Result;
+using kelt::Error;
+using kelt::ErrorKind;
+using kelt::Result;
+using kelt::Status;
+using kelt::base::FileLock;
 using kelt::base::retryInterrupted;
-using kelt::base::Status;
 using kelt::base::systemError;
 using kelt::base::UniqueFd;
 using kelt::platform::AlarmedWait;
@@ -72,29 +74,18 @@ Result<UniqueFd> openLockFile(const std::string& path) {
 }
 
 /// Whether the locked file is the one that its path names: another process may have removed it before the lock came.
-bool bStillNamed(int fd, const std::string& path) {
+bool bNamedYet(int fd, const std::string& path) {
   struct stat held {};
-  struct stat named {};
-  if (::fstat(fd, &held) != 0 || ::lstat(path.c_str(), &named) != 0) return false;
-  return held.st_dev == named.st_dev && held.st_ino == named.st_ino;
-}
-
-/// Calls fcntl for the lock of the whole file. A lock of the open file description, because one of the process would go
-/// with the first descriptor of the file that is closed.
-bool bControlLock(int fd, int command, short type) {
-  struct flock whole {};
-  whole.l_type = type;
-  whole.l_whence = SEEK_SET;
-  return ::fcntl(fd, command, &whole) == 0;
+  return ::fstat(fd, &held) == 0 && kelt::base::bStillNamed(path, held);
 }
 
 bool takeAtOnce(int fd) {
-  return bControlLock(fd, F_OFD_SETLK, F_WRLCK);
+  return kelt::base::tryFileLock(fd, FileLock::kExclusive);
 }
 
 bool takeWaiting(int fd, const AlarmedWait& wait) {
   while (!wait.bOver()) {
-    if (bControlLock(fd, F_OFD_SETLKW, F_WRLCK)) return true;
+    if (kelt::base::waitForFileLock(fd, FileLock::kExclusive)) return true;
     if (errno != EINTR) return false;
   }
   return false;
@@ -108,7 +99,7 @@ UniqueFd acquire(const std::string& path, Take take, GoOn bGoOn) {
     auto fd = openLockFile(path);
     if (!fd) kelt::platform::logRefusal(fd.error());
     if (!fd || !take(fd.value().get())) return {};
-    if (bStillNamed(fd.value().get(), path)) return std::move(fd).value();
+    if (bNamedYet(fd.value().get(), path)) return std::move(fd).value();
   } while (bGoOn());
   return {};
 }
@@ -135,7 +126,7 @@ bool InterProcessWriteLock::lock(unsigned int seconds) {
 bool InterProcessWriteLock::unlock() {
   if (!m_fd) return false;
   // Not left to the closing alone: a child between fork and exec still has the descriptor.
-  const bool bReleased = bControlLock(m_fd.get(), F_OFD_SETLK, F_UNLCK);
+  const bool bReleased = kelt::base::releaseFileLock(m_fd.get());
   m_fd.reset();
   return bReleased;
 }

@@ -15,6 +15,7 @@
 #include "device_paths.h"
 #include "services/agent_directories.h"
 
+#include "base/file_lock.h"
 #include "base/retry.h"
 #include "base/unique_fd.h"
 #include "base/utf.h"
@@ -22,6 +23,7 @@
 namespace {
 
 namespace paths = kelt::platform::paths;
+using kelt::base::FileLock;
 using kelt::base::retryInterrupted;
 using kelt::base::UniqueFd;
 
@@ -77,18 +79,6 @@ std::string logPath() {
   return directory + "/" + paths::kLogFileName;
 }
 
-bool bLock(int fd, short type) {
-  struct flock whole {};
-  whole.l_type = type;
-  whole.l_whence = SEEK_SET;
-  return ::fcntl(fd, F_OFD_SETLK, &whole) == 0;
-}
-
-bool bNamed(const struct stat& held, const std::string& path) {
-  struct stat named {};
-  return ::lstat(path.c_str(), &named) == 0 && held.st_dev == named.st_dev && held.st_ino == named.st_ino;
-}
-
 UniqueFd openLog(const std::string& path) {
   constexpr int kFlags = O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
   return UniqueFd(retryInterrupted([&] { return ::open(path.c_str(), kFlags, 0600); }));
@@ -97,7 +87,7 @@ UniqueFd openLog(const std::string& path) {
 /// Moves a log that has grown too long out of the way. Needs the log to itself: who writes holds a shared lock, so no
 /// line goes to a file that a second rotation then removes, and of two that want to rotate at most one does.
 bool rotate(int fd, const std::string& path) {
-  return bLock(fd, F_WRLCK) && ::rename(path.c_str(), (path + ".1").c_str()) == 0;
+  return kelt::base::tryFileLock(fd, FileLock::kExclusive) && ::rename(path.c_str(), (path + ".1").c_str()) == 0;
 }
 
 /// What an opened log is good for.
@@ -106,7 +96,7 @@ enum class Standing { kReady, kMoved, kUnusable };
 Standing prepare(int fd, const std::string& path) {
   struct stat info {};
   if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return Standing::kUnusable;
-  if (!bLock(fd, F_RDLCK) || !bNamed(info, path)) return Standing::kMoved;
+  if (!kelt::base::tryFileLock(fd, FileLock::kShared) || !kelt::base::bStillNamed(path, info)) return Standing::kMoved;
   return info.st_size > kRotateBeyond && rotate(fd, path) ? Standing::kMoved : Standing::kReady;
 }
 
