@@ -4,59 +4,69 @@
 #include <cerrno>
 #include <climits>
 #include <fcntl.h>
-#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include "base/retry.h"
 
 namespace kelt::base {
 namespace {
 
-constexpr int kMostLinks = 40;
-
 Error refused(const std::string& path) {
   return {ErrorKind::kRefused, 0, path + ": not a regular file"};
 }
 
-/// The path that the symbolic link at `place` leads to; nothing when no symbolic link stands there.
-Result<std::optional<std::string>> followLink(const Place& place) {
-  std::array<char, PATH_MAX> buffer{};
-  const ssize_t length = ::readlinkat(place.directory.get(), place.name.c_str(), buffer.data(), buffer.size());
-  if (length < 0 && (errno == EINVAL || errno == ENOENT)) return std::optional<std::string>{};
-  if (length < 0) return systemError("read the link " + place.path);
-  const std::string target(buffer.data(), static_cast<std::size_t>(length));
-  return std::optional(target.front() == '/' ? target : directoryOf(place.path) + "/" + target);
+/// `path` as it is meant in the directory `directory`.
+std::string pathFrom(const std::string& directory, const std::string& path) {
+  if (directory.empty() || path.starts_with('/')) return path;
+  return directory.back() == '/' ? directory + path : directory + "/" + path;
 }
 
 }  // namespace
 
 Result<Place> openPlace(const std::string& path) {
-  if (path.empty() || path.back() == '/') return refused(path);
+  return openPlace(AT_FDCWD, {}, path);
+}
+
+Result<Place> openPlace(int from, const std::string& fromPath, const std::string& path) {
+  if (path.empty() || path.back() == '/') return refused(pathFrom(fromPath, path));
   const std::string directory = directoryOf(path);
-  const auto open = [&](int flags) { return UniqueFd(::open(directory.c_str(), flags | O_DIRECTORY | O_CLOEXEC)); };
+  const auto open = [&](int flags) {
+    return UniqueFd(::openat(from, directory.c_str(), flags | O_DIRECTORY | O_CLOEXEC));
+  };
   Place place;
+  place.path = pathFrom(fromPath, path);
   place.directory = open(O_RDONLY);
   if (!place.directory && errno == EACCES) {
     place.bSyncable = false;
     place.directory = open(O_PATH);
   }
-  if (!place.directory) return systemError("open " + directory);
-  const std::size_t slash = path.rfind('/');
-  place.name = slash == std::string::npos ? path : path.substr(slash + 1);
-  place.path = path;
+  if (!place.directory) return systemError("open " + directoryOf(place.path));
+  place.name = path.substr(path.rfind('/') + 1);
   return place;
 }
 
-Result<Place> findPlace(std::string path) {
-  for (int links = 0; links <= kMostLinks; ++links) {
-    auto place = openPlace(path);
-    if (!place) return place;
+Result<std::optional<Place>> followLink(const Place& place) {
+  std::array<char, PATH_MAX> buffer{};
+  const ssize_t length = ::readlinkat(place.directory.get(), place.name.c_str(), buffer.data(), buffer.size());
+  if (length < 0 && (errno == EINVAL || errno == ENOENT)) return std::optional<Place>{};
+  if (length < 0) return systemError("read the link " + place.path);
+  const std::string target(buffer.data(), static_cast<std::size_t>(length));
+  auto next = openPlace(place.directory.get(), directoryOf(place.path), target);
+  if (!next) return next.error();
+  return std::optional(std::move(next).value());
+}
+
+Result<Place> findPlace(const std::string& path) {
+  auto place = openPlace(path);
+  for (int links = 0; place && links <= kMostLinks; ++links) {
     auto next = followLink(place.value());
     if (!next) return next.error();
     if (!next.value()) return place;
-    path = *next.value();
+    place = std::move(*next.value());
   }
+  if (!place) return place;
   return systemError("follow " + path, ELOOP);
 }
 

@@ -63,7 +63,7 @@ Result<void*> loadModuleSymbol(const std::string& name, const char* symbol) {
   const Trust trust = ownersOfParts();
   for (const std::string& directory : {directoryOfBinary(), std::string(KELT_MODULE_DIR)}) {
     if (directory.empty()) continue;
-    auto part = openTrusted(AT_FDCWD, "", directory, file, trust);
+    auto part = openTrusted(AT_FDCWD, "", directory + "/" + file, trust);
     if (part) return loadJudged(std::move(part).value(), symbol);
     if (part.error().kind != ErrorKind::kNotFound) return part.error();
   }

@@ -24,18 +24,18 @@ struct Trust {
 /// A regular file that was opened for reading, and the directory that it was opened in.
 struct OpenedFile {
   UniqueFd file;
-  UniqueFd directory;  ///< O_PATH; links that led to the file are resolved
+  UniqueFd directory;  ///< for looking things up in it; links that led to the file are resolved
   std::string name;    ///< of the file in `directory`
   std::string path;    ///< what messages call the file
 };
 
-/// Opens the file `name` in `directory` for reading, close-on-exec and without waiting. `directory` is absolute, or
-/// relative to the open directory `from`, which messages call `fromPath`. Where the file is a symbolic link, that is
-/// followed step by step: the directory of each link, the directory that the file stands in, and the file are judged by
-/// `trust`, each by its own descriptor, so that nobody who is not trusted can exchange one of them in between.
-/// Directories above these are not judged. Errors: kNotFound, whoever may write to the directory; kRefused for what is
-/// not trusted, not a regular file, or behind too many links; kSystem.
-[[nodiscard]] Result<OpenedFile> openTrusted(int from, const std::string& fromPath, const std::string& directory,
-                                             const std::string& name, const Trust& trust);
+/// Opens the file at `path` for reading, close-on-exec and without waiting. `path` is absolute, or begins in the open
+/// directory `from`, which messages call `fromPath`. Where the file is a symbolic link, that is followed step by step:
+/// the directory of each link, the directory that the file stands in, and the file are judged by `trust`, each by its
+/// own descriptor, so that nobody who is not trusted can exchange one of them in between. Directories above these are
+/// not judged. Errors: kNotFound, whoever may write to the directory; kRefused for what is not trusted, not a regular
+/// file, or behind too many links; kSystem.
+[[nodiscard]] Result<OpenedFile> openTrusted(int from, const std::string& fromPath, const std::string& path,
+                                             const Trust& trust);
 
 }  // namespace kelt::base

@@ -14,11 +14,6 @@
 namespace kelt::platform {
 namespace {
 
-using base::Error;
-using base::ErrorKind;
-using base::Result;
-using base::Status;
-
 constexpr const char* kRoot = "Configuration";
 /// Far beyond any configuration; memory use is several times this.
 constexpr std::size_t kMaxConfigSize = std::size_t{64} * 1024 * 1024;
@@ -145,8 +140,8 @@ Result<ConfigFile> ConfigDirectory::load(const std::string& name, ConfigUse use)
   if (const Status judged = usable(); bTrusted && !judged) return judged.error();
   if (!m_stream) return base::systemError("open " + m_path, m_openErrno);
   const std::string path = fileOf(name);
-  const auto opened =
-      base::openTrusted(::dirfd(m_stream.get()), m_path, name, paths::kConfigFile, bTrusted ? kRootOnly : kAnybody);
+  const auto opened = base::openTrusted(::dirfd(m_stream.get()), m_path, name + "/" + paths::kConfigFile,
+                                        bTrusted ? kRootOnly : kAnybody);
   if (!opened) return opened.error().kind == ErrorKind::kRefused ? about(path, opened.error()) : opened.error();
   const auto bytes = base::readAll(opened.value().file.get(), path, kMaxConfigSize);
   if (!bytes) return bytes.error();

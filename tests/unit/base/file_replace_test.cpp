@@ -303,24 +303,5 @@ TEST(WriteAll, ReportsWhereNothingCanBeWritten) {
   EXPECT_EQ(done.error().sysErrno, ENOSPC);
 }
 
-TEST(SyncDirectory, SyncsADirectoryAndNothingElse) {
-  EXPECT_TRUE(syncDirectory("/tmp").ok());
-  EXPECT_EQ(syncDirectory("/tmp/none").error().kind, ErrorKind::kNotFound);
-  EXPECT_EQ(syncDirectory("/dev/null").error().kind, ErrorKind::kNotFound) << "ENOTDIR";
-}
-
-TEST(SyncDirectory, TakesAFileSystemThatCannotSyncADirectoryAsDone) {
-  EXPECT_TRUE(syncDirectory("/proc").ok());
-}
-
-TEST(DirectoryOf, IsThePartBeforeTheLastSlash) {
-  EXPECT_EQ(directoryOf("/a/b"), "/a");
-  EXPECT_EQ(directoryOf("a/b"), "a");
-  EXPECT_EQ(directoryOf("b"), ".");
-  EXPECT_EQ(directoryOf("/b"), "/");
-  EXPECT_EQ(directoryOf("/"), "/");
-  EXPECT_EQ(directoryOf("a//b"), "a/");
-}
-
 }  // namespace
 }  // namespace kelt::base

@@ -62,9 +62,7 @@ class TrustedFile : public tests::PrivateDevice {
     putFile(kFile, "content");
   }
 
-  static Result<OpenedFile> open(const Trust& trust = {}) {
-    return openTrusted(AT_FDCWD, "", kDirectory, "file", trust);
-  }
+  static Result<OpenedFile> open(const Trust& trust = {}) { return openTrusted(AT_FDCWD, "", kFile, trust); }
 
   /// Puts a link to `target` in place of the file.
   static void putLink(const std::string& target) {
@@ -100,7 +98,7 @@ TEST_F(TrustedFile, IsFoundFromAnOpenDirectoryWhateverBecomesOfItsPath) {
   putFile("/opt/Quorvane/place/inner/file", "inner");
   const UniqueFd directory(::open(kDirectory, O_PATH | O_DIRECTORY | O_CLOEXEC));
   ASSERT_EQ(::rename(kDirectory, "/opt/Quorvane/moved"), 0);
-  const auto opened = openTrusted(directory.get(), kDirectory, "inner", "file", {});
+  const auto opened = openTrusted(directory.get(), kDirectory, "inner/file", {});
   ASSERT_TRUE(opened.ok());
   EXPECT_EQ(opened.value().path, "/opt/Quorvane/place/inner/file");
 }
@@ -110,8 +108,8 @@ TEST_F(TrustedFile, ThatIsMissingIsNotFound) {
   EXPECT_EQ(open().error().kind, ErrorKind::kNotFound);
   putLink("/opt/Quorvane/place/nowhere");
   EXPECT_EQ(open().error().kind, ErrorKind::kNotFound);
-  EXPECT_EQ(openTrusted(AT_FDCWD, "", "/opt/missing", "file", {}).error().kind, ErrorKind::kNotFound);
-  EXPECT_EQ(openTrusted(AT_FDCWD, "", "/tmp", "file", {}).error().kind, ErrorKind::kNotFound);
+  EXPECT_EQ(openTrusted(AT_FDCWD, "", "/opt/missing/file", {}).error().kind, ErrorKind::kNotFound);
+  EXPECT_EQ(openTrusted(AT_FDCWD, "", "/tmp/file", {}).error().kind, ErrorKind::kNotFound);
 }
 
 TEST_F(TrustedFile, IsRefusedWhereOthersMayWriteToItOrToItsDirectory) {
@@ -148,7 +146,7 @@ TEST_F(TrustedFile, IsOnlyARegularOne) {
   putLink("/dev/null");
   EXPECT_EQ(open().error().kind, ErrorKind::kRefused);
   putLink("/opt/");
-  EXPECT_EQ(open().error().message, "/opt/.: is not a regular file");
+  EXPECT_EQ(open().error().message, "/opt/: not a regular file");
 }
 
 TEST_F(TrustedFile, IsJudgedWhereALinkLeads) {
