@@ -114,13 +114,10 @@ Result<Outcome> replaceByRename(const Place& place, int existing, const Content&
   if (!place.bSyncable) return systemError("open the directory of " + place.path, EACCES);
   TemporaryFile& file = temporary.value();
   if (auto done = fill(file.fd(), existing, content, created); !done) return done.error();
-  if (auto done = file.settle(); !done) return done.error();
-  if (auto done = file.renameTo(place.name); !done) {
-    if (existing >= 0 && bMountPoint(done.error(), place)) return Outcome::kOnlyInPlace;
-    return done.error();
-  }
-  if (auto done = syncDirectory(place.directory.get(), directoryOf(place.path)); !done) return done.error();
-  return Outcome::kReplaced;
+  const Status published = file.publish(place);
+  if (published) return Outcome::kReplaced;
+  if (existing >= 0 && bMountPoint(published.error(), place)) return Outcome::kOnlyInPlace;
+  return published.error();
 }
 
 Status replaceAt(const Place& place, int existing, const Content& content, NewFile created) {

@@ -29,9 +29,7 @@ Status FreshFile::write(std::span<const unsigned char> data) {
 }
 
 Status FreshFile::publish() {
-  if (auto done = m_file.settle(); !done) return done;
-  if (auto done = m_file.renameTo(m_place.name); !done) return done;
-  return syncDirectory(m_place.directory.get(), directoryOf(m_place.path));
+  return m_file.publish(m_place);
 }
 
 }  // namespace kelt::base

@@ -131,6 +131,12 @@ Status TemporaryFile::renameTo(const std::string& name) {
   return {};
 }
 
+Status TemporaryFile::publish(const Place& place) {
+  if (auto done = settle(); !done) return done;
+  if (auto done = renameTo(place.name); !done) return done;
+  return syncDirectory(m_directory, directoryOf(place.path));
+}
+
 Status TemporaryFile::exchangeWith(const std::string& name) {
   if (::renameat2(m_directory, m_name.c_str(), m_directory, name.c_str(), RENAME_EXCHANGE) == 0) return {};
   return systemError("exchange with " + name);

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/file_place.h"
 #include "base/result.h"
 #include "base/unique_fd.h"
 
@@ -12,7 +13,7 @@ namespace kelt::base {
 
 /// A file that is to take a name in an open directory. The directory is given as a descriptor, so that nothing that
 /// happens to its path meanwhile matters; it must stay open as long as the object lives. The steps are create, writing
-/// through fd(), settle, and then renameTo or exchangeWith.
+/// through fd(), settle, and then renameTo or exchangeWith; publish is the usual end.
 class TemporaryFile {
  public:
   /// Makes it, empty, open for writing, for no more than its owner's reading and writing (the umask takes away from
@@ -40,6 +41,11 @@ class TemporaryFile {
   /// Gives the settled file the name `name` in its directory, in place of whatever file has it. Errors: kSystem; the
   /// temporary file is then still there. The directory is not synced.
   [[nodiscard]] Status renameTo(const std::string& name);
+
+  /// All that is left to do with a file that goes to its place at once: settle, renameTo, and syncing the directory.
+  /// `place` is where it was created. Errors: kSystem; what stood there is then as it was, unless only the sync of the
+  /// directory failed, of which a power cut may make the old one again.
+  [[nodiscard]] Status publish(const Place& place);
 
   /// Gives the settled file the name `name` and what stands there its temporary name: what goes with the object is then
   /// that. Errors: kNotFound when nothing stands there; kSystem, EINVAL or ENOSYS where the file system cannot do that;
