@@ -17,9 +17,6 @@ using quorvane_com::QV::crypto::IHash;
 constexpr const char* kAbsent = "-";
 constexpr const char* kUnknown = "?";
 
-/// More than any key takes in any form.
-constexpr std::uint64_t kMaxKeyFile = std::uint64_t{64} * 1024;
-
 /// The numbers by which platform/crypto.h has them.
 template <typename Enum>
 std::string numberOf(Enum value) {
@@ -72,7 +69,8 @@ std::string identityOf(const std::wstring& path, IHash* hash) {
   std::uint64_t size = 0;
   ABuffer content;
   ABuffer digest;
-  const bool bRead = AFiler::tryGetFileSize(path, size) && size <= kMaxKeyFile && AFile::tryRead(path, content);
+  const bool bRead =
+      AFiler::tryGetFileSize(path, size) && size <= platform::kMaxKeyFileSize && AFile::tryRead(path, content);
   return bRead && hash != nullptr && hash->hash(content, digest) ? hexDigits(digest) : kUnknown;
 }
 

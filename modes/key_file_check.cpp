@@ -8,6 +8,7 @@
 #include "helper/unix_command_line_helper.h"
 #include "modes/messages.h"
 #include "platform/afile.h"
+#include "platform/crypto.h"
 #include "platform/logger.h"
 
 namespace kelt::helper {
@@ -17,9 +18,6 @@ namespace messages = modes::messages;
 
 /// The keys that come in two forms, and the marker file that has only one.
 enum KeyFileGroup { kRequest, kMarker, kServer, kGroupCount };
-
-/// More than any key takes in any form.
-constexpr std::uint64_t kMaxKeyFileSize = std::uint64_t{64} * 1024;
 
 struct KeyFile {
   const wchar_t* name;
@@ -62,7 +60,7 @@ class KeyFileCheck {
     const wchar_t* problem = nullptr;
     if (!AFiler::tryGetFileSize(path, size)) {
       problem = L": not a regular file";
-    } else if (size > kMaxKeyFileSize) {
+    } else if (size > platform::kMaxKeyFileSize) {
       problem = L": larger than any key file";
     }
     if (problem != nullptr) logError(L"keltcfg", (path + problem).c_str());

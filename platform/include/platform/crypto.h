@@ -8,6 +8,13 @@
 
 #include "platform/abuffer.h"
 
+namespace kelt::platform {
+
+/// The most bytes that a key file may have, in any form: a key of 16384 bits takes 13 KB as text.
+inline constexpr std::size_t kMaxKeyFileSize = std::size_t{64} * 1024;
+
+}  // namespace kelt::platform
+
 namespace quorvane_com::QV::crypto {
 
 enum class Mode : int { kFips = 0, kNonFips = 2 };

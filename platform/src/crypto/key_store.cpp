@@ -19,14 +19,8 @@
 namespace kelt::platform {
 namespace {
 
-using base::Error;
-using base::ErrorKind;
-using base::Result;
-using base::Status;
 using KeyType = KeyStore::KeyType;
 
-/// A key of 16384 bits takes 13 KB as text.
-constexpr std::size_t kMaxKeyFile = std::size_t{64} * 1024;
 constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
 
 const char* fileNameOf(KeyType type) {
@@ -158,7 +152,7 @@ bool KeyStore::discardAgentKeys() {
 
 bool KeyStore::importKeyFromFile(KeyType type, const std::wstring& path) {
   const std::string file = base::toUtf8(path);
-  const auto content = base::readFile(file, kMaxKeyFile);
+  const auto content = base::readFile(file, kMaxKeyFileSize);
   return bReported(content ? importBytes(type, content.value()) : content.error(), file);
 }
 
@@ -169,7 +163,7 @@ bool KeyStore::importKey(KeyType type, const unsigned char* bytes, std::size_t l
 bool KeyStore::exportKey(KeyType type, ABuffer& out) {
   const char* name = fileNameOf(type);
   if (name == nullptr || !bPublic(type)) return false;
-  const auto file = readStored(m_path, name, kMaxKeyFile);
+  const auto file = readStored(m_path, name, kMaxKeyFileSize);
   if (!file) logRefusal(file.error());
   if (!file) return false;
   const auto key = m_engine.publicKey(file.value());
