@@ -19,13 +19,13 @@ using kelt::platform::CryptoModule;
 
 constexpr const wchar_t* kSource = L"cryptshim";
 
-/// What the process has configured and started.
-class Library final : public CryptShim {
+/// CryptShim on the engine that is loaded when it is first needed: what the process has configured and started.
+class EngineShim final : public CryptShim {
  public:
-  static Library& get() {
+  static EngineShim& get() {
     // Never destroyed: it keeps the loggers for the life of the process.
-    static auto* const library = new Library;
-    return *library;
+    static auto* const shim = new EngineShim;
+    return *shim;
   }
 
   void configureWith(Mode mode, CryptShimLogger* logger) {
@@ -35,7 +35,7 @@ class Library final : public CryptShim {
   }
 
   bool initialize() override {
-    if (!bStarted()) return false;
+    if (!ensureStarted()) return false;
     if (m_bFipsMissing) tellThatNoFipsModule();
     return true;
   }
@@ -47,15 +47,16 @@ class Library final : public CryptShim {
   }
 
   /// The engine in the configured mode, started when it has to be. Only initialize() speaks of a missing FIPS module.
-  [[nodiscard]] CryptoEngine* engine() { return bStarted() ? m_engine : nullptr; }
+  [[nodiscard]] CryptoEngine* engine() { return ensureStarted() ? m_engine : nullptr; }
   [[nodiscard]] const CryptShimLogger* logger() const { return m_logger; }
 
-  void report(const kelt::base::Error& error) const {
+  void report(const kelt::Error& error) const {
     if (m_logger != nullptr) m_logger->error(kelt::base::toWide(error.message));
   }
 
  private:
-  bool bStarted() {
+  /// Starts the engine unless it runs in the configured mode already.
+  bool ensureStarted() {
     if (m_engine != nullptr && m_startedMode == m_mode) return true;
     if (start()) return true;
     m_engine = nullptr;
@@ -122,27 +123,27 @@ void CryptShimLogger::info(const std::wstring& message) const {
 }
 
 CryptShim* CryptShim::instance() {
-  return &Library::get();
+  return &EngineShim::get();
 }
 
 void CryptShim::configure(Mode mode, Role /*role*/, CryptShimLogger* logger, const std::wstring& /*configName*/) {
   if (mode != Mode::kFips && mode != Mode::kNonFips) throw std::runtime_error("no such crypto mode");
-  Library::get().configureWith(mode, logger);
+  EngineShim::get().configureWith(mode, logger);
 }
 
 // The size matters to whoever makes keys. This library makes none, and takes keys of any size.
 void CryptShim::set_key_size_to_use(KeySize /*keySize*/) {}
 
 IKeyManagement* CryptShim::create_key_manager_object() {
-  Library& library = Library::get();
-  CryptoEngine* engine = library.engine();
+  EngineShim& shim = EngineShim::get();
+  CryptoEngine* engine = shim.engine();
   if (engine == nullptr) return nullptr;
   std::string store = kelt::platform::keyStorePath();
   if (const auto prepared = kelt::platform::prepareKeyStore(store); !prepared) {
-    library.report(prepared.error());
+    shim.report(prepared.error());
     return nullptr;
   }
-  return new (std::nothrow) kelt::platform::KeyStore(std::move(store), *engine, library.logger());
+  return new (std::nothrow) kelt::platform::KeyStore(std::move(store), *engine, shim.logger());
 }
 
 void CryptShim::destroy_key_manager_object(IKeyManagement* keys) {
@@ -151,7 +152,7 @@ void CryptShim::destroy_key_manager_object(IKeyManagement* keys) {
 
 IHash* CryptShim::create_hash_object(HashType type) {
   if (type != HashType::kSha256) return nullptr;
-  CryptoEngine* engine = Library::get().engine();
+  CryptoEngine* engine = EngineShim::get().engine();
   return engine == nullptr ? nullptr : new (std::nothrow) Sha256(*engine);
 }
 

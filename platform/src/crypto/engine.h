@@ -25,12 +25,12 @@ class CryptoEngine {
  public:
   virtual ~CryptoEngine() = default;
 
-  /// Starts the library, or starts it anew in another mode. With `bFips` the system's FIPS provider is taken where it
+  /// Starts the engine, or starts it anew in another mode. With `bFips` the system's FIPS provider is taken where it
   /// has one that passes its self-test, else the default provider; the result tells which. OpenSSL's configuration file
   /// and the environment variables that name configuration, modules and engines are not consulted: the FIPS provider
   /// comes from OpenSSL's compiled-in module directory, and its parameters from "fipsmodule.cnf" in the compiled-in
-  /// configuration directory. Errors: kSystem; the library is then stopped.
-  [[nodiscard]] virtual base::Result<CryptoModule> start(bool bFips) = 0;
+  /// configuration directory. Errors: kSystem; the engine is then stopped.
+  [[nodiscard]] virtual Result<CryptoModule> start(bool bFips) = 0;
 
   /// Stops it. Does nothing when it is not started.
   virtual void stop() = 0;
@@ -38,15 +38,15 @@ class CryptoEngine {
   /// Takes a file that holds exactly one RSA public key, as SubjectPublicKeyInfo or PKCS#1, and gives it as DER
   /// SubjectPublicKeyInfo. The file is one DER structure and nothing else, or one PEM block with nothing but base64 in
   /// it and nothing but blanks and line ends around it. The size of the key is not judged.
-  /// Errors: kMalformed, with a sentence that holds nothing of the content; kRefused when the library is not started.
-  [[nodiscard]] virtual base::Result<std::vector<unsigned char>> publicKey(std::span<const unsigned char> file) = 0;
+  /// Errors: kMalformed, with a sentence that holds nothing of the content; kRefused while the engine is stopped.
+  [[nodiscard]] virtual Result<std::vector<unsigned char>> publicKey(std::span<const unsigned char> file) = 0;
 
   /// The same for a secret key, as PKCS#8 or PKCS#1, given as DER PKCS#8. An encrypted key is refused; nobody is ever
   /// asked for a passphrase.
-  [[nodiscard]] virtual base::Result<base::SecretBytes> secretKey(std::span<const unsigned char> file) = 0;
+  [[nodiscard]] virtual Result<base::SecretBytes> secretKey(std::span<const unsigned char> file) = 0;
 
-  /// SHA-256, 32 bytes. Errors: kSystem; kRefused when the library is not started.
-  [[nodiscard]] virtual base::Result<std::vector<unsigned char>> sha256(std::span<const unsigned char> data) = 0;
+  /// SHA-256, 32 bytes. Errors: kSystem; kRefused while the engine is stopped.
+  [[nodiscard]] virtual Result<std::vector<unsigned char>> sha256(std::span<const unsigned char> data) = 0;
 };
 
 /// The name under which the loadable object offers its entry, a CryptoEngineEntry.

@@ -6,13 +6,13 @@
 
 namespace kelt::platform {
 
-base::Result<CryptoEngine*> engineFrom(CryptoEngineEntry entry) {
+Result<CryptoEngine*> engineFrom(CryptoEngineEntry entry) {
   CryptoEngine* const engine = entry();
-  if (engine == nullptr) return base::Error{base::ErrorKind::kSystem, ENOMEM, "out of memory"};
+  if (engine == nullptr) return Error{ErrorKind::kSystem, ENOMEM, "out of memory"};
   return engine;
 }
 
-base::Result<CryptoEngine*> loadCryptoEngine() {
+Result<CryptoEngine*> loadCryptoEngine() {
   static CryptoEngine* loaded = nullptr;
   if (loaded != nullptr) return loaded;
   const auto symbol = base::loadModuleSymbol("crypto", kCryptoEngineSymbol);

@@ -67,7 +67,7 @@ std::optional<Values> readValues() {
   const auto read = [&] { return kelt::platform::readStored(store, kFileName, kMaxSize); };
   auto file = read();
   // What the system refuses for once must not pass for a record that is not there.
-  if (!file && file.error().kind == kelt::base::ErrorKind::kSystem) file = read();
+  if (!file && file.error().kind == kelt::ErrorKind::kSystem) file = read();
   if (!file) {
     kelt::platform::logRefusal(file.error());
     return std::nullopt;
@@ -75,13 +75,13 @@ std::optional<Values> readValues() {
   const auto values = parse(std::string(file.value().begin(), file.value().end()));
   if (!values) {
     const std::string why = store + "/" + kFileName + ": is no record of mode and key size";
-    kelt::platform::logRefusal({kelt::base::ErrorKind::kMalformed, 0, why});
+    kelt::platform::logRefusal({kelt::ErrorKind::kMalformed, 0, why});
   }
   return values;
 }
 
 /// Whether it was done; why not goes to the log.
-bool bLogged(const kelt::base::Status& status) {
+bool bLogged(const kelt::Status& status) {
   if (!status) kelt::platform::logRefusal(status.error());
   return status.ok();
 }

@@ -18,18 +18,18 @@ namespace kelt::platform {
 /// Makes sure that the key store at `path` may be written: makes it where it is missing (its parent has to be there)
 /// and takes away all rights of others to it. Errors: kRefused, with nothing changed, where it is not a directory, or a
 /// link to one, or does not belong to the effective user; kSystem.
-[[nodiscard]] base::Status prepareKeyStore(const std::string& path);
+[[nodiscard]] Status prepareKeyStore(const std::string& path);
 
 /// Reads the file `name` of the key store, of at most `limit` bytes. Takes the rights of others to the key store away
 /// first; where that is not possible, it goes on only if they could write nothing there. Errors: kNotFound; kRefused as
 /// prepareKeyStore, and for a link, anything else that is not a regular file, a file of somebody else or with a second
 /// name, and one that others may write to; kTooLarge; kSystem.
-[[nodiscard]] base::Result<base::SecretBytes> readStored(const std::string& store, const char* name, std::size_t limit);
+[[nodiscard]] Result<base::SecretBytes> readStored(const std::string& store, const char* name, std::size_t limit);
 
 /// Replaces the file `name` of the prepared key store by `data`, 0600 whatever its mode was. Errors: kRefused, with
 /// nothing changed, as readStored, except that others may have had the right to write to it; kSystem as
 /// base::replaceFile.
-[[nodiscard]] base::Status storeFile(const std::string& store, const char* name, std::span<const unsigned char> data);
+[[nodiscard]] Status storeFile(const std::string& store, const char* name, std::span<const unsigned char> data);
 
 /// The key store on files. Why an import was refused goes to the agent log, and to the logger's information callback;
 /// what that means to the run is the caller's to say.
@@ -47,8 +47,8 @@ class KeyStore final : public quorvane_com::QV::crypto::IKeyManagement {
   bool importKey(KeyType type, const unsigned char* bytes, std::size_t length) override;
 
  private:
-  [[nodiscard]] base::Status importBytes(KeyType type, std::span<const unsigned char> file);
-  [[nodiscard]] bool bReported(const base::Status& status, const std::string& subject) const;
+  [[nodiscard]] Status importBytes(KeyType type, std::span<const unsigned char> file);
+  [[nodiscard]] bool bReported(const Status& status, const std::string& subject) const;
 
   std::string m_path;
   CryptoEngine& m_engine;

@@ -3,27 +3,18 @@
 #include <cerrno>
 #include <memory>
 #include <new>
-#include <openssl/crypto.h>
 #include <openssl/err.h>
-#include <openssl/evp.h>
 #include <utility>
 
+#include "crypto/openssl/handles.h"
 #include "crypto/openssl/key_parser.h"
 #include "crypto/openssl/library.h"
 
 namespace kelt::platform {
 namespace {
 
-using base::Error;
-using base::ErrorKind;
-using base::Result;
-
-struct FreeDigest {
-  void operator()(EVP_MD* digest) const { EVP_MD_free(digest); }
-};
-
-Result<std::vector<unsigned char>> sha256In(OSSL_LIB_CTX* library, std::span<const unsigned char> data) {
-  const std::unique_ptr<EVP_MD, FreeDigest> digest(EVP_MD_fetch(library, "SHA2-256", nullptr));
+Result<std::vector<unsigned char>> sha256In(OSSL_LIB_CTX* context, std::span<const unsigned char> data) {
+  const Digest digest(EVP_MD_fetch(context, "SHA2-256", nullptr));
   std::vector<unsigned char> hash(EVP_MAX_MD_SIZE);
   unsigned int length = 0;
   const bool bDone =
@@ -33,13 +24,13 @@ Result<std::vector<unsigned char>> sha256In(OSSL_LIB_CTX* library, std::span<con
   return hash;
 }
 
-/// Runs `operation` on the started library. Lets no exception out, and leaves nothing in OpenSSL's error queue, which
-/// other users of libcrypto in this process would take for theirs.
+/// Runs `operation` in the context of a started OpenSSL. Lets no exception out, and leaves nothing in OpenSSL's error
+/// queue, which other users of libcrypto in this process would take for theirs.
 template <typename T, typename Operation>
-Result<T> guarded(OSSL_LIB_CTX* library, Operation operation) {
+Result<T> guarded(OSSL_LIB_CTX* context, Operation operation) {
   try {
-    if (library == nullptr) return Error{ErrorKind::kRefused, 0, "the crypto library is not started"};
-    Result<T> result = operation(library);
+    if (context == nullptr) return Error{ErrorKind::kRefused, 0, "OpenSSL is not started"};
+    Result<T> result = operation(context);
     ERR_clear_error();
     return result;
   } catch (...) {
@@ -65,21 +56,23 @@ class OpenSslEngine final : public CryptoEngine {
   void stop() override { m_library.reset(); }
 
   Result<std::vector<unsigned char>> publicKey(std::span<const unsigned char> file) override {
-    return guarded<std::vector<unsigned char>>(context(),
-                                               [&](OSSL_LIB_CTX* library) { return parsePublicKey(library, file); });
+    return guarded<std::vector<unsigned char>>(startedContext(),
+                                               [&](OSSL_LIB_CTX* context) { return parsePublicKey(context, file); });
   }
 
   Result<base::SecretBytes> secretKey(std::span<const unsigned char> file) override {
-    return guarded<base::SecretBytes>(context(), [&](OSSL_LIB_CTX* library) { return parseSecretKey(library, file); });
+    return guarded<base::SecretBytes>(startedContext(),
+                                      [&](OSSL_LIB_CTX* context) { return parseSecretKey(context, file); });
   }
 
   Result<std::vector<unsigned char>> sha256(std::span<const unsigned char> data) override {
-    return guarded<std::vector<unsigned char>>(context(),
-                                               [&](OSSL_LIB_CTX* library) { return sha256In(library, data); });
+    return guarded<std::vector<unsigned char>>(startedContext(),
+                                               [&](OSSL_LIB_CTX* context) { return sha256In(context, data); });
   }
 
  private:
-  [[nodiscard]] OSSL_LIB_CTX* context() const { return m_library ? m_library->context.get() : nullptr; }
+  /// Null while stopped.
+  [[nodiscard]] OSSL_LIB_CTX* startedContext() const { return m_library ? m_library->context.get() : nullptr; }
 
   std::unique_ptr<OpenSslLibrary> m_library;
 };

@@ -7,43 +7,19 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <openssl/bio.h>
-#include <openssl/bn.h>
 #include <openssl/core_names.h>
 #include <openssl/crypto.h>
-#include <openssl/decoder.h>
-#include <openssl/encoder.h>
-#include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <string>
 #include <string_view>
 
+#include "crypto/openssl/handles.h"
+
 namespace kelt::platform {
 namespace {
 
-using base::Error;
-using base::ErrorKind;
-using base::Result;
 using base::SecretBytes;
 using Bytes = std::span<const unsigned char>;
-
-struct FreeKey {
-  void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-};
-struct FreeDecoder {
-  void operator()(OSSL_DECODER_CTX* decoder) const { OSSL_DECODER_CTX_free(decoder); }
-};
-struct FreeEncoder {
-  void operator()(OSSL_ENCODER_CTX* encoder) const { OSSL_ENCODER_CTX_free(encoder); }
-};
-struct FreeBio {
-  void operator()(BIO* bio) const { BIO_free(bio); }
-};
-struct FreeNumber {
-  void operator()(BIGNUM* number) const { BN_clear_free(number); }
-};
-using Key = std::unique_ptr<EVP_PKEY, FreeKey>;
-using Bio = std::unique_ptr<BIO, FreeBio>;
 
 /// One way of writing a key: the label of its PEM block, and OpenSSL's name of the structure inside.
 struct Form {
@@ -93,14 +69,14 @@ bool bOneSequence(Bytes der) {
 bool bHasSecret(const EVP_PKEY* key) {
   BIGNUM* exponent = nullptr;
   const int found = EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_D, &exponent);
-  const std::unique_ptr<BIGNUM, FreeNumber> owned(exponent);
+  const Number owned(exponent);
   return found == 1;
 }
 
-Key decode(OSSL_LIB_CTX* library, const Kind& kind, const Form& form, Bytes der) {
+Key decode(OSSL_LIB_CTX* context, const Kind& kind, const Form& form, Bytes der) {
   EVP_PKEY* key = nullptr;
-  const std::unique_ptr<OSSL_DECODER_CTX, FreeDecoder> decoder(
-      OSSL_DECODER_CTX_new_for_pkey(&key, "DER", form.structure, "RSA", kind.parts, library, nullptr));
+  const Decoder decoder(
+      OSSL_DECODER_CTX_new_for_pkey(&key, "DER", form.structure, "RSA", kind.parts, context, nullptr));
   if (decoder == nullptr) return nullptr;
   OSSL_DECODER_CTX_set_pem_password_cb(decoder.get(), refusePassphrase, nullptr);
   const unsigned char* rest = der.data();
@@ -113,11 +89,11 @@ Key decode(OSSL_LIB_CTX* library, const Kind& kind, const Form& form, Bytes der)
   return owned;
 }
 
-Result<Key> decodeDer(OSSL_LIB_CTX* library, const Kind& kind, Bytes der, const char* label) {
+Result<Key> decodeDer(OSSL_LIB_CTX* context, const Kind& kind, Bytes der, const char* label) {
   if (!bOneSequence(der)) return malformed("not one complete DER structure, or something follows it");
   for (const Form& form : kind.forms) {
     if (label != nullptr && std::string_view(label) != form.label) continue;
-    if (Key key = decode(library, kind, form, der)) return key;
+    if (Key key = decode(context, kind, form, der)) return key;
   }
   return malformed(std::string("not ") + kind.name);
 }
@@ -179,7 +155,7 @@ bool bOnlyBlanksLeft(BIO* bio) {
   return true;
 }
 
-Result<Key> decodePem(OSSL_LIB_CTX* library, const Kind& kind, Bytes text) {
+Result<Key> decodePem(OSSL_LIB_CTX* context, const Kind& kind, Bytes text) {
   constexpr std::string_view kBegin = "-----BEGIN ";
   if (text.size() < kBegin.size() || std::memcmp(text.data(), kBegin.data(), kBegin.size()) != 0) {
     return malformed("neither DER nor PEM");
@@ -198,22 +174,21 @@ Result<Key> decodePem(OSSL_LIB_CTX* library, const Kind& kind, Bytes text) {
       std::any_of(kind.forms.begin(), kind.forms.end(), [&](const Form& form) { return label == form.label; });
   if (!bKnown) return malformed(std::string("a PEM block that does not hold ") + kind.name);
   if (!bAllRead(text)) return malformed("something else in the PEM block");
-  return decodeDer(library, kind, {block.data, block.size()}, block.label);
+  return decodeDer(context, kind, {block.data, block.size()}, block.label);
 }
 
-Result<Key> readKey(OSSL_LIB_CTX* library, const Kind& kind, Bytes file) {
+Result<Key> readKey(OSSL_LIB_CTX* context, const Kind& kind, Bytes file) {
   if (file.empty()) return malformed("empty");
-  if (file[0] == 0x30) return decodeDer(library, kind, file, nullptr);
+  if (file[0] == 0x30) return decodeDer(context, kind, file, nullptr);
   const auto start = std::find_if_not(file.begin(), file.end(), bBlank);
-  return decodePem(library, kind, {start, file.end()});
+  return decodePem(context, kind, {start, file.end()});
 }
 
 template <typename Container>
-Result<Container> normalise(OSSL_LIB_CTX* library, const Kind& kind, Bytes file) {
-  const Result<Key> key = readKey(library, kind, file);
+Result<Container> normalise(OSSL_LIB_CTX* context, const Kind& kind, Bytes file) {
+  const Result<Key> key = readKey(context, kind, file);
   if (!key) return key.error();
-  const std::unique_ptr<OSSL_ENCODER_CTX, FreeEncoder> encoder(
-      OSSL_ENCODER_CTX_new_for_pkey(key.value().get(), kind.parts, "DER", kind.kept, nullptr));
+  const Encoder encoder(OSSL_ENCODER_CTX_new_for_pkey(key.value().get(), kind.parts, "DER", kind.kept, nullptr));
   unsigned char* der = nullptr;
   std::size_t length = 0;
   if (encoder == nullptr || OSSL_ENCODER_to_data(encoder.get(), &der, &length) != 1) {
@@ -226,12 +201,12 @@ Result<Container> normalise(OSSL_LIB_CTX* library, const Kind& kind, Bytes file)
 
 }  // namespace
 
-Result<std::vector<unsigned char>> parsePublicKey(OSSL_LIB_CTX* library, Bytes file) {
-  return normalise<std::vector<unsigned char>>(library, kPublic, file);
+Result<std::vector<unsigned char>> parsePublicKey(OSSL_LIB_CTX* context, Bytes file) {
+  return normalise<std::vector<unsigned char>>(context, kPublic, file);
 }
 
-Result<SecretBytes> parseSecretKey(OSSL_LIB_CTX* library, Bytes file) {
-  return normalise<SecretBytes>(library, kSecret, file);
+Result<SecretBytes> parseSecretKey(OSSL_LIB_CTX* context, Bytes file) {
+  return normalise<SecretBytes>(context, kSecret, file);
 }
 
 }  // namespace kelt::platform

@@ -11,9 +11,8 @@
 namespace kelt::platform {
 
 /// See CryptoEngine::publicKey and secretKey. May throw std::bad_alloc.
-[[nodiscard]] base::Result<std::vector<unsigned char>> parsePublicKey(OSSL_LIB_CTX* library,
-                                                                      std::span<const unsigned char> file);
-[[nodiscard]] base::Result<base::SecretBytes> parseSecretKey(OSSL_LIB_CTX* library,
-                                                             std::span<const unsigned char> file);
+[[nodiscard]] Result<std::vector<unsigned char>> parsePublicKey(OSSL_LIB_CTX* context,
+                                                                std::span<const unsigned char> file);
+[[nodiscard]] Result<base::SecretBytes> parseSecretKey(OSSL_LIB_CTX* context, std::span<const unsigned char> file);
 
 }  // namespace kelt::platform

@@ -11,17 +11,6 @@
 namespace kelt::platform {
 namespace {
 
-using base::Error;
-using base::ErrorKind;
-using base::Result;
-
-struct FreeConfiguration {
-  void operator()(CONF* configuration) const { NCONF_free(configuration); }
-};
-struct FreeBio {
-  void operator()(BIO* bio) const { BIO_free(bio); }
-};
-
 std::unique_ptr<OpenSslLibrary> newLibrary() {
   auto library = std::make_unique<OpenSslLibrary>();
   library->context.reset(OSSL_LIB_CTX_new());
@@ -32,7 +21,8 @@ std::unique_ptr<OpenSslLibrary> newLibrary() {
   return library;
 }
 
-bool bLoadProvider(OpenSslLibrary& library, const char* name) {
+/// Returns false, with nothing loaded, where the provider is missing or does not start.
+bool loadProvider(OpenSslLibrary& library, const char* name) {
   OSSL_PROVIDER* provider = OSSL_PROVIDER_load(library.context.get(), name);
   if (provider == nullptr) return false;
   library.providers.emplace_back(provider);
@@ -48,12 +38,13 @@ std::string fipsParametersFile() {
 }
 
 /// Gives the FIPS provider its parameters. There is no call for that: they come from a configuration, so one is made in
-/// memory that holds this one provider, instead of reading the system's own with whatever else it sets.
-bool bConfigureFips(OSSL_LIB_CTX* context, const std::string& parametersFile) {
+/// memory that holds this one provider, instead of reading the system's own with whatever else it sets. Returns false
+/// where they do not read.
+bool configureFips(OSSL_LIB_CTX* context, const std::string& parametersFile) {
   const std::string text = "openssl_conf = start\n.include " + parametersFile +
                            "\n[start]\nproviders = providers\n[providers]\nfips = fips_sect\n";
-  const std::unique_ptr<BIO, FreeBio> bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
-  const std::unique_ptr<CONF, FreeConfiguration> configuration(NCONF_new_ex(context, nullptr));
+  const Bio bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+  const Configuration configuration(NCONF_new_ex(context, nullptr));
   if (bio == nullptr || configuration == nullptr) return false;
   long badLine = 0;
   if (NCONF_load_bio(configuration.get(), bio.get(), &badLine) != 1) return false;
@@ -67,9 +58,9 @@ std::unique_ptr<OpenSslLibrary> fipsLibrary() {
   if (library == nullptr) return nullptr;
   OSSL_LIB_CTX* context = library->context.get();
   const std::string parameters = fipsParametersFile();
-  if (!parameters.empty() && !bConfigureFips(context, parameters)) return nullptr;
+  if (!parameters.empty() && !configureFips(context, parameters)) return nullptr;
   // "base" reads and writes key files; it computes nothing.
-  if (!bLoadProvider(*library, "fips") || !bLoadProvider(*library, "base")) return nullptr;
+  if (!loadProvider(*library, "fips") || !loadProvider(*library, "base")) return nullptr;
   if (EVP_set_default_properties(context, "fips=yes") != 1) return nullptr;
   library->module = CryptoModule::kFips;
   return library;
@@ -85,7 +76,7 @@ Result<std::unique_ptr<OpenSslLibrary>> startOpenSsl(bool bFips) {
     if (auto library = fipsLibrary()) return library;
   }
   auto library = newLibrary();
-  if (library == nullptr || !bLoadProvider(*library, "default")) {
+  if (library == nullptr || !loadProvider(*library, "default")) {
     return Error{ErrorKind::kSystem, 0, "OpenSSL cannot be started"};
   }
   return library;

@@ -259,8 +259,8 @@ TEST_F(CryptoEngineTest, ComputesSha256) {
 TEST_F(CryptoEngineTest, DoesNothingWhileStopped) {
   m_engine->stop();
   m_engine->stop();
-  EXPECT_EQ(publicKey(testKey("rsa2048.spki.der")), "refused: the crypto library is not started");
-  EXPECT_EQ(secretKey(testKey("rsa2048.pkcs8.der")), "refused: the crypto library is not started");
+  EXPECT_EQ(publicKey(testKey("rsa2048.spki.der")), "refused: OpenSSL is not started");
+  EXPECT_EQ(secretKey(testKey("rsa2048.pkcs8.der")), "refused: OpenSSL is not started");
   EXPECT_FALSE(m_engine->sha256(bytesOf("abc")).ok());
   ASSERT_TRUE(m_engine->start(false).ok());
   EXPECT_EQ(publicKey(testKey("rsa2048.spki.der")), testKey("rsa2048.spki.der"));
