@@ -60,7 +60,7 @@ class ConfigDirectory {
   [[nodiscard]] State state() const { return m_state; }
 
   /// The same as a Status: ok() when usable. Errors: kNotFound, kRefused (writable by others), kSystem.
-  [[nodiscard]] base::Status usable() const;
+  [[nodiscard]] Status usable() const;
 
   /// Whether it is the system that keeps the directory from being used: not where it is missing or not trusted.
   [[nodiscard]] bool bRefusedBySystem() const noexcept;
@@ -71,7 +71,7 @@ class ConfigDirectory {
 
   /// Whether what next() gave is all there is. Errors: kSystem, where the system broke off the listing, or refused to
   /// tell what an entry is, which was then passed over.
-  [[nodiscard]] base::Status listed() const;
+  [[nodiscard]] Status listed() const;
 
   /// The first of the names that next() has still to give that is the agent's own.
   [[nodiscard]] std::optional<std::string> nextAgent();
@@ -85,11 +85,11 @@ class ConfigDirectory {
   /// Loads the configuration file in the directory `name`, trusted if `use` is kDecides. Errors, each with the path in
   /// its message: kNotFound; kRefused for what is not a regular file or not trusted; kMalformed for what is no XML
   /// document with the root `Configuration` (platform/anxml.h); kTooLarge; kSystem.
-  [[nodiscard]] base::Result<ConfigFile> load(const std::string& name, ConfigUse use = ConfigUse::kDecides) const;
+  [[nodiscard]] Result<ConfigFile> load(const std::string& name, ConfigUse use = ConfigUse::kDecides) const;
 
   /// Loads the agent's own file: that of nextAgent(). Errors: those of usable() and of load(); kNotFound where no
   /// directory is the agent's; those of listed() where one may be, and was not found.
-  [[nodiscard]] base::Result<ConfigFile> loadAgent(ConfigUse use = ConfigUse::kDecides);
+  [[nodiscard]] Result<ConfigFile> loadAgent(ConfigUse use = ConfigUse::kDecides);
 
  private:
   struct Close {

@@ -11,7 +11,7 @@ namespace quorvane_com::orv::configuration {
 namespace {
 
 namespace paths = kelt::platform::paths;
-using kelt::base::Result;
+using kelt::Result;
 using kelt::platform::ConfigDirectory;
 using kelt::platform::ConfigFile;
 

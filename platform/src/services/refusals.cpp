@@ -22,12 +22,12 @@ void logOnce(const std::string& message) {
 
 }  // namespace
 
-void logRefusal(const base::Error& error) noexcept {
+void logRefusal(const Error& error) noexcept {
   logRefusal({}, error);
 }
 
-void logRefusal(const std::string& path, const base::Error& error) noexcept {
-  if (error.kind == base::ErrorKind::kNotFound) return;
+void logRefusal(const std::string& path, const Error& error) noexcept {
+  if (error.kind == ErrorKind::kNotFound) return;
   try {
     const bool bNamed = error.message.find(path) != std::string::npos;
     logOnce(bNamed ? error.message : path + ": " + error.message);

@@ -16,8 +16,8 @@
 
 namespace {
 
-using kelt::base::ErrorKind;
-using kelt::base::Result;
+using kelt::ErrorKind;
+using kelt::Result;
 using kelt::platform::RegistryFile;
 
 /// Far beyond any registry file of the agent.

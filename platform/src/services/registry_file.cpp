@@ -9,9 +9,6 @@
 namespace kelt::platform {
 namespace {
 
-using base::Error;
-using base::ErrorKind;
-using base::Result;
 using base::SecretBytes;
 
 constexpr std::string_view kBlanks = " \t\r\n";

@@ -33,12 +33,12 @@ struct RegistryValue {
 class RegistryFile {
  public:
   /// Takes the content of a file. Errors: kMalformed when it has a zero byte, which no such text has.
-  [[nodiscard]] static base::Result<RegistryFile> parse(base::SecretBytes content);
+  [[nodiscard]] static Result<RegistryFile> parse(base::SecretBytes content);
 
   [[nodiscard]] bool bHasSection(std::string_view section) const;
 
   /// The first value of that name. Errors: kNotFound; kMalformed when it has another type or does not follow its form.
-  [[nodiscard]] base::Result<RegistryValue> find(std::string_view section, std::string_view name) const;
+  [[nodiscard]] Result<RegistryValue> find(std::string_view section, std::string_view name) const;
 
   /// Deletes all lines of all values of that name. Returns false when there is none. An empty line stays in their place
   /// where the value before would otherwise be continued by the line behind.

@@ -136,7 +136,7 @@ bool AFiler::deleteFile(const AString& path) {
 bool AFiler::copyFile(const AString& from, const AString& to) {
   return bDone([&] {
     const auto copied = kelt::base::copyFile(narrow(from), narrow(to));
-    if (!copied && copied.error().kind == kelt::base::ErrorKind::kRefused) kelt::platform::logRefusal(copied.error());
+    if (!copied && copied.error().kind == kelt::ErrorKind::kRefused) kelt::platform::logRefusal(copied.error());
     return copied.ok();
   });
 }

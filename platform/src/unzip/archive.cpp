@@ -11,8 +11,8 @@ namespace {
 constexpr std::uint64_t kPiece = std::uint64_t{64} * 1024;
 constexpr std::size_t kEndRecord = 22;  // the shortest archive: an end record and nothing else
 
-base::Error malformed(std::string message) {
-  return {base::ErrorKind::kMalformed, 0, std::move(message)};
+Error malformed(std::string message) {
+  return {ErrorKind::kMalformed, 0, std::move(message)};
 }
 
 struct CloseEntry {
@@ -27,7 +27,7 @@ bool bPlain(const zip_stat_t& info) {
 
 }  // namespace
 
-base::Result<ZipArchive> ZipArchive::open(std::span<const unsigned char> content) {
+Result<ZipArchive> ZipArchive::open(std::span<const unsigned char> content) {
   // The library takes an empty file for an empty archive.
   if (content.size() < kEndRecord) return malformed("too short for a zip archive");
   zip_error_t error;
@@ -35,7 +35,7 @@ base::Result<ZipArchive> ZipArchive::open(std::span<const unsigned char> content
   zip_source_t* source = zip_source_buffer_create(content.data(), content.size(), 0, &error);
   zip_t* archive = source == nullptr ? nullptr : zip_open_from_source(source, ZIP_RDONLY, &error);
   if (archive == nullptr) {
-    base::Error failure = malformed(std::string("not a zip archive: ") + zip_error_strerror(&error));
+    Error failure = malformed(std::string("not a zip archive: ") + zip_error_strerror(&error));
     zip_error_fini(&error);
     if (source != nullptr) zip_source_free(source);
     return failure;
@@ -49,7 +49,7 @@ std::uint64_t ZipArchive::count() const {
   return entries < 0 ? 0 : static_cast<std::uint64_t>(entries);
 }
 
-base::Result<ZipEntry> ZipArchive::describe(std::uint64_t index) const {
+Result<ZipEntry> ZipArchive::describe(std::uint64_t index) const {
   zip_stat_t info;
   zip_stat_init(&info);
   const char* name = zip_get_name(m_archive.get(), index, ZIP_FL_ENC_RAW);
@@ -66,7 +66,7 @@ base::Result<ZipEntry> ZipArchive::describe(std::uint64_t index) const {
   return ZipEntry{index, name, info.size, (attributes >> 16U) & std::uint32_t{S_IFMT}, bPlain(info)};
 }
 
-base::Status ZipArchive::read(const ZipEntry& entry, const ZipSink& sink) const {
+Status ZipArchive::read(const ZipEntry& entry, const ZipSink& sink) const {
   const std::unique_ptr<zip_file_t, CloseEntry> file(zip_fopen_index(m_archive.get(), entry.index, ZIP_FL_UNCHANGED));
   if (!file) return malformed("an entry that cannot be opened");
   // Room for one byte more than declared shows an entry that is longer.

@@ -23,22 +23,22 @@ struct ZipEntry {
 };
 
 /// Takes one piece of an entry's content.
-using ZipSink = std::function<base::Status(std::span<const unsigned char>)>;
+using ZipSink = std::function<Status(std::span<const unsigned char>)>;
 
 /// An open archive. It reads from the memory given to open, which must outlive it.
 class ZipArchive {
  public:
   /// Errors: kMalformed when `content` does not end as a zip archive does or its directory cannot be read.
-  [[nodiscard]] static base::Result<ZipArchive> open(std::span<const unsigned char> content);
+  [[nodiscard]] static Result<ZipArchive> open(std::span<const unsigned char> content);
 
   [[nodiscard]] std::uint64_t count() const;
 
   /// Errors: kMalformed when the entry has no readable description.
-  [[nodiscard]] base::Result<ZipEntry> describe(std::uint64_t index) const;
+  [[nodiscard]] Result<ZipEntry> describe(std::uint64_t index) const;
 
   /// Unpacks an entry piece by piece into `sink`. Errors: kMalformed when the content is damaged, its checksum is wrong
   /// or its length is not the declared one (never more than that reaches the sink); whatever the sink reports.
-  [[nodiscard]] base::Status read(const ZipEntry& entry, const ZipSink& sink) const;
+  [[nodiscard]] Status read(const ZipEntry& entry, const ZipSink& sink) const;
 
  private:
   struct Discard {

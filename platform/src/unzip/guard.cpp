@@ -16,11 +16,11 @@ constexpr std::size_t kMaxNameBytes = 512;
 constexpr std::size_t kMaxPartBytes = 255;  // what a file system takes
 constexpr std::size_t kMaxLevels = 16;
 
-base::Error refused(std::string_view message) {
-  return {base::ErrorKind::kRefused, 0, std::string(message)};
+Error refused(std::string_view message) {
+  return {ErrorKind::kRefused, 0, std::string(message)};
 }
-base::Error tooLarge(std::string_view message) {
-  return {base::ErrorKind::kTooLarge, 0, std::string(message)};
+Error tooLarge(std::string_view message) {
+  return {ErrorKind::kTooLarge, 0, std::string(message)};
 }
 
 bool bForbiddenUnit(wchar_t wide) {
@@ -77,7 +77,7 @@ bool bKindAgrees(const ZipEntry& entry, bool directory) {
   return entry.type == 0 || entry.type == S_IFREG;
 }
 
-base::Result<JudgedEntry> judgeEntry(const ZipArchive& archive, std::uint64_t index) {
+Result<JudgedEntry> judgeEntry(const ZipArchive& archive, std::uint64_t index) {
   auto described = archive.describe(index);
   if (!described) return described.error();
   JudgedEntry judged;
@@ -94,7 +94,7 @@ base::Result<JudgedEntry> judgeEntry(const ZipArchive& archive, std::uint64_t in
   return judged;
 }
 
-base::Result<std::vector<JudgedEntry>> judgeDescriptions(const ZipArchive& archive) {
+Result<std::vector<JudgedEntry>> judgeDescriptions(const ZipArchive& archive) {
   if (archive.count() > kMaxEntries) return tooLarge("too many entries");
   std::vector<JudgedEntry> entries;
   NameBook names;
@@ -110,8 +110,8 @@ base::Result<std::vector<JudgedEntry>> judgeDescriptions(const ZipArchive& archi
   return entries;
 }
 
-base::Status judgeContents(const ZipArchive& archive, const std::vector<JudgedEntry>& entries) {
-  const ZipSink nowhere = [](std::span<const unsigned char>) { return base::Status(); };
+Status judgeContents(const ZipArchive& archive, const std::vector<JudgedEntry>& entries) {
+  const ZipSink nowhere = [](std::span<const unsigned char>) { return Status(); };
   for (const JudgedEntry& judged : entries) {
     if (auto status = archive.read(judged.entry, nowhere); !status) return status;
   }
@@ -120,7 +120,7 @@ base::Status judgeContents(const ZipArchive& archive, const std::vector<JudgedEn
 
 }  // namespace
 
-base::Result<std::vector<std::string>> partsOfName(std::string_view name) {
+Result<std::vector<std::string>> partsOfName(std::string_view name) {
   if (name.size() > kMaxNameBytes || !bHarmlessText(name)) return refused("a name with forbidden characters");
   std::vector<std::string> parts;
   std::size_t start = 0;
@@ -134,7 +134,7 @@ base::Result<std::vector<std::string>> partsOfName(std::string_view name) {
   return parts;
 }
 
-base::Result<std::vector<JudgedEntry>> judgeArchive(const ZipArchive& archive) {
+Result<std::vector<JudgedEntry>> judgeArchive(const ZipArchive& archive) {
   auto entries = judgeDescriptions(archive);
   if (!entries) return entries;
   if (auto status = judgeContents(archive, entries.value()); !status) return status.error();

@@ -20,10 +20,10 @@ struct JudgedEntry {
 
 /// Splits an entry's name (without the "/" behind a directory's) into its parts.
 /// Errors: kRefused when it is no harmless relative name (the rules are at NsUnzip).
-[[nodiscard]] base::Result<std::vector<std::string>> partsOfName(std::string_view name);
+[[nodiscard]] Result<std::vector<std::string>> partsOfName(std::string_view name);
 
 /// Judges every entry of an archive: name, kind, packing, size, content. Nothing is written.
 /// Errors: kRefused, kTooLarge, kMalformed for an archive of which nothing may be written.
-[[nodiscard]] base::Result<std::vector<JudgedEntry>> judgeArchive(const ZipArchive& archive);
+[[nodiscard]] Result<std::vector<JudgedEntry>> judgeArchive(const ZipArchive& archive);
 
 }  // namespace kelt::platform

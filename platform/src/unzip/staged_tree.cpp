@@ -19,8 +19,8 @@ bool bDirectoryThere(int parent, const std::string& name) {
   return ::fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode);
 }
 
-base::Error directoryInTheWay() {
-  return {base::ErrorKind::kRefused, EISDIR, "a directory stands where a file of the archive goes"};
+Error directoryInTheWay() {
+  return {ErrorKind::kRefused, EISDIR, "a directory stands where a file of the archive goes"};
 }
 
 /// Errors by which kernels and file systems say that they exchange no names.
@@ -48,13 +48,13 @@ StagedTree::~StagedTree() {
   if (!m_committed) takeBack();
 }
 
-base::Status StagedTree::add(const ZipArchive& archive, const JudgedEntry& judged) {
+Status StagedTree::add(const ZipArchive& archive, const JudgedEntry& judged) {
   if (!judged.directory) return addFile(archive, judged);
   const auto made = directoryFor(judged.parts, judged.parts.size());
-  return made ? base::Status() : base::Status(made.error());
+  return made ? Status() : Status(made.error());
 }
 
-base::Status StagedTree::commit() {
+Status StagedTree::commit() {
   for (StagedFile& file : m_files) {
     if (auto done = takeName(file); !done) return done;
   }
@@ -63,7 +63,7 @@ base::Status StagedTree::commit() {
   return {};
 }
 
-base::Result<int> StagedTree::directoryFor(const Parts& parts, std::size_t count) {
+Result<int> StagedTree::directoryFor(const Parts& parts, std::size_t count) {
   int current = m_root.get();
   std::string path;
   for (std::size_t i = 0; i < count; ++i) {
@@ -81,7 +81,7 @@ base::Result<int> StagedTree::directoryFor(const Parts& parts, std::size_t count
   return current;
 }
 
-base::Result<base::UniqueFd> StagedTree::openOrMake(int parent, const std::string& name) {
+Result<base::UniqueFd> StagedTree::openOrMake(int parent, const std::string& name) {
   m_made.push_back({parent, name});  // known before it is there
   const bool bMade = ::mkdirat(parent, name.c_str(), 0700) == 0;
   const int error = errno;
@@ -93,7 +93,7 @@ base::Result<base::UniqueFd> StagedTree::openOrMake(int parent, const std::strin
   return fd;
 }
 
-base::Status StagedTree::addFile(const ZipArchive& archive, const JudgedEntry& judged) {
+Status StagedTree::addFile(const ZipArchive& archive, const JudgedEntry& judged) {
   const auto directory = directoryFor(judged.parts, judged.parts.size() - 1);
   if (!directory) return directory.error();
   const std::string& name = judged.parts.back();
@@ -111,19 +111,19 @@ base::Status StagedTree::addFile(const ZipArchive& archive, const JudgedEntry& j
 }
 
 /// What stands under the name is kept under a temporary one, until all files have theirs.
-base::Status StagedTree::takeName(StagedFile& file) {
+Status StagedTree::takeName(StagedFile& file) {
   if (bDirectoryThere(file.directory, file.name)) return directoryInTheWay();
-  base::Status done = file.temporary->exchangeWith(file.name);
+  Status done = file.temporary->exchangeWith(file.name);
   if (!done && bExchangeUnknown(done.error().sysErrno)) done = keepAndReplace(file);
   if (done) file.standing = Standing::kReplaced;
-  if (done || done.error().kind != base::ErrorKind::kNotFound) return done;
+  if (done || done.error().kind != ErrorKind::kNotFound) return done;
   // Nothing stands there.
   done = file.temporary->renameTo(file.name);
   if (done) file.standing = Standing::kNew;
   return done;
 }
 
-base::Status StagedTree::keepAndReplace(StagedFile& file) {
+Status StagedTree::keepAndReplace(StagedFile& file) {
   auto old = base::TemporaryFile::keep(file.directory, file.name);
   if (!old) return old.error();
   if (auto done = file.temporary->renameTo(file.name); !done) return done;
@@ -131,7 +131,7 @@ base::Status StagedTree::keepAndReplace(StagedFile& file) {
   return {};
 }
 
-base::Status StagedTree::syncAll() const {
+Status StagedTree::syncAll() const {
   for (const auto& [path, fd] : m_directories) {
     if (auto done = base::syncDirectory(fd.get(), path); !done) return done;
   }

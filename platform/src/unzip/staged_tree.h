@@ -32,11 +32,11 @@ class StagedTree {
   /// Makes one entry: a directory (0700, kept if it is there) or a file (0600) under a temporary name, and the
   /// directories above it. No symbolic link on the way is followed. What an earlier run left in a directory that is
   /// there is swept. Errors: kSystem; kRefused when something stands in the way.
-  [[nodiscard]] base::Status add(const ZipArchive& archive, const JudgedEntry& judged);
+  [[nodiscard]] Status add(const ZipArchive& archive, const JudgedEntry& judged);
 
   /// Gives all files their names, in place of files and links of those names, and makes that and the new directories
   /// durable. Errors: kSystem; kRefused when a directory has such a name; the destructor then takes back what was done.
-  [[nodiscard]] base::Status commit();
+  [[nodiscard]] Status commit();
 
  private:
   using Parts = std::vector<std::string>;
@@ -53,12 +53,12 @@ class StagedTree {
   };
 
   /// The directory of the first `count` parts, made if need be.
-  [[nodiscard]] base::Result<int> directoryFor(const Parts& parts, std::size_t count);
-  [[nodiscard]] base::Result<base::UniqueFd> openOrMake(int parent, const std::string& name);
-  [[nodiscard]] base::Status addFile(const ZipArchive& archive, const JudgedEntry& judged);
-  [[nodiscard]] static base::Status takeName(StagedFile& file);
-  [[nodiscard]] static base::Status keepAndReplace(StagedFile& file);
-  [[nodiscard]] base::Status syncAll() const;
+  [[nodiscard]] Result<int> directoryFor(const Parts& parts, std::size_t count);
+  [[nodiscard]] Result<base::UniqueFd> openOrMake(int parent, const std::string& name);
+  [[nodiscard]] Status addFile(const ZipArchive& archive, const JudgedEntry& judged);
+  [[nodiscard]] static Status takeName(StagedFile& file);
+  [[nodiscard]] static Status keepAndReplace(StagedFile& file);
+  [[nodiscard]] Status syncAll() const;
   void takeBack() noexcept;
 
   base::DeferredSignals m_signals;

@@ -15,7 +15,7 @@ namespace {
 /// What the largest reply that provisioning keeps can hold.
 constexpr std::size_t kMaxArchive = std::size_t{24} * 1024 * 1024;
 
-base::Status unpack(const ZipArchive& archive, const std::vector<JudgedEntry>& entries, const char* directory) {
+Status unpack(const ZipArchive& archive, const std::vector<JudgedEntry>& entries, const char* directory) {
   // The directory itself is the caller's choice, and may well be a link.
   base::UniqueFd root(::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!root) return base::systemError("open the target directory");
@@ -26,7 +26,7 @@ base::Status unpack(const ZipArchive& archive, const std::vector<JudgedEntry>& e
   return tree.commit();
 }
 
-base::Status unzip(const char* file, const char* directory) {
+Status unzip(const char* file, const char* directory) {
   const auto content = base::readFile(file, kMaxArchive);
   if (!content) return content.error();
   const auto archive = ZipArchive::open(content.value());

@@ -14,8 +14,8 @@
 
 namespace {
 
-using kelt::base::ErrorKind;
-using kelt::base::Result;
+using kelt::ErrorKind;
+using kelt::Result;
 using kelt::platform::XmlDocument;
 using kelt::platform::XmlElement;
 

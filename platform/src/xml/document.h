@@ -18,8 +18,8 @@ class XmlDocument {
  public:
   /// Holds the document in `bytes`. Errors: kMalformed when it is refused (xml/judge.h) or its root is not `rootName`;
   /// kSystem for want of memory.
-  [[nodiscard]] static base::Result<std::unique_ptr<XmlDocument>> load(std::span<const unsigned char> bytes,
-                                                                       const std::string& rootName);
+  [[nodiscard]] static Result<std::unique_ptr<XmlDocument>> load(std::span<const unsigned char> bytes,
+                                                                 const std::string& rootName);
 
   /// A new document with an empty root element.
   [[nodiscard]] static std::unique_ptr<XmlDocument> create(const std::string& rootName);
@@ -29,7 +29,7 @@ class XmlDocument {
   ~XmlDocument() = default;
 
   /// The document as bytes (xml/writer.h) that load() accepts. Errors: kMalformed when it holds what no document can.
-  [[nodiscard]] base::Result<std::string> serialise() const;
+  [[nodiscard]] Result<std::string> serialise() const;
 
   [[nodiscard]] pugi::xml_node root() const { return m_tree.document_element(); }
 

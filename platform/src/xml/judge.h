@@ -26,9 +26,9 @@ struct XmlVerdict {
 /// US-ASCII or ISO-8859-1 as declared, and UTF-16 (RFC 2781) of either byte order with a byte order mark and with no
 /// other encoding declared. Errors: kMalformed, with the reason, and the line where one is at fault, in the message;
 /// kSystem for want of memory.
-[[nodiscard]] base::Result<XmlVerdict> judgeXml(std::span<const unsigned char> document);
+[[nodiscard]] Result<XmlVerdict> judgeXml(std::span<const unsigned char> document);
 
 /// The error of a document for which there is too little memory, which says nothing about the document.
-[[nodiscard]] base::Error noMemoryForXml();
+[[nodiscard]] Error noMemoryForXml();
 
 }  // namespace kelt::platform

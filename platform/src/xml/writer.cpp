@@ -8,10 +8,6 @@
 namespace kelt::platform {
 namespace {
 
-using base::Error;
-using base::ErrorKind;
-using base::Result;
-
 /// Whether the tokeniser of a reader takes `name` as one name. Its characters beyond ASCII, and what may stand first,
 /// are the judge's to check: they cannot change where the name ends.
 bool bOneName(std::string_view name) {

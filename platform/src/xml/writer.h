@@ -16,6 +16,6 @@ namespace kelt::platform {
 /// "<a></a>". Nodes that only a DOCTYPE or a declaration makes are left out.
 /// Errors: kMalformed for a name that would not read back as this name, and for nesting that is too deep. Values are
 /// not validated: judge the bytes (xml/judge.h) before they are used.
-[[nodiscard]] base::Result<std::string> writeXml(const pugi::xml_document& document);
+[[nodiscard]] Result<std::string> writeXml(const pugi::xml_document& document);
 
 }  // namespace kelt::platform
