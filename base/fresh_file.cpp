@@ -32,4 +32,12 @@ Status FreshFile::publish() {
   return m_file.publish(m_place);
 }
 
+Status makeFreshFile(const std::string& path, std::string_view text) {
+  auto file = FreshFile::create(path);
+  if (!file) return file.error();
+  if (auto done = file.value().write({reinterpret_cast<const unsigned char*>(text.data()), text.size()}); !done)
+    return done;
+  return file.value().publish();
+}
+
 }  // namespace kelt::base

@@ -3,6 +3,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "base/file_place.h"
 #include "base/result.h"
@@ -34,5 +35,8 @@ class FreshFile {
   Place m_place;
   TemporaryFile m_file;
 };
+
+/// Makes the file at `path` in one go, with the content `text`. Errors: those of create, write and publish.
+[[nodiscard]] Status makeFreshFile(const std::string& path, std::string_view text);
 
 }  // namespace kelt::base

@@ -64,14 +64,6 @@ void logProblem(const std::string& text) {
   logError(L"keltcfg", base::toWide(text).c_str());
 }
 
-base::Status writeMark(const std::string& path, const std::string& text) {
-  auto file = base::FreshFile::create(path);
-  if (!file) return file.error();
-  if (auto done = file.value().write({reinterpret_cast<const unsigned char*>(text.data()), text.size()}); !done)
-    return done;
-  return file.value().publish();
-}
-
 }  // namespace
 
 WorkMark::WorkMark() : m_path(markPath()) {
@@ -138,7 +130,7 @@ void WorkMark::begin(const BegunWork& work) {
   m_bOwn = true;
   // None that could not be removed again.
   const base::Status opened = m_place.directory ? base::Status() : open();
-  if (const auto done = !opened ? opened : writeMark(m_path, textOf(work)); !done)
+  if (const auto done = !opened ? opened : base::makeFreshFile(m_path, textOf(work)); !done)
     logProblem("No mark of unfinished work could be made: " + done.error().message);
 }
 

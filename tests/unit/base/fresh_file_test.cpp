@@ -24,10 +24,7 @@ std::span<const unsigned char> bytesOf(const std::string& text) {
 
 class FreshFileOf : public tests::PrivateDevice {
  protected:
-  static bool made(const std::string& path, const std::string& text) {
-    auto file = FreshFile::create(path);
-    return file && file.value().write(bytesOf(text)) && file.value().publish();
-  }
+  static bool made(const std::string& path, const std::string& text) { return makeFreshFile(path, text).ok(); }
 };
 
 TEST_F(FreshFileOf, MakesAFileThatOnlyItsOwnerReads) {
