@@ -24,6 +24,8 @@ boost::mutex mtxProvision;
 namespace {
 
 using base::FreshFile;
+using quorvane_com::orv::tellcomn_ansi_to_wide;
+using quorvane_com::orv::tellcomn_wide_to_ansi;
 
 constexpr std::string_view kSuccessMark = "OK:\r\n";
 constexpr std::string_view kDefaultPort = "8443";
@@ -46,29 +48,24 @@ Status fetch(std::string_view server, std::string_view user, std::string_view pa
   return fetchPackage(access, host, port);
 }
 
-Status examineReply() {
+/// Whether the reply is whole and says that it is a package. None at all gets a hint at the likeliest reason.
+Status examineReply(const Reply& reply) {
   base::print(messages::kExamining);
-  const Status status = completed(sB64data.starts_with(kSuccessMark) && !bReplyCut(), kBadReply);
-  if (status != kSuccess && sB64data.empty() && !bReplyCut()) base::print(messages::kNoResponse);
+  const Status status = completed(reply.text().starts_with(kSuccessMark) && !reply.bCut(), kBadReply);
+  if (status != kSuccess && reply.text().empty() && !reply.bCut()) base::print(messages::kNoResponse);
   return status;
 }
 
-bool bWritten(const std::string& path, const std::string& text) {
-  auto file = FreshFile::create(path);
-  if (!file) return false;
-  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-  return file.value().write({bytes, text.size()}).ok() && file.value().publish().ok();
-}
-
-/// Fills and publishes the file of the archive in the reply, which is empty where the reply is no base64.
-bool bArchiveWritten(FreshFile& zip, const std::string& path) {
-  const std::string_view base64 = std::string_view(sB64data).substr(kSuccessMark.size());
+/// Fills and publishes the file of the archive in the reply, which is empty where the reply is no base64. Returns
+/// whether that was possible.
+bool writeArchive(FreshFile& zip, const std::string& path) {
+  const std::string_view base64 = std::string_view(serverReply.text()).substr(kSuccessMark.size());
   const auto write = [&zip](std::span<const unsigned char> piece) { return zip.write(piece).ok(); };
   switch (decodeInPieces(base64, write)) {
     case Decoding::kDone:
       return zip.publish().ok();
     case Decoding::kNoBase64:
-      return bWritten(path, {});
+      return base::makeFreshFile(path, {}).ok();
     default:
       return false;
   }
@@ -79,27 +76,30 @@ Status writeZip(const std::string& path) {
   auto zip = FreshFile::create(path);
   if (const Status status = completed(zip.ok(), kZipNotCreated); status != kSuccess) return status;
   base::print(messages::kWritingZip);
-  return completed(bArchiveWritten(zip.value(), path), kZipNotWritten);
+  return completed(writeArchive(zip.value(), path), kZipNotWritten);
 }
 
 Status unzip(const std::string& zip, const std::string& directory) {
   base::print(messages::kUnzipping);
   const Status status = completed(NsUnzip(zip.c_str(), directory.c_str()) != -1, kNotUnzipped);
-  if (status == kSuccess) (void)AFiler::deleteFile(quorvane_com::orv::tellcomn_ansi_to_wide(zip));
+  if (status == kSuccess) (void)AFiler::deleteFile(tellcomn_ansi_to_wide(zip));
   return status;
 }
 
-Status readMode(const std::wstring& dir, std::wstring& mode) {
+Status readMode(const std::string& directory, std::string& mode) {
   base::print(messages::kReadingMode);
-  const std::wstring path = dir + L"/sitelist.xml";
+  const std::wstring path = tellcomn_ansi_to_wide(directory + "/sitelist.xml");
+  std::wstring read;
   // What the package does not bring must not come from somebody else.
-  const bool bAllOurs = bStrangersRemoved(ACharString(dir.c_str()).str());
-  return completed(bAllOurs && sitehlp::CSitesHelper(path).GetSitelistFipsMode(path, mode) == 0, kModeNotRead);
+  const bool bAllOurs = removeStrangers(directory);
+  const bool bRead = bAllOurs && sitehlp::CSitesHelper(path).GetSitelistFipsMode(path, read) == 0;
+  mode = tellcomn_wide_to_ansi(read);
+  return completed(bRead, kModeNotRead);
 }
 
-Status writeMode(const std::string& path, const std::wstring& mode) {
+Status writeMode(const std::string& path, const std::string& mode) {
   base::print(messages::kWritingMode);
-  return completed(bWritten(path, ACharString(mode.c_str()).str()), kModeNotWritten);
+  return completed(base::makeFreshFile(path, mode).ok(), kModeNotWritten);
 }
 
 Status renameSiteList(const std::string& directory) {
@@ -112,8 +112,7 @@ Status renameSiteList(const std::string& directory) {
 /// What an earlier run left in the directory when it was cut off.
 void sweep(const std::string& directory) {
   for (const std::string& path : base::sweepDirectory(directory))
-    logInfo(L"keltcfg",
-            quorvane_com::orv::tellcomn_ansi_to_wide("Removed what an interrupted run left, " + path).c_str());
+    logInfo(L"keltcfg", tellcomn_ansi_to_wide("Removed what an interrupted run left, " + path).c_str());
 }
 
 Status unpackReply(const std::string& directory) {
@@ -125,15 +124,14 @@ Status unpackReply(const std::string& directory) {
 
 }  // namespace
 
-Status provisionFiles(const std::wstring& dir, std::string_view server, std::string_view user,
+Status provisionFiles(const std::string& directory, std::string_view server, std::string_view user,
                       std::string_view password) {
   const boost::mutex::scoped_lock lock(mtxProvision);
-  const std::string directory = ACharString(dir.c_str()).str();
   if (const Status status = fetch(server, user, password); status != kSuccess) return status;
-  if (const Status status = examineReply(); status != kSuccess) return status;
+  if (const Status status = examineReply(serverReply); status != kSuccess) return status;
   if (const Status status = unpackReply(directory); status != kSuccess) return status;
-  std::wstring mode;
-  if (const Status status = readMode(dir, mode); status != kSuccess) return status;
+  std::string mode;
+  if (const Status status = readMode(directory, mode); status != kSuccess) return status;
   claimLegacyNames(directory);
   if (const Status status = writeMode(directory + "/agentfipsmode", mode); status != kSuccess) return status;
   return renameSiteList(directory);

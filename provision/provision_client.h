@@ -12,9 +12,9 @@ namespace kelt::provision {
 /// Held for the whole of a provisioning.
 extern boost::mutex mtxProvision;
 
-/// What Provision::iGetProvisionFiles promises. What it makes of the password is wiped when it returns. May throw
-/// std::bad_alloc.
-[[nodiscard]] Status provisionFiles(const std::wstring& dir, std::string_view server, std::string_view user,
+/// What Provision::iGetProvisionFiles promises, with `directory` in UTF-8. What it makes of the password is wiped when
+/// it returns. Throws std::bad_alloc; the files that were written by then stay.
+[[nodiscard]] Status provisionFiles(const std::string& directory, std::string_view server, std::string_view user,
                                     std::string_view password);
 
 }  // namespace kelt::provision

@@ -4,11 +4,12 @@
 namespace kelt::provision {
 
 inline constexpr const char* kProvisionEntry = "kelt_provision_files";
-using ProvisionEntry = int (*)(const wchar_t* dir, const char* server, const char* user, const char* password);
+using ProvisionEntry = int (*)(const char* directory, const char* server, const char* user, const char* password);
 
 }  // namespace kelt::provision
 
-/// Provision::iGetProvisionFiles with its texts as zero-terminated strings.
-extern "C" __attribute__((visibility("default"))) int kelt_provision_files(const wchar_t* dir, const char* server,
+/// Provision::iGetProvisionFiles with its texts as zero-terminated strings, UTF-8 all of them. Returns its status;
+/// kTransferFailed, with a line on the console, where there is no memory.
+extern "C" __attribute__((visibility("default"))) int kelt_provision_files(const char* directory, const char* server,
                                                                            const char* user,
                                                                            const char* password) noexcept;

@@ -2,6 +2,7 @@
 
 #include "base/console.h"
 #include "base/module_loader.h"
+#include "platform/astring.h"
 #include "platform/refusals.h"
 #include "provision/messages.h"
 #include "provision/provision.h"
@@ -23,7 +24,9 @@ int Provision::iGetProvisionFiles(const std::wstring& dir, const std::string& se
     base::print("\n" + std::string(messages::kNotLoadable) + entry.error().message + "\n");
     return kNoCurl;
   }
-  return reinterpret_cast<ProvisionEntry>(entry.value())(dir.c_str(), server.c_str(), user.c_str(), password.c_str());
+  const std::string directory = quorvane_com::orv::tellcomn_wide_to_ansi(dir);
+  const auto provisionFiles = reinterpret_cast<ProvisionEntry>(entry.value());
+  return provisionFiles(directory.c_str(), server.c_str(), user.c_str(), password.c_str());
 }
 
 }  // namespace kelt::provision

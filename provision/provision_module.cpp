@@ -3,9 +3,9 @@
 #include "provision/provision_client.h"
 #include "provision/provision_entry.h"
 
-int kelt_provision_files(const wchar_t* dir, const char* server, const char* user, const char* password) noexcept {
+int kelt_provision_files(const char* directory, const char* server, const char* user, const char* password) noexcept {
   try {
-    return kelt::provision::provisionFiles(dir, server, user, password);
+    return kelt::provision::provisionFiles(directory, server, user, password);
   } catch (...) {
     // Nothing throws but a lack of memory. It came between two progress texts or after one; a line of its own is clear.
     kelt::base::print("\n");

@@ -43,7 +43,7 @@ bool bOursAt(const std::string& path) {
 }
 
 /// Returns whether nothing under the name can become the agent's now that is not ours.
-bool bStrangerRemoved(const std::string& directory, const Name& name) {
+bool removeStranger(const std::string& directory, const Name& name) {
   const std::string path = directory + name.text;
   struct stat info {};
   if (::lstat(path.c_str(), &info) != 0) return errno == ENOENT;
@@ -57,10 +57,10 @@ bool bStrangerRemoved(const std::string& directory, const Name& name) {
 
 }  // namespace
 
-bool bStrangersRemoved(const std::string& directory) {
+bool removeStrangers(const std::string& directory) {
   bool bAll = true;
   for (const Name& name : kNames) {
-    if (!bStrangerRemoved(directory, name)) bAll = false;
+    if (!removeStranger(directory, name)) bAll = false;
   }
   return bAll;
 }
@@ -68,8 +68,7 @@ bool bStrangersRemoved(const std::string& directory) {
 void claimLegacyNames(const std::string& directory) {
   for (const KeyForms& key : kKeys) {
     if (!bOursAt(directory + key.full) || bOursAt(directory + key.legacy)) continue;
-    auto file = base::FreshFile::create(directory + key.legacy);
-    if (file) static_cast<void>(file.value().publish());
+    static_cast<void>(base::makeFreshFile(directory + key.legacy, {}));
   }
 }
 

@@ -7,10 +7,12 @@ namespace kelt::provision {
 
 /// Removes strangers' files: whatever stands in `directory` under the name of a key file or of the site list (as it is
 /// received, and as the switch wants it) and is not a regular file of this process's user, under one name only and
-/// closed to other users' writing. Each one is told in the agent's log. Returns whether none is left; a directory
-/// cannot be removed, for instance. One under a name that provisioning is about to write itself is left to that step,
-/// which fails there with a status of its own.
-[[nodiscard]] bool bStrangersRemoved(const std::string& directory);
+/// closed to other users' writing. Each one is told in the agent's log.
+///
+/// Returns whether none is left; all that can be removed are gone even then. A directory cannot be removed, for
+/// instance. One under a name that provisioning is about to write itself is left to that step, which fails there with a
+/// status of its own, and does not count.
+[[nodiscard]] bool removeStrangers(const std::string& directory);
 
 /// Makes the legacy form of a key, empty, where the package brought its 2048-bit form alone, as the switch would do
 /// later: from now on nobody can put a key of his own under that name, in a directory that is sticky. Whatever stands

@@ -1,7 +1,6 @@
 #include "provision/transfer.h"
 
 #include <curl/curl.h>
-#include <exception>
 #include <memory>
 #include <new>
 
@@ -13,31 +12,11 @@
 namespace kelt::provision {
 
 std::string sB64data;
+Reply serverReply(sB64data);
 
 namespace {
 
 constexpr const char* kPath = "/remote/RepositoryMgmt.PackageManagedAgentFilesCmd.do";
-bool replyCut = false;
-
-/// Makes room for the largest reply: address space that costs memory only as far as it is filled, and saves growing by
-/// copies.
-void reserveReply() {
-  try {
-    sB64data.reserve(kMaxReply);
-  } catch (const std::exception&) {
-    return;  // it then grows as it can
-  }
-}
-
-bool bKept(const char* data, std::size_t length) {
-  if (replyCut || length > kMaxReply - sB64data.size()) return false;
-  try {
-    sB64data.append(data, length);
-  } catch (const std::exception&) {
-    return false;  // must not pass through libcurl
-  }
-  return true;
-}
 
 /// A handle, which holds the password, and what libcurl holds for all of them.
 struct EndTransfer {
@@ -81,13 +60,9 @@ void setOptions(CURL* curl, const ServerAccess& access) {
 
 }  // namespace
 
-bool bReplyCut() {
-  return replyCut;
-}
-
 std::size_t Write_Callback(void* data, std::size_t size, std::size_t count, void* /*userData*/) {
   const std::size_t length = size * count;
-  if (!bKept(static_cast<const char*>(data), length)) replyCut = true;
+  serverReply.add({static_cast<const char*>(data), length});
   return length;
 }
 
@@ -103,7 +78,7 @@ Status fetchPackage(const ServerAccess& access, const std::string& host, const s
   setAddressScopeIfRequired(transfer.get(), host, port);
   avoidHttp2(transfer.get());
   keepNoSessions(transfer.get());
-  reserveReply();
+  serverReply.reserve();
   base::print(messages::kContacting);
   const CURLcode result = curl_easy_perform(transfer.get());
   transfer.reset();

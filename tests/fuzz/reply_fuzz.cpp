@@ -181,13 +181,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   kelt::tests::cannedServer() = {};
   kelt::tests::cannedServer().reply = reply;
   kelt::tests::cannedServer().piece = data[1];
-  kelt::provision::sB64data.clear();
+  kelt::provision::serverReply.clear();
   fs::remove_all(kTop);
   kelt::tests::putDirectory(kDirectory, 0700);
 
   int status = -1;
   const std::string printed = kelt::tests::standardOutputOf(
-      [&] { status = kelt::provision::provisionFiles(L"/tmp/reply/source", "server", "user", "password"); });
+      [&] { status = kelt::provision::provisionFiles("/tmp/reply/source", "server", "user", "password"); });
   require(printed == printedFor(status, reply.empty()), "it prints each step and how it ended");
   checkOutcome(reply, status);
   checkFiles(reply);

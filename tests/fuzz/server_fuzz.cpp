@@ -136,7 +136,7 @@ void checkRequest(const std::string& server, const Split& split) {
   cannedServer().bReachable = false;
   int status = -1;
   const std::string printed = kelt::tests::standardOutputOf(
-      [&] { status = kelt::provision::provisionFiles(L"/tmp/nowhere", server, "user", "password"); });
+      [&] { status = kelt::provision::provisionFiles("/tmp/nowhere", server, "user", "password"); });
   require(status == kelt::provision::kTransferFailed, "no server, no transfer");
   require(printed == "Initializing CURL...\nCurl initialization OK\nContacting Zentor... ERROR\n", "it says so");
   require(cannedServer().url == "https://" + server + (split.bPort ? "" : ":8443") +

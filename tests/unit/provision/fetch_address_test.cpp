@@ -27,7 +27,7 @@ class FetchAddress : public tests::PrivateDevice {
 
   /// Asks a server at which nobody listens.
   static void provision(const std::string& server) {
-    (void)tests::outputOf([&] { EXPECT_EQ(provisionFiles(L"/tmp", server, "admin", "password"), 2); });
+    (void)tests::outputOf([&] { EXPECT_EQ(provisionFiles("/tmp", server, "admin", "password"), 2); });
   }
 };
 

@@ -102,7 +102,7 @@ class PasswordInMemory : public tests::PrivateDevice {
   void SetUp() override {
     PrivateDevice::SetUp();
     tests::putDirectory("/tmp/keys");
-    sB64data.clear();
+    serverReply.clear();
   }
 
   void provisionAfter(const std::string& challenge) {
@@ -114,7 +114,7 @@ class PasswordInMemory : public tests::PrivateDevice {
     EXPECT_GE(canariesInMemory(m_canary), 8U) << "the search does not find what is there";
     int status = -1;
     const tests::Output output =
-        tests::outputOf([&] { status = provisionFiles(L"/tmp/keys", server.address(), "admin", password); });
+        tests::outputOf([&] { status = provisionFiles("/tmp/keys", server.address(), "admin", password); });
     base::wipe(password);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(server.requests().size(), 2U);

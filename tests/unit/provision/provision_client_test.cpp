@@ -49,7 +49,7 @@ class ProvisionClient : public tests::PrivateDevice {
   void SetUp() override {
     PrivateDevice::SetUp();
     putDirectory("/tmp/keys");
-    sB64data.clear();
+    serverReply.clear();
     curlProbe() = {};
   }
 
@@ -61,7 +61,7 @@ class ProvisionClient : public tests::PrivateDevice {
     return status;
   }
 
-  int provision(const std::string& server, const std::wstring& directory = L"/tmp/keys") {
+  int provision(const std::string& server, const std::string& directory = "/tmp/keys") {
     int status = -1;
     m_out = tests::outputOf([&] { status = provisionFiles(directory, server, "admin", "pass word"); }).out;
     return status;
@@ -130,7 +130,7 @@ TEST_F(ProvisionClient, TakesPort8443WhereNoneIsGiven) {
 TEST_F(ProvisionClient, ReachesTheServerAtEveryKindOfAddress) {
   for (const char* host : {"127.0.0.1", "[::1]", "[fe80::1%lo]"}) {
     const TlsServer server({bodyAnswer(replyWith(package()))});
-    sB64data.clear();
+    serverReply.clear();
     EXPECT_EQ(provision(std::string(host) + ":" + server.port()), 0) << host << m_out;
   }
 }
@@ -164,7 +164,7 @@ TEST_F(ProvisionClient, TakesAReplyOfTheMarkAloneAsAnEmptyArchive) {
 TEST_F(ProvisionClient, RefusesAReplyThatIsShortOrStartsOtherwise) {
   for (const std::string& body : {std::string("OK:\r"), std::string("x"), std::string("OK:\n\nUEs="),
                                   std::string("ok:\r\nUEs="), " " + replyWith(package()), std::string("<html>")}) {
-    sB64data.clear();
+    serverReply.clear();
     EXPECT_EQ(provisionFromBody(body), 10) << body;
     EXPECT_EQ(m_out, std::string(kContacted) + "Examining response... ERROR\n") << body;
   }
@@ -194,9 +194,9 @@ TEST_F(ProvisionClient, ReportsAServerThatDoesNotListen) {
 
 TEST_F(ProvisionClient, ReportsAZipFileThatCannotBeCreated) {
   const TlsServer server({bodyAnswer(replyWith(package()))});
-  EXPECT_EQ(provision(server.address(), L"/tmp/missing"), 3);
+  EXPECT_EQ(provision(server.address(), "/tmp/missing"), 3);
   EXPECT_EQ(m_out, std::string(kContacted) + kExamined + "Creating keys zip file... ERROR\n");
-  sB64data.clear();
+  serverReply.clear();
   putDirectory("/tmp/keys/keltconfig_keystemp.zip");
   EXPECT_EQ(provision(server.address()), 3);
   EXPECT_EQ(namesIn("/tmp/keys"), Names{"keltconfig_keystemp.zip"});
@@ -222,7 +222,7 @@ TEST_F(ProvisionClient, TakesBase64ThatIsGarbageOrCutForAnEmptyArchive) {
   const std::string whole = replyWith(package());
   for (const std::string& body : {std::string("OK:\r\n*garbage*"), whole.substr(0, whole.size() - 5), whole + "*",
                                   whole + std::string(1, '\0')}) {
-    sB64data.clear();
+    serverReply.clear();
     EXPECT_EQ(provisionFromBody(body), 5);
     EXPECT_EQ(contentOf("/tmp/keys/keltconfig_keystemp.zip"), "");
     EXPECT_EQ(namesIn("/tmp/keys"), Names{"keltconfig_keystemp.zip"});
@@ -246,7 +246,7 @@ TEST_F(ProvisionClient, ReportsAModeFileThatCannotBeCreated) {
   tests::unmount("/tmp/keys/agentfipsmode");
   ASSERT_TRUE(fs::remove("/tmp/keys/agentfipsmode"));
   putDirectory("/tmp/keys/agentfipsmode");
-  sB64data.clear();
+  serverReply.clear();
   EXPECT_EQ(provisionFromBody(replyWith(package())), 6);
   EXPECT_TRUE(m_out.ends_with("Reading FIPS mode from sitelist... OK\nWriting agentfipsmode file... ERROR\n"));
 }
@@ -270,7 +270,7 @@ TEST_F(ProvisionClient, ReportsASiteListThatCannotBeRenamed) {
   tests::unmount("/tmp/keys/SiteList.xml");
   ASSERT_TRUE(fs::remove("/tmp/keys/SiteList.xml"));
   putFile("/tmp/keys/SiteList.xml/inside", "kept");
-  sB64data.clear();
+  serverReply.clear();
   EXPECT_EQ(provisionFromBody(replyWith(package())), 9);
   EXPECT_TRUE(m_out.ends_with("Writing agentfipsmode file... OK\nRenaming sitelist.xml to SiteList.xml... ERROR\n"));
   EXPECT_EQ(contentOf("/tmp/keys/SiteList.xml/inside"), "kept");

@@ -37,19 +37,19 @@ class ReceivedFiles : public tests::PrivateDevice {
 TEST_F(ReceivedFiles, ThatAreOursPass) {
   for (const std::string& name : kNames)
     putFile("/tmp/d/" + name, "mine", 0644);
-  EXPECT_TRUE(bStrangersRemoved("/tmp/d"));
+  EXPECT_TRUE(removeStrangers("/tmp/d"));
   EXPECT_EQ(namesIn("/tmp/d"), kNames);
   EXPECT_FALSE(exists("/opt/Quorvane/orv/scratch/logs"));
 }
 
 TEST_F(ReceivedFiles, ThatAreNotThereAreNoStrangers) {
-  EXPECT_TRUE(bStrangersRemoved("/tmp/d"));
+  EXPECT_TRUE(removeStrangers("/tmp/d"));
 }
 
 TEST_F(ReceivedFiles, UnderEachNameAreJudged) {
   for (const std::string& name : kNames) {
     fs::create_symlink("/tmp/victim", "/tmp/d/" + name);
-    EXPECT_TRUE(bStrangersRemoved("/tmp/d"));
+    EXPECT_TRUE(removeStrangers("/tmp/d"));
     EXPECT_EQ(namesIn("/tmp/d"), Names{}) << name;
     EXPECT_NE(log().find("\tRemoved what is no file of ours, /tmp/d/" + name + "\n"), std::string::npos) << log();
   }
@@ -59,14 +59,14 @@ TEST_F(ReceivedFiles, UnderEachNameAreJudged) {
 TEST_F(ReceivedFiles, OfAnyStrangeKindAreRemoved) {
   const std::string key = "/tmp/d/srpubkey.bin";
   fs::create_hard_link("/tmp/victim", key);
-  EXPECT_TRUE(bStrangersRemoved("/tmp/d"));
+  EXPECT_TRUE(removeStrangers("/tmp/d"));
   EXPECT_FALSE(exists(key)) << "of two names";
   ASSERT_EQ(::mkfifo(key.c_str(), 0600), 0);
-  EXPECT_TRUE(bStrangersRemoved("/tmp/d"));
+  EXPECT_TRUE(removeStrangers("/tmp/d"));
   EXPECT_FALSE(exists(key)) << "a FIFO";
   for (const mode_t mode : {0620U, 0602U, 0666U}) {
     putFile(key, "planted", mode);
-    EXPECT_TRUE(bStrangersRemoved("/tmp/d"));
+    EXPECT_TRUE(removeStrangers("/tmp/d"));
     EXPECT_FALSE(exists(key)) << std::oct << mode;
   }
 }
@@ -80,7 +80,7 @@ TEST_F(ReceivedFiles, OfAnotherUserAreRemoved) {
   if (!bGiven) {
     ASSERT_EQ(::mount("/etc/passwd", key.c_str(), nullptr, MS_BIND, nullptr), 0);
   }
-  EXPECT_EQ(bStrangersRemoved("/tmp/d"), bGiven);
+  EXPECT_EQ(removeStrangers("/tmp/d"), bGiven);
   EXPECT_EQ(exists(key), !bGiven);
   if (!bGiven) {
     ASSERT_EQ(::umount2(key.c_str(), MNT_DETACH), 0);
@@ -90,7 +90,7 @@ TEST_F(ReceivedFiles, OfAnotherUserAreRemoved) {
 TEST_F(ReceivedFiles, ThatCannotBeRemovedAreToldAndDoNotSaveTheOthers) {
   putFile("/tmp/d/req2048seckey.bin/inside", "kept");
   fs::create_symlink("/tmp/victim", "/tmp/d/srpubkey.bin");
-  EXPECT_FALSE(bStrangersRemoved("/tmp/d"));
+  EXPECT_FALSE(removeStrangers("/tmp/d"));
   EXPECT_EQ(namesIn("/tmp/d"), Names{"req2048seckey.bin"});
   EXPECT_NE(log().find("\tE\t"), std::string::npos);
   EXPECT_NE(log().find("\tCannot remove what is no file of ours, /tmp/d/req2048seckey.bin\n"), std::string::npos)
@@ -100,14 +100,14 @@ TEST_F(ReceivedFiles, ThatCannotBeRemovedAreToldAndDoNotSaveTheOthers) {
 TEST_F(ReceivedFiles, ThatAreWrittenNextMayFindADirectoryWhichIsThatStepsToReport) {
   for (const std::string& name : kNames) {
     tests::putDirectory("/tmp/d/" + name);
-    EXPECT_EQ(bStrangersRemoved("/tmp/d"), name == "agentfipsmode" || name == "SiteList.xml") << name;
+    EXPECT_EQ(removeStrangers("/tmp/d"), name == "agentfipsmode" || name == "SiteList.xml") << name;
     ASSERT_EQ(::rmdir(("/tmp/d/" + name).c_str()), 0);
   }
 }
 
 TEST_F(ReceivedFiles, OfOtherNamesAreNobodysBusiness) {
   fs::create_symlink("/tmp/victim", "/tmp/d/other");
-  EXPECT_TRUE(bStrangersRemoved("/tmp/d"));
+  EXPECT_TRUE(removeStrangers("/tmp/d"));
   EXPECT_EQ(namesIn("/tmp/d"), Names{"other"});
 }
 
