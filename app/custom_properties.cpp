@@ -30,11 +30,11 @@ APath customPropertiesPath() {
 /// Examines what stands at `path`, and once more where the system does not tell. Returns 0 or the error.
 int examine(const std::string& path, struct stat& info) {
   int error = 0;
-  const auto bTold = [&] {
+  const auto tell = [&] {
     error = ::lstat(path.c_str(), &info) == 0 ? 0 : errno;
     return error == 0 || error == ENOENT;
   };
-  static_cast<void>(base::bAskedTwice(bTold));
+  static_cast<void>(base::bAskedTwice(tell));
   return error;
 }
 
@@ -44,11 +44,11 @@ base::UniqueFd openOld(const std::string& path) {
   struct stat info {};
   if (examine(path, info) != 0 || !S_ISREG(info.st_mode)) return {};
   base::UniqueFd fd;
-  const auto bOpened = [&] {
+  const auto open = [&] {
     fd.reset(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     return fd.bValid();
   };
-  static_cast<void>(base::bAskedTwice(bOpened));
+  static_cast<void>(base::bAskedTwice(open));
   return fd;
 }
 

@@ -37,7 +37,8 @@ crypto::CryptShimLogger* makeCryptoLogger() {
   }
 }
 
-bool bConfigureCrypto(const crypto::KeyConf& keyConf) {
+/// Returns false where there is no logger for it; the library is not configured then.
+bool configureCrypto(const crypto::KeyConf& keyConf) {
   const crypto::Mode mode = agentCryptoMode(keyConf);
   crypto::CryptShimLogger* const logger = makeCryptoLogger();
   if (logger == nullptr) return false;
@@ -45,7 +46,8 @@ bool bConfigureCrypto(const crypto::KeyConf& keyConf) {
   return true;
 }
 
-bool bParsed(char** args, CommandLineData& data) {
+/// ParseCommandLineArg, for which an exception is a command line that is not understood.
+bool parse(char** args, CommandLineData& data) {
   try {
     return ParseCommandLineArg(args, data);
   } catch (...) {
@@ -70,8 +72,8 @@ int runLocked(char** args) {
 
   CommandLineData data;
   const crypto::KeyConf keyConf;
-  if (!bConfigureCrypto(keyConf)) return kNoCryptoLogger;
-  if (!bParsed(args, data)) return kCommandLineRefused;
+  if (!configureCrypto(keyConf)) return kNoCryptoLogger;
+  if (!parse(args, data)) return kCommandLineRefused;
   return runOptions(data, currentDir, agent());
 }
 
