@@ -2,17 +2,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <string_view>
 
+#include "keys/hex_hash.h"
 #include "platform/afile.h"
 
 namespace kelt::keys {
 namespace {
-
-using quorvane_com::QV::crypto::CryptShim;
-using quorvane_com::QV::crypto::HashType;
-using quorvane_com::QV::crypto::IHash;
 
 constexpr const char* kAbsent = "-";
 constexpr const char* kUnknown = "?";
@@ -62,16 +58,15 @@ class PlanReader {
   bool m_bGood = true;
 };
 
-std::string identityOf(const std::wstring& path, IHash* hash) {
+std::string identityOf(const std::wstring& path, HexHash& hash) {
   bool bThere = false;
   if (!AFiler::getFileAccessibility(path, AFiler::kExistence, bThere)) return kUnknown;
   if (!bThere) return kAbsent;
   std::uint64_t size = 0;
   ABuffer content;
-  ABuffer digest;
   const bool bRead =
       AFiler::tryGetFileSize(path, size) && size <= platform::kMaxKeyFileSize && AFile::tryRead(path, content);
-  return bRead && hash != nullptr && hash->hash(content, digest) ? hexDigits(digest) : kUnknown;
+  return bRead ? hash.of(content).value_or(kUnknown) : kUnknown;
 }
 
 }  // namespace
@@ -113,12 +108,11 @@ bool bPresent(const std::string& identity) {
 }
 
 std::array<std::string, kKeyFileCount> identitiesOf(const KeyFiles& files) {
-  const std::unique_ptr<IHash, decltype(&CryptShim::destroy_hash_object)> hash(
-      CryptShim::create_hash_object(HashType::kSha256), CryptShim::destroy_hash_object);
+  HexHash hash;
   std::array<std::string, kKeyFileCount> identities;
   const auto paths = inOrder(files);
   std::transform(paths.begin(), paths.end(), identities.begin(),
-                 [&](const std::wstring* path) { return identityOf(*path, hash.get()); });
+                 [&](const std::wstring* path) { return identityOf(*path, hash); });
   return identities;
 }
 

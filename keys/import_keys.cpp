@@ -13,6 +13,7 @@
 #include "helper/command_line_helper.h"
 #include "helper/unfinished_work.h"
 #include "keys/begun_import.h"
+#include "keys/hex_hash.h"
 #include "keys/import_plan.h"
 #include "keys/key_files.h"
 #include "keys/registry_keys.h"
@@ -26,8 +27,6 @@ namespace {
 
 using quorvane_com::QV::crypto::CryptShim;
 using quorvane_com::QV::crypto::CryptShimLogger;
-using quorvane_com::QV::crypto::HashType;
-using quorvane_com::QV::crypto::IHash;
 using quorvane_com::QV::crypto::IKeyManagement;
 using quorvane_com::QV::crypto::KeyConf;
 using quorvane_com::QV::crypto::KeyType;
@@ -36,11 +35,7 @@ using quorvane_com::QV::crypto::Role;
 struct DestroyKeyManager {
   void operator()(IKeyManagement* keys) const { CryptShim::destroy_key_manager_object(keys); }
 };
-struct DestroyHash {
-  void operator()(IHash* hash) const { CryptShim::destroy_hash_object(hash); }
-};
 using KeyManager = std::unique_ptr<IKeyManagement, DestroyKeyManager>;
-using Hash = std::unique_ptr<IHash, DestroyHash>;
 
 void info(const wchar_t* text) {
   logInfo(L"keltcfg", text);
@@ -49,8 +44,8 @@ void error(const wchar_t* text) {
   logError(L"keltcfg", text);
 }
 
-/// Logs and gives the result of an import that ends here.
-bool bFailed(const wchar_t* why) {
+/// Logs why an import ends here. Returns false, its result.
+bool fail(const wchar_t* why) {
   error(why);
   return false;
 }
@@ -80,40 +75,42 @@ ImportFacts gatherFacts(bool fromUpdateDir, const KeyFiles& files, const CryptoS
 }
 
 /// Starts the crypto library anew in `mode`, unless the agent runs in FIPS mode already and stays there.
-bool bReinitialized(Mode mode) {
+bool reinitializeCrypto(Mode mode) {
   Mode running = Mode::kNonFips;
   if (!KeyConf().getCryptoMode(running)) running = Mode::kNonFips;
   if (mode == Mode::kFips && running == Mode::kFips) return true;
   info(L"Trying to re-initialize crypto libraries.");
-  if (!CryptShim::instance()->deinitialize()) return bFailed(L"Unable to deinitialize cryptshim.");
+  if (!CryptShim::instance()->deinitialize()) return fail(L"Unable to deinitialize cryptshim.");
   // The library keeps the logger for the life of the process.
   auto* const logger = new CryptShimLogger(logError, logInfo, nullptr, nullptr);
   CryptShim::configure(mode, Role::kDefault, logger, L"keltconfig.sig");
-  if (!CryptShim::instance()->initialize()) return bFailed(L"Unable to re-initialize cryptshim with new mode.");
+  if (!CryptShim::instance()->initialize()) return fail(L"Unable to re-initialize cryptshim with new mode.");
   info(L"Successfully re-initialized crypto libraries.");
   return true;
 }
 
-bool bCryptoReady(Mode mode) {
+/// The same for whatever it throws, which counts as a failure.
+bool prepareCrypto(Mode mode) {
   try {
-    return bReinitialized(mode);
+    return reinitializeCrypto(mode);
   } catch (...) {
-    return bFailed(L"Unable to configure crypto library");
+    return fail(L"Unable to configure crypto library");
   }
 }
 
-/// Imports the server's keys and records the setting that they are for.
-bool bServerKeysImported(IKeyManagement& keys, const std::wstring& publicFile, const std::wstring& secretFile,
-                         const CryptoSetting& setting) {
+/// Imports the server's keys and records the setting that they are for. Returns false where the server's public key or
+/// the setting is not recorded.
+bool importServerKeys(IKeyManagement& keys, const std::wstring& publicFile, const std::wstring& secretFile,
+                      const CryptoSetting& setting) {
   if (!keys.importKeyFromFile(KeyType::kServerPublic, publicFile)) {
-    return bFailed(L"Failed to import the server public key");
+    return fail(L"Failed to import the server public key");
   }
   if (!keys.importKeyFromFile(KeyType::kServerRequestSecret, secretFile)) {
     info(L"Failed to import the server private key, not treating as a failure");
   }
   // With the wrong setting the agent could not use the keys. The key files stay, for the import to be repeated.
   return KeyConf().SetCryptoMode(setting.mode, setting.keySize) ||
-         bFailed(L"Unable to record the crypto mode and key size");
+         fail(L"Unable to record the crypto mode and key size");
 }
 
 /// Imports the agent's own pair from the registry emulation, where it holds one.
@@ -127,11 +124,11 @@ void importAgentKeys(IKeyManagement& keys) {
 }
 
 /// Records the hash of the server's public key in the agent's configuration.
-void recordServerKeyHash(IKeyManagement& keys, IHash& hash) {
+void recordServerKeyHash(IKeyManagement& keys, HexHash& hash) {
   ABuffer key;
-  ABuffer digest;
-  if (!keys.exportKey(KeyType::kServerPublic, key) || !hash.hash(key, digest)) return;
-  if (!modes::bSetServerPublicKeyHashInfo(hexDigits(digest))) {
+  if (!keys.exportKey(KeyType::kServerPublic, key)) return;
+  const std::optional<std::string> digits = hash.of(key);
+  if (digits && !modes::bSetServerPublicKeyHashInfo(*digits)) {
     error(L"Unable to set the public key hash information in the registry");
   }
 }
@@ -155,14 +152,14 @@ BegunImport choose(bool fromUpdateDir, const KeyFiles& files, const std::optiona
 }
 
 /// Brings the keys into the key store. After true, the originals are not needed any more.
-bool bKeysStored(const BegunImport& import, const std::wstring& publicFile, const std::wstring& secretFile) {
+bool storeKeys(const BegunImport& import, const std::wstring& publicFile, const std::wstring& secretFile) {
   const KeyManager keys(CryptShim::create_key_manager_object());
-  if (keys == nullptr) return bFailed(L"Unable to create key management object");
-  if (!bServerKeysImported(*keys, publicFile, secretFile, import.plan.setting)) return false;
+  if (keys == nullptr) return fail(L"Unable to create key management object");
+  if (!importServerKeys(*keys, publicFile, secretFile, import.plan.setting)) return false;
   if (import.bAgentKeys) importAgentKeys(*keys);
-  const Hash hash(CryptShim::create_hash_object(HashType::kSha256));
-  if (hash == nullptr) return false;
-  recordServerKeyHash(*keys, *hash);
+  HexHash hash;
+  if (!hash.bReady()) return false;
+  recordServerKeyHash(*keys, hash);
   if (import.bDiscardsPair()) keys->discardAgentKeys();
   return true;
 }
@@ -173,17 +170,17 @@ void begin(helper::WorkMark& mark, const BegunImport& import) {
 
 /// Stores what the import brings, marked as begun before the first effect. After true the mark says that only the
 /// originals are still to be deleted.
-bool bStored(BegunImport& import, const KeyFiles& files, helper::WorkMark& mark) {
+bool store(BegunImport& import, const KeyFiles& files, helper::WorkMark& mark) {
   const std::wstring& publicFile = import.plan.bLegacyNames ? files.serverKey : files.serverKey2048;
   const std::wstring& secretFile = import.plan.bLegacyNames ? files.requestKey : files.requestKey2048;
   tellPlan(import.plan);
   CryptShim::set_key_size_to_use(import.plan.setting.keySize);
   info((L"Expecting these key files: " + publicFile + L", " + secretFile).c_str());
-  if (!modes::bFileExists(publicFile)) return bFailed(L"Unable to locate server keys ");
-  if (!bCryptoReady(import.plan.setting.mode)) return false;
+  if (!modes::bFileExists(publicFile)) return fail(L"Unable to locate server keys ");
+  if (!prepareCrypto(import.plan.setting.mode)) return false;
   import.files = identitiesOf(files);
   begin(mark, import);
-  if (!bKeysStored(import, publicFile, secretFile)) return false;
+  if (!storeKeys(import, publicFile, secretFile)) return false;
   info(L"Successfully imported the keys.");
   import.stage = Stage::kCleaning;
   begin(mark, import);
@@ -237,7 +234,7 @@ Earlier finish(BegunImport import, helper::WorkMark& mark, bool bOwn) {
     return {std::nullopt, import};
   }
   info(L"Finishing the key import that an earlier run began.");
-  const bool bDone = !bStoring || (!bOtherFiles && bStored(import, files, mark));
+  const bool bDone = !bStoring || (!bOtherFiles && store(import, files, mark));
   if (bDone && !bOtherFiles) {
     deleteOriginals(files, bOwn ? Told::kConsole : Told::kLog);
   } else if (bDone) {
@@ -275,13 +272,13 @@ namespace kelt::helper {
 
 bool CommandLineHelper::ImportKeys(bool fromUpdateDir) {
   const std::wstring directory = keys::keyDirectory(fromUpdateDir);
-  if (directory.empty()) return keys::bFailed(L"Unable to get Agent Data Path, Agent might not be installed.");
+  if (directory.empty()) return keys::fail(L"Unable to get Agent Data Path, Agent might not be installed.");
   WorkMark mark;
   const keys::Earlier earlier = keys::finishBefore(fromUpdateDir, mark);
   if (earlier.result) return *earlier.result;
   const keys::KeyFiles files = keys::keyFilesIn(directory);
   keys::BegunImport import = keys::choose(fromUpdateDir, files, earlier.past);
-  if (!keys::bStored(import, files, mark)) {
+  if (!keys::store(import, files, mark)) {
     if (earlier.past) keys::discardPairOf(*earlier.past);
     return false;
   }

@@ -34,14 +34,4 @@ const wchar_t* keySizeText(KeySize keySize) {
   return L"Unsupported key size";
 }
 
-std::string hexDigits(const ABuffer& bytes) {
-  constexpr const char* kDigits = "0123456789ABCDEF";
-  std::string digits;
-  for (const unsigned char byte : bytes.span()) {
-    digits += kDigits[byte >> 4U];
-    digits += kDigits[byte & 0x0FU];
-  }
-  return digits;
-}
-
 }  // namespace kelt::keys

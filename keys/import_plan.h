@@ -1,8 +1,6 @@
 #pragma once
 // Which key files an import takes, and in which mode and key size: decided from facts alone.
 
-#include <string>
-
 #include "platform/crypto.h"
 
 namespace kelt::keys {
@@ -41,8 +39,5 @@ struct ImportPlan {
 /// The log texts that announce a mode and a key size. A size that is not of its enumeration has a text too.
 [[nodiscard]] const wchar_t* modeText(Mode mode);
 [[nodiscard]] const wchar_t* keySizeText(KeySize keySize);
-
-/// Bytes as upper-case hexadecimal digits.
-[[nodiscard]] std::string hexDigits(const ABuffer& bytes);
 
 }  // namespace kelt::keys

@@ -67,11 +67,5 @@ TEST(ImportPlan, AnnouncesModeAndKeySize) {
   EXPECT_STREQ(keySizeText(KeySize{2}), L"Unsupported key size");
 }
 
-TEST(ImportPlan, WritesEveryByteAsTwoUpperCaseDigits) {
-  const std::vector<unsigned char> bytes{0x00, 0x0A, 0x7F, 0x80, 0xFF};
-  EXPECT_EQ(hexDigits(ABuffer(std::span<const unsigned char>(bytes))), "000A7F80FF");
-  EXPECT_EQ(hexDigits(ABuffer()), "");
-}
-
 }  // namespace
 }  // namespace kelt::keys
