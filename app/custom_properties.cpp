@@ -13,18 +13,16 @@
 #include "base/signals.h"
 #include "base/unique_fd.h"
 #include "base/utf.h"
+#include "helper/agent_directories.h"
 #include "helper/agent_paths.h"
-#include "platform/afile.h"
+#include "helper/files.h"
 #include "platform/anxml.h"
-#include "platform/iconfiguration.h"
 
 namespace kelt::app {
 namespace {
 
-APath customPropertiesPath() {
-  auto& configuration = quorvane_com::orv::configuration::IConfiguration::GetConfiguration();
-  configuration.SetConfigurationDirectory(helper::paths::kConfigDir);
-  return {configuration.GetFrameworkDataDirectory(), helper::paths::kCustomProperties};
+std::string customPropertiesPath() {
+  return helper::inAgentDataDirectory(helper::paths::kCustomProperties);
 }
 
 /// Examines what stands at `path`, and once more where the system does not tell. Returns 0 or the error.
@@ -86,28 +84,26 @@ class EmptyFile {
 }  // namespace
 
 bool CommandLineData::writeCustomProps(std::wstring& value, int number) {
-  const APath path = customPropertiesPath();
+  const std::wstring path = base::toWide(customPropertiesPath());
   AnXml document;
-  if (!document.useFileAlways(path, L"CustomProperties", nullptr, nullptr)) return false;
+  if (!document.useFileAlways(path.c_str(), L"CustomProperties", nullptr, nullptr)) return false;
 
   AnXmlNode root(&document);
   AnXmlNode property;
   const std::wstring name = L"CustomProps" + std::to_wstring(number);
   if (!root.addChild(&property, name.c_str(), nullptr, nullptr)) return false;
   property.setValue(L"value", value.c_str());
-  return document.writeFile(path, false, false);
+  return document.writeFile(path.c_str(), false, false);
 }
 
 void replaceCustomProperties(CommandLineData& data) {
   const base::DeferredSignals untilItIsWhole;
-  const APath path = customPropertiesPath();
-  const std::string narrow = base::toUtf8(path.str());
-  const base::UniqueFd old = openOld(narrow);
+  const std::string path = customPropertiesPath();
+  const base::UniqueFd old = openOld(path);
   // Once more: new properties beside those of an old file that is only refused for once would be wrong ones.
-  if (!base::bAskedTwice([&] { return AFiler::deleteFile(path); }))
-    base::printLine(messages::fileNotDeleted(path.str()));
+  if (!base::bAskedTwice([&] { return helper::deleteFile(path); })) base::printLine(messages::fileNotDeleted(path));
 
-  EmptyFile file(narrow);
+  EmptyFile file(path);
   file.make(old.get());
   std::wstring* const values[] = {&data.GetCustomProp1(), &data.GetCustomProp2(), &data.GetCustomProp3(),
                                   &data.GetCustomProp4()};

@@ -11,9 +11,9 @@
 #include "app/parser.h"
 #include "app/working_directory.h"
 #include "base/console.h"
+#include "helper/agent_log.h"
 #include "helper/unix_command_line_helper.h"
 #include "platform/crypto.h"
-#include "platform/logger.h"
 
 namespace kelt::app {
 namespace {
@@ -23,7 +23,7 @@ namespace crypto = quorvane_com::QV::crypto;
 crypto::Mode agentCryptoMode(const crypto::KeyConf& keyConf) {
   crypto::Mode mode = crypto::Mode::kNonFips;
   if (keyConf.getCryptoMode(mode)) return mode;
-  logInfo(L"keltcfg", messages::kCryptoModeUnknown);
+  helper::logEvent(messages::kCryptoModeUnknown);
   base::printLine(messages::kCryptoModeUnknown);
   return crypto::Mode::kNonFips;
 }
@@ -84,7 +84,7 @@ int runTool(int argc, char** argv) {
     const lock_raii lock;
     return runLocked(argc > 0 ? argv + 1 : argv);
   } catch (const std::runtime_error&) {
-    logInfo(L"keltcfg", L"Unable to acquire interprocess lock for keltconfig ");
+    helper::logEvent("Unable to acquire interprocess lock for keltconfig ");
     return kNotLocked;
   }
 }

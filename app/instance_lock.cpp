@@ -3,8 +3,8 @@
 #include <new>
 #include <stdexcept>
 
+#include "helper/agent_log.h"
 #include "helper/agent_paths.h"
-#include "platform/logger.h"
 
 namespace kelt::app {
 namespace {
@@ -16,13 +16,13 @@ constexpr std::uint32_t kLockSeconds = 300;
 
 lock_raii::lock_raii() : timeout(kLockSeconds), lock(kLockName) {
   if (lock.lock(timeout)) return;
-  logInfo(L"keltcfg", L"Unable to acquire lock");
+  helper::logEvent("Unable to acquire lock");
   throw std::runtime_error("Failed to get keltconfig lock");
 }
 
 lock_raii::~lock_raii() {
   try {
-    if (!lock.unlock()) logInfo(L"keltcfg", L"Unable to unlock interprocess lock");
+    if (!lock.unlock()) helper::logEvent("Unable to unlock interprocess lock");
     // Holding it again means that nobody waits for it or has it: only then may the object behind it go.
     if (lock.tryLock() != 0) InterProcessWriteLock::cleanSemaphore(kLockName);
   } catch (const std::bad_alloc&) {

@@ -17,7 +17,7 @@ inline std::wstring argumentWithoutOption(const std::wstring& argument) {
 
 // Preparing the run.
 inline constexpr const char* kNoCurrentDirectory = "Error : Failed to acquire current directory.";
-inline constexpr const wchar_t* kCryptoModeUnknown = L"Unable to find existing mode, assuming non_fips mode";
+inline constexpr const char* kCryptoModeUnknown = "Unable to find existing mode, assuming non_fips mode";
 
 inline std::string directoryNotEntered(const std::string& path) {
   return "Error : Failed to change current directory to " + path;
@@ -31,8 +31,8 @@ inline constexpr const char* kSourceDirMissing =
     "      1. sitelist &\n"
     "      2. keyfiles (for Zentor4.0 or higher)";
 
-inline std::wstring fileNotDeleted(const std::wstring& path) {
-  return L"Error : Failed to delete file, " + path;
+inline std::string fileNotDeleted(const std::string& path) {
+  return "Error : Failed to delete file, " + path;
 }
 
 // On standard error.

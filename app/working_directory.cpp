@@ -6,9 +6,7 @@
 
 #include "app/messages.h"
 #include "base/console.h"
-#include "helper/agent_paths.h"
-#include "platform/astring.h"
-#include "platform/iconfiguration.h"
+#include "helper/agent_directories.h"
 
 namespace kelt::app {
 namespace {
@@ -27,9 +25,7 @@ std::optional<std::string> currentDirectory() {
 }
 
 bool enterAgentBinDirectory() {
-  auto& configuration = quorvane_com::orv::configuration::IConfiguration::GetConfiguration();
-  configuration.SetConfigurationDirectory(helper::paths::kConfigDir);
-  const std::string path = quorvane_com::orv::tellcomn_wide_to_ansi(configuration.GetAgentBinDirectory());
+  const std::string path = helper::agentBinDirectory();
   if (::chdir(path.c_str()) == 0) return true;
   base::printLine(messages::directoryNotEntered(path));
   return false;

@@ -1,5 +1,5 @@
 #pragma once
-// The paths of the device. No other file above platform/ spells one.
+// The paths of the device, in UTF-8. No other file above platform/ spells one.
 //
 // Directories and file names are joined by plain concatenation: where the directory ends in "/" and the name begins
 // with one, the doubled slash is kept, and shows in messages.
@@ -7,21 +7,21 @@
 namespace kelt::helper::paths {
 
 /// Where the products of the agent keep their configuration, a directory each.
-inline constexpr const wchar_t* kConfigDir = L"/etc/orv.d";
+inline constexpr const char* kConfigDir = "/etc/orv.d";
 
 /// The agent's installation and its scratch directory.
-inline constexpr const wchar_t* kInstallDir = L"/opt/Quorvane/orv/";
-inline constexpr const wchar_t* kScratchDir = L"/opt/Quorvane/orv/scratch/";
-inline constexpr const wchar_t* kScratchEtcDir = L"/opt/Quorvane/orv/scratch/etc";
-inline constexpr const wchar_t* kRegistryFile = L"/opt/Quorvane/orv/scratch/registry.ini";
+inline constexpr const char* kInstallDir = "/opt/Quorvane/orv/";
+inline constexpr const char* kScratchDir = "/opt/Quorvane/orv/scratch/";
+inline constexpr const char* kScratchEtcDir = "/opt/Quorvane/orv/scratch/etc";
+inline constexpr const char* kRegistryFile = "/opt/Quorvane/orv/scratch/registry.ini";
 
 /// Key files and site list, as they are named in a source directory and in the installation.
-inline constexpr const wchar_t* kRequestKey2048 = L"/req2048seckey.bin";
-inline constexpr const wchar_t* kRequestKey = L"/reqseckey.bin";
-inline constexpr const wchar_t* kFipsMarker = L"/agentfipsmode";
-inline constexpr const wchar_t* kServerKey2048 = L"/sr2048pubkey.bin";
-inline constexpr const wchar_t* kServerKey = L"/srpubkey.bin";
-inline constexpr const wchar_t* kSiteList = L"/SiteList.xml";
+inline constexpr const char* kRequestKey2048 = "/req2048seckey.bin";
+inline constexpr const char* kRequestKey = "/reqseckey.bin";
+inline constexpr const char* kFipsMarker = "/agentfipsmode";
+inline constexpr const char* kServerKey2048 = "/sr2048pubkey.bin";
+inline constexpr const char* kServerKey = "/srpubkey.bin";
+inline constexpr const char* kSiteList = "/SiteList.xml";
 
 /// The lock between runs, by its name, and the marks of what a run owes the agent, in the directory of the lock.
 inline constexpr const char* kInstanceLock = "71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex";
@@ -29,14 +29,14 @@ inline constexpr const char* kStartOwed = "/run/orv-locks/agent-stopped";
 inline constexpr const char* kPlugInsOwed = "/run/orv-locks/plug-ins-unloaded";
 
 /// What the agent caches of its server.
-inline constexpr const wchar_t* kServerSiteList = L"/ServerSiteList.xml";
-inline constexpr const wchar_t* kSiteCache = L"/sitecache.bin";
+inline constexpr const char* kServerSiteList = "/ServerSiteList.xml";
+inline constexpr const char* kSiteCache = "/sitecache.bin";
 
 /// Appended to the scratch directory: where an update leaves key files to import.
-inline constexpr const wchar_t* kUpdateDir = L"/update";
+inline constexpr const char* kUpdateDir = "/update";
 /// In the agent's data directory.
-inline constexpr const wchar_t* kCustomProperties = L"CustomProps.xml";
-inline constexpr const wchar_t* kKeyStore = L"keystore";
-inline constexpr const wchar_t* kUnfinishedWork = L"unfinished-work";
+inline constexpr const char* kCustomProperties = "CustomProps.xml";
+inline constexpr const char* kKeyStore = "keystore";
+inline constexpr const char* kUnfinishedWork = "unfinished-work";
 
 }  // namespace kelt::helper::paths

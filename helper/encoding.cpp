@@ -22,7 +22,7 @@ void widenBytes(std::span<const char> latin1, std::span<wchar_t> wide) {
 constexpr std::size_t kPiece = 256;
 
 /// Widens `latin1` into as many units with the system's conversion. Returns false where there is none.
-bool bWidenPieces(std::span<const char> latin1, std::span<wchar_t> wide) {
+bool widenPieces(std::span<const char> latin1, std::span<wchar_t> wide) {
   Latin1Converter converter(quorvane_com::orv::isBigEndian() ? "UCS-4BE" : "UCS-4LE");
   const auto convert = [&](std::span<const char> from, std::span<wchar_t> to) {
     return converter.convert(from, {reinterpret_cast<char*>(to.data()), to.size_bytes()}) == to.size_bytes();
@@ -41,7 +41,7 @@ bool bWidenPieces(std::span<const char> latin1, std::span<wchar_t> wide) {
 
 /// Widens `latin1` into as many units, whether or not the system can help.
 void widen(std::span<const char> latin1, std::span<wchar_t> wide) {
-  if (!bWidenPieces(latin1, wide)) widenBytes(latin1, wide);
+  if (!widenPieces(latin1, wide)) widenBytes(latin1, wide);
 }
 
 }  // namespace

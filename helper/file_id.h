@@ -15,9 +15,9 @@ struct FileId {
 };
 
 /// The file at `path`, links followed; nothing where there is none or it cannot be examined. Opens nothing.
-[[nodiscard]] std::optional<FileId> fileIdOf(const std::wstring& path);
+[[nodiscard]] std::optional<FileId> fileIdOf(const std::string& path);
 
 /// Whether both paths lead to one file that is there.
-[[nodiscard]] bool bOneFile(const std::wstring& path, const std::wstring& other);
+[[nodiscard]] bool bOneFile(const std::string& path, const std::string& other);
 
 }  // namespace kelt::helper

@@ -25,7 +25,7 @@ using platform::ConfigDirectory;
 using platform::ConfigFile;
 
 ConfigDirectory openConfigDirectory() {
-  return ConfigDirectory(quorvane_com::orv::tellcomn_wide_to_ansi(paths::kConfigDir));
+  return ConfigDirectory(paths::kConfigDir);
 }
 
 /// What was loaded; nothing, with the reason in the log, where it was not.
@@ -62,7 +62,7 @@ base::Status forEachPlugIn(ConfigDirectory& directory, Take take) {
 
 /// Says on the console, and in the log, what is wrong with the configuration directory: it was fine when the agent's
 /// own file was found in it, so it has changed since. Returns whether nothing is.
-bool bUsable(const ConfigDirectory& directory) noexcept {
+bool checkDirectory(const ConfigDirectory& directory) noexcept {
   const char* complaint = complaintAbout(directory.state());
   if (complaint == nullptr) return true;
   base::printLine(std::string_view(complaint));
@@ -152,7 +152,7 @@ bool unixCommandLineHelper::StopORVService() {
   const PreparedCommand stopCommand = prepared(config->firstTextOrEmpty(L"StopCommand"));
   ConfigDirectory directory = openConfigDirectory();
   // A directory that others may have changed meanwhile is no ground to stop the agent on; that counts as done.
-  if (!bUsable(directory)) return true;
+  if (!checkDirectory(directory)) return true;
   static_cast<void>(forEachPlugIn(directory, [&](const std::string& /*name*/, Result<ConfigFile> file) {
     const auto plugIn = logged(std::move(file));
     if (!plugIn) return;
@@ -204,7 +204,7 @@ void unixCommandLineHelper::loadPlugInsAnewOr(ReservedStart* reserved, bool bDes
   }
   bool bDone = false;
   try {
-    bDone = bLoadedAnew(reserved, bDespiteDirectory);
+    bDone = loadPlugInsAnew(reserved, bDespiteDirectory);
   } catch (const std::bad_alloc&) {
     logError(kSource, L"There is no memory to read which plug-ins to load.");
   }
@@ -213,9 +213,9 @@ void unixCommandLineHelper::loadPlugInsAnewOr(ReservedStart* reserved, bool bDes
 }
 
 /// Returns false where what was kept is to be used for the rest.
-bool unixCommandLineHelper::bLoadedAnew(ReservedStart* reserved, bool bDespiteDirectory) const {
+bool unixCommandLineHelper::loadPlugInsAnew(ReservedStart* reserved, bool bDespiteDirectory) const {
   ConfigDirectory directory = openConfigDirectory();
-  if (!bUsable(directory)) return !(bDespiteDirectory && directory.bRefusedBySystem());
+  if (!checkDirectory(directory)) return !(bDespiteDirectory && directory.bRefusedBySystem());
   const auto listed = forEachPlugIn(directory, [&](const std::string& name, const Result<ConfigFile>& file) {
     loadPlugIn(file, reserved == nullptr ? nullptr : find(*reserved, name));
   });

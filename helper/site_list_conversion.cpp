@@ -3,15 +3,15 @@
 #include <memory>
 #include <new>
 #include <span>
-#include <utility>
 
 #include "base/console.h"
 #include "base/file_replace.h"
+#include "base/utf.h"
+#include "helper/agent_log.h"
 #include "helper/latin1_converter.h"
 #include "helper/messages.h"
 #include "helper/unix_command_line_helper.h"
 #include "platform/afile.h"
-#include "platform/logger.h"
 
 namespace kelt::helper {
 namespace {
@@ -24,18 +24,17 @@ const char* asText(const ABuffer& buffer) {
 }
 
 /// Whoever may write to the directory may put a link there at any moment, which must not lead to another file.
-base::Status replace(const std::wstring& path, const std::string& utf8) {
-  return base::replaceFileNotLink(quorvane_com::orv::tellcomn_wide_to_ansi(path),
-                                  {reinterpret_cast<const unsigned char*>(utf8.data()), utf8.size()});
+base::Status replace(const std::string& path, const std::string& utf8) {
+  return base::replaceFileNotLink(path, {reinterpret_cast<const unsigned char*>(utf8.data()), utf8.size()});
 }
 
 /// Prints the outcome of a conversion and logs it with the path and the problem, null for none.
-void tell(const std::wstring& path, const wchar_t* problem) {
+void tell(const std::string& path, const char* problem) {
   base::printLine(problem == nullptr ? messages::kSiteListConverted : messages::kSiteListNotConverted);
   if (problem == nullptr) {
-    logInfo(L"keltcfg", (L"Converted to UTF-8: " + path).c_str());
+    logEvent("Converted to UTF-8: " + path);
   } else {
-    logError(L"keltcfg", (path + L": not converted to UTF-8: " + problem).c_str());
+    logProblem(path + ": not converted to UTF-8: " + problem);
   }
 }
 
@@ -56,19 +55,20 @@ bool unixCommandLineHelper::ConvertToUtf8(const char* latin1, std::string& utf8)
   return true;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is given
 bool unixCommandLineHelper::ConvertSiteListToUTF8(std::wstring path) const {
-  const AString file(std::move(path));
+  const std::string file = base::toUtf8(path);
   ABuffer content;
   std::string utf8;
-  const wchar_t* problem = nullptr;
-  if (!AFile::readExisting(file, content)) {
-    problem = L"it cannot be read";
+  const char* problem = nullptr;
+  if (!AFile::readExisting(path, content)) {
+    problem = "it cannot be read";
   } else if (!ConvertToUtf8(asText(content), utf8)) {
-    problem = L"this system has no such conversion, or no memory for it";
-  } else if (const auto done = replace(file.str(), utf8); !done) {
-    problem = done.error().kind == base::ErrorKind::kRefused ? L"it is a symbolic link" : L"it cannot be written";
+    problem = "this system has no such conversion, or no memory for it";
+  } else if (const auto done = replace(file, utf8); !done) {
+    problem = done.error().kind == base::ErrorKind::kRefused ? "it is a symbolic link" : "it cannot be written";
   }
-  tell(file.str(), problem);
+  tell(file, problem);
   return problem == nullptr;
 }
 

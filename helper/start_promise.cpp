@@ -4,18 +4,17 @@
 #include <utility>
 
 #include "base/guard_process.h"
+#include "helper/agent_log.h"
 #include "helper/agent_paths.h"
 #include "helper/owed_start.h"
 #include "helper/unix_command_line_helper.h"
 #include "platform/interprocess_write_lock.h"
-#include "platform/logger.h"
 
 namespace kelt::helper {
 namespace {
 
 using base::GuardProcess;
 
-constexpr const wchar_t* kSource = L"keltcfg";
 constexpr unsigned int kLockSeconds = 300;
 /// Another run that works so long is not the one to wait for.
 constexpr int kLockTries = 12;
@@ -24,7 +23,8 @@ bool bAnythingOwed() {
   return bOwed(Owed::kStart) || bOwed(Owed::kPlugIns);
 }
 
-bool bTaken(InterProcessWriteLock& lock) {
+/// Waits for the lock. Returns false where that is of no use any more, or in vain.
+bool take(InterProcessWriteLock& lock) {
   for (int tries = 0; tries < kLockTries && bAnythingOwed(); ++tries) {
     if (lock.lock(kLockSeconds)) return true;
   }
@@ -33,10 +33,10 @@ bool bTaken(InterProcessWriteLock& lock) {
 
 void payDebts(unixCommandLineHelper& agent) {
   if (bOwed(Owed::kStart)) {
-    logError(kSource, L"A run ended before it started the agent again, which is started now.");
-    if (!agent.StartORVService()) logError(kSource, L"The agent could not be started.");
+    logProblem("A run ended before it started the agent again, which is started now.");
+    if (!agent.StartORVService()) logProblem("The agent could not be started.");
   } else if (bOwed(Owed::kPlugIns)) {
-    logError(kSource, L"A run ended before it loaded the agent's plug-ins again, which are loaded now.");
+    logProblem("A run ended before it loaded the agent's plug-ins again, which are loaded now.");
     agent.loadPlugIns();
   }
 }
@@ -44,7 +44,7 @@ void payDebts(unixCommandLineHelper& agent) {
 /// What the guard does after the death of the run. A run that came meanwhile may have paid by then.
 void startInItsStead(unixCommandLineHelper& agent) {
   InterProcessWriteLock lock(paths::kInstanceLock);
-  if (!bTaken(lock)) return;
+  if (!take(lock)) return;
   payDebts(agent);
   if (lock.unlock() && lock.tryLock() != 0) InterProcessWriteLock::cleanSemaphore(paths::kInstanceLock);
 }
@@ -56,9 +56,7 @@ class GuardedPromise final : public StartPromise {
     if (guard) {
       m_guard.emplace(std::move(guard).value());
     } else {
-      logError(kSource, quorvane_com::orv::tellcomn_ansi_to_wide("No guard starts the agent should this run die: " +
-                                                                 guard.error().message)
-                            .c_str());
+      logProblem("No guard starts the agent should this run die: " + guard.error().message);
     }
     m_agent.setStartPromised(true);
   }

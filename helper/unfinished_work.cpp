@@ -9,11 +9,9 @@
 #include "base/file_read.h"
 #include "base/fresh_file.h"
 #include "base/retry.h"
-#include "base/utf.h"
+#include "helper/agent_directories.h"
+#include "helper/agent_log.h"
 #include "helper/agent_paths.h"
-#include "platform/afile.h"
-#include "platform/iconfiguration.h"
-#include "platform/logger.h"
 
 namespace kelt::helper {
 namespace {
@@ -54,19 +52,9 @@ const char* whyNoMark(const struct stat& info) {
   return nullptr;
 }
 
-std::string markPath() {
-  using quorvane_com::orv::configuration::IConfiguration;
-  const std::wstring data = IConfiguration::GetConfiguration().GetFrameworkDataDirectory();
-  return base::toUtf8(APath(data, paths::kUnfinishedWork).str());
-}
-
-void logProblem(const std::string& text) {
-  logError(L"keltcfg", base::toWide(text).c_str());
-}
-
 }  // namespace
 
-WorkMark::WorkMark() : m_path(markPath()) {
+WorkMark::WorkMark() : m_path(inAgentDataDirectory(paths::kUnfinishedWork)) {
   const base::Status status = find();
   if (status || status.error().kind == ErrorKind::kNotFound) return;
   if (status.error().kind == ErrorKind::kSystem) {

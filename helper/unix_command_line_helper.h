@@ -101,7 +101,7 @@ class unixCommandLineHelper : public CommandLineHelper {
   [[nodiscard]] base::Result<ReservedStart> readStart() const;
   [[nodiscard]] std::optional<ReservedStart> readStartInAdvance() const noexcept;
   void loadPlugInsAnewOr(ReservedStart* reserved, bool bDespiteDirectory) const noexcept;
-  [[nodiscard]] bool bLoadedAnew(ReservedStart* reserved, bool bDespiteDirectory) const;
+  [[nodiscard]] bool loadPlugInsAnew(ReservedStart* reserved, bool bDespiteDirectory) const;
   void loadPlugIn(const base::Result<platform::ConfigFile>& file, ReservedPlugIn* kept) const;
 
   std::wstring m_versionString;

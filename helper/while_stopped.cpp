@@ -5,18 +5,15 @@
 #include <string>
 
 #include "base/signals.h"
-#include "platform/astring.h"
-#include "platform/logger.h"
+#include "helper/agent_log.h"
 
 namespace kelt::helper {
 namespace {
 
-using quorvane_com::orv::tellcomn_ansi_to_wide;
-
 /// Puts into the log what ended a step. Where even that lacks memory, the run goes on without the line.
-void logFailure(const wchar_t* step, const char* why) noexcept {
+void logFailure(const char* step, const char* why) noexcept {
   try {
-    logError(L"keltcfg", (step + tellcomn_ansi_to_wide(why)).c_str());
+    logProblem(std::string(step) + why);
   } catch (...) {
     // There is nobody left to tell.
   }
@@ -28,7 +25,7 @@ void reserve(CommandLineHelper& agent, StartAgain startAgain) noexcept {
   try {
     agent.reserveStart();
   } catch (const std::exception& error) {
-    logFailure(L"Nothing is kept for the start of the agent: ", error.what());
+    logFailure("Nothing is kept for the start of the agent: ", error.what());
   }
 }
 
@@ -38,7 +35,7 @@ std::unique_ptr<StartPromise> promiseOf(CommandLineHelper& agent, StartAgain sta
   try {
     return agent.promiseStart();
   } catch (const std::exception& error) {
-    logFailure(L"No guard starts the agent should this run die: ", error.what());
+    logFailure("No guard starts the agent should this run die: ", error.what());
     return nullptr;
   }
 }
@@ -47,7 +44,7 @@ enum class Ended { kWell, kBadly, kThrew };
 
 /// Takes a step. `failed` is the log's text for an exception, followed by what it was.
 template <typename Step>
-Ended attempt(const wchar_t* failed, const Step& step) noexcept {
+Ended attempt(const char* failed, const Step& step) noexcept {
   try {
     return step() ? Ended::kWell : Ended::kBadly;
   } catch (const std::bad_alloc&) {
@@ -60,11 +57,12 @@ Ended attempt(const wchar_t* failed, const Step& step) noexcept {
   return Ended::kThrew;
 }
 
-/// An exception is no answer: what the first try gave back may be what it had lacked.
-bool bStart(CommandLineHelper& agent) noexcept {
-  const auto start = [&] { return attempt(L"Starting the agent failed: ", [&] { return agent.StartORVService(); }); };
-  Ended ended = start();
-  if (ended == Ended::kThrew) ended = start();
+/// Starts the agent. An exception is no answer: what the first try gave back may be what it had lacked. Returns whether
+/// it was started.
+bool start(CommandLineHelper& agent) noexcept {
+  const auto tryOnce = [&] { return attempt("Starting the agent failed: ", [&] { return agent.StartORVService(); }); };
+  Ended ended = tryOnce();
+  if (ended == Ended::kThrew) ended = tryOnce();
   return ended == Ended::kWell;
 }
 
@@ -78,12 +76,12 @@ Interruption whileStopped(CommandLineHelper& agent, StartAgain startAgain, const
   const base::DeferredSignals untilTheAgentRuns;
   reserve(agent, startAgain);
   const std::unique_ptr<StartPromise> promise = promiseOf(agent, startAgain);
-  const Ended stop = attempt(L"Stopping the agent failed: ", [&] { return agent.StopORVService(); });
+  const Ended stop = attempt("Stopping the agent failed: ", [&] { return agent.StopORVService(); });
   if (stop == Ended::kBadly) return {};
   Interruption result;
   result.bStopped = stop == Ended::kWell;
-  result.bDone = result.bStopped && attempt(L"The work on the stopped agent failed: ", work) == Ended::kWell;
-  result.bStartFailed = bToStart(startAgain, result.bDone) && !bStart(agent);
+  result.bDone = result.bStopped && attempt("The work on the stopped agent failed: ", work) == Ended::kWell;
+  result.bStartFailed = bToStart(startAgain, result.bDone) && !start(agent);
   return result;
 }
 

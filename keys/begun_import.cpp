@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "helper/files.h"
 #include "keys/hex_hash.h"
-#include "platform/afile.h"
 
 namespace kelt::keys {
 namespace {
@@ -58,15 +58,12 @@ class PlanReader {
   bool m_bGood = true;
 };
 
-std::string identityOf(const std::wstring& path, HexHash& hash) {
-  bool bThere = false;
-  if (!AFiler::getFileAccessibility(path, AFiler::kExistence, bThere)) return kUnknown;
-  if (!bThere) return kAbsent;
-  std::uint64_t size = 0;
-  ABuffer content;
-  const bool bRead =
-      AFiler::tryGetFileSize(path, size) && size <= platform::kMaxKeyFileSize && AFile::tryRead(path, content);
-  return bRead ? hash.of(content).value_or(kUnknown) : kUnknown;
+std::string identityOf(const std::string& path, HexHash& hash) {
+  if (helper::presenceOf(path) == helper::Presence::kAbsent) return kAbsent;
+  const auto size = helper::sizeOf(path);
+  if (!size || *size > platform::kMaxKeyFileSize) return kUnknown;
+  const auto content = helper::contentOf(path);
+  return content ? hash.of(*content).value_or(kUnknown) : kUnknown;
 }
 
 }  // namespace
@@ -112,7 +109,7 @@ std::array<std::string, kKeyFileCount> identitiesOf(const KeyFiles& files) {
   std::array<std::string, kKeyFileCount> identities;
   const auto paths = inOrder(files);
   std::transform(paths.begin(), paths.end(), identities.begin(),
-                 [&](const std::wstring* path) { return identityOf(*path, hash); });
+                 [&](const std::string* path) { return identityOf(*path, hash); });
   return identities;
 }
 

@@ -9,6 +9,7 @@
 
 #include "base/file_place.h"
 #include "base/utf.h"
+#include "helper/agent_log.h"
 #include "helper/agent_paths.h"
 #include "helper/command_line_helper.h"
 #include "helper/unfinished_work.h"
@@ -25,6 +26,8 @@
 namespace kelt::keys {
 namespace {
 
+using helper::logEvent;
+using helper::logProblem;
 using quorvane_com::QV::crypto::CryptShim;
 using quorvane_com::QV::crypto::CryptShimLogger;
 using quorvane_com::QV::crypto::IKeyManagement;
@@ -37,17 +40,14 @@ struct DestroyKeyManager {
 };
 using KeyManager = std::unique_ptr<IKeyManagement, DestroyKeyManager>;
 
-void info(const wchar_t* text) {
-  logInfo(L"keltcfg", text);
-}
-void error(const wchar_t* text) {
-  logError(L"keltcfg", text);
+/// Logs why an import ends here. Returns false, its result.
+bool fail(const char* why) {
+  logProblem(why);
+  return false;
 }
 
-/// Logs why an import ends here. Returns false, its result.
-bool fail(const wchar_t* why) {
-  error(why);
-  return false;
+bool bFileExists(const std::string& path) {
+  return modes::bFileExists(base::toWide(path));
 }
 
 CryptoSetting currentSetting() {
@@ -67,9 +67,9 @@ bool bServerKeysInRegistry() {
 ImportFacts gatherFacts(bool fromUpdateDir, const KeyFiles& files, const CryptoSetting& current, bool bRegistryKeys) {
   ImportFacts facts;
   facts.fromUpdateDir = fromUpdateDir;
-  facts.bMarkerCounts = !bRegistryKeys && modes::bFileExists(files.fipsMarker);
+  facts.bMarkerCounts = !bRegistryKeys && bFileExists(files.fipsMarker);
   facts.bMarkerSaysFips = facts.bMarkerCounts && bMarkerSaysFips(files.fipsMarker);
-  facts.bServerKey2048Exists = modes::bFileExists(files.serverKey2048);
+  facts.bServerKey2048Exists = bFileExists(files.serverKey2048);
   facts.current = current;
   return facts;
 }
@@ -79,13 +79,13 @@ bool reinitializeCrypto(Mode mode) {
   Mode running = Mode::kNonFips;
   if (!KeyConf().getCryptoMode(running)) running = Mode::kNonFips;
   if (mode == Mode::kFips && running == Mode::kFips) return true;
-  info(L"Trying to re-initialize crypto libraries.");
-  if (!CryptShim::instance()->deinitialize()) return fail(L"Unable to deinitialize cryptshim.");
+  logEvent("Trying to re-initialize crypto libraries.");
+  if (!CryptShim::instance()->deinitialize()) return fail("Unable to deinitialize cryptshim.");
   // The library keeps the logger for the life of the process.
   auto* const logger = new CryptShimLogger(logError, logInfo, nullptr, nullptr);
   CryptShim::configure(mode, Role::kDefault, logger, L"keltconfig.sig");
-  if (!CryptShim::instance()->initialize()) return fail(L"Unable to re-initialize cryptshim with new mode.");
-  info(L"Successfully re-initialized crypto libraries.");
+  if (!CryptShim::instance()->initialize()) return fail("Unable to re-initialize cryptshim with new mode.");
+  logEvent("Successfully re-initialized crypto libraries.");
   return true;
 }
 
@@ -94,23 +94,23 @@ bool prepareCrypto(Mode mode) {
   try {
     return reinitializeCrypto(mode);
   } catch (...) {
-    return fail(L"Unable to configure crypto library");
+    return fail("Unable to configure crypto library");
   }
 }
 
 /// Imports the server's keys and records the setting that they are for. Returns false where the server's public key or
 /// the setting is not recorded.
-bool importServerKeys(IKeyManagement& keys, const std::wstring& publicFile, const std::wstring& secretFile,
+bool importServerKeys(IKeyManagement& keys, const std::string& publicFile, const std::string& secretFile,
                       const CryptoSetting& setting) {
-  if (!keys.importKeyFromFile(KeyType::kServerPublic, publicFile)) {
-    return fail(L"Failed to import the server public key");
+  if (!keys.importKeyFromFile(KeyType::kServerPublic, base::toWide(publicFile))) {
+    return fail("Failed to import the server public key");
   }
-  if (!keys.importKeyFromFile(KeyType::kServerRequestSecret, secretFile)) {
-    info(L"Failed to import the server private key, not treating as a failure");
+  if (!keys.importKeyFromFile(KeyType::kServerRequestSecret, base::toWide(secretFile))) {
+    logEvent("Failed to import the server private key, not treating as a failure");
   }
   // With the wrong setting the agent could not use the keys. The key files stay, for the import to be repeated.
   return KeyConf().SetCryptoMode(setting.mode, setting.keySize) ||
-         fail(L"Unable to record the crypto mode and key size");
+         fail("Unable to record the crypto mode and key size");
 }
 
 /// Imports the agent's own pair from the registry emulation, where it holds one.
@@ -120,7 +120,7 @@ void importAgentKeys(IKeyManagement& keys) {
   if (!getAgentKeys(pub, sec)) return;
   const bool bImported = keys.importKey(KeyType::kAgentPublic, pub.data(), pub.length()) &&
                          keys.importKey(KeyType::kAgentSecret, sec.data(), sec.length());
-  if (!bImported) error(L"Failed to import the agent keys");
+  if (!bImported) logProblem("Failed to import the agent keys");
 }
 
 /// Records the hash of the server's public key in the agent's configuration.
@@ -129,13 +129,13 @@ void recordServerKeyHash(IKeyManagement& keys, HexHash& hash) {
   if (!keys.exportKey(KeyType::kServerPublic, key)) return;
   const std::optional<std::string> digits = hash.of(key);
   if (digits && !modes::bSetServerPublicKeyHashInfo(*digits)) {
-    error(L"Unable to set the public key hash information in the registry");
+    logProblem("Unable to set the public key hash information in the registry");
   }
 }
 
 void tellPlan(const ImportPlan& plan) {
-  info(modeText(plan.setting.mode));
-  info(keySizeText(plan.setting.keySize));
+  logEvent(modeText(plan.setting.mode));
+  logEvent(keySizeText(plan.setting.keySize));
 }
 
 /// `past` is an import that was cut off and that this one is in the place of: what it has changed by then is not what
@@ -152,9 +152,9 @@ BegunImport choose(bool fromUpdateDir, const KeyFiles& files, const std::optiona
 }
 
 /// Brings the keys into the key store. After true, the originals are not needed any more.
-bool storeKeys(const BegunImport& import, const std::wstring& publicFile, const std::wstring& secretFile) {
+bool storeKeys(const BegunImport& import, const std::string& publicFile, const std::string& secretFile) {
   const KeyManager keys(CryptShim::create_key_manager_object());
-  if (keys == nullptr) return fail(L"Unable to create key management object");
+  if (keys == nullptr) return fail("Unable to create key management object");
   if (!importServerKeys(*keys, publicFile, secretFile, import.plan.setting)) return false;
   if (import.bAgentKeys) importAgentKeys(*keys);
   HexHash hash;
@@ -171,17 +171,17 @@ void begin(helper::WorkMark& mark, const BegunImport& import) {
 /// Stores what the import brings, marked as begun before the first effect. After true the mark says that only the
 /// originals are still to be deleted.
 bool store(BegunImport& import, const KeyFiles& files, helper::WorkMark& mark) {
-  const std::wstring& publicFile = import.plan.bLegacyNames ? files.serverKey : files.serverKey2048;
-  const std::wstring& secretFile = import.plan.bLegacyNames ? files.requestKey : files.requestKey2048;
+  const std::string& publicFile = import.plan.bLegacyNames ? files.serverKey : files.serverKey2048;
+  const std::string& secretFile = import.plan.bLegacyNames ? files.requestKey : files.requestKey2048;
   tellPlan(import.plan);
   CryptShim::set_key_size_to_use(import.plan.setting.keySize);
-  info((L"Expecting these key files: " + publicFile + L", " + secretFile).c_str());
-  if (!modes::bFileExists(publicFile)) return fail(L"Unable to locate server keys ");
+  logEvent("Expecting these key files: " + publicFile + ", " + secretFile);
+  if (!bFileExists(publicFile)) return fail("Unable to locate server keys ");
   if (!prepareCrypto(import.plan.setting.mode)) return false;
   import.files = identitiesOf(files);
   begin(mark, import);
   if (!storeKeys(import, publicFile, secretFile)) return false;
-  info(L"Successfully imported the keys.");
+  logEvent("Successfully imported the keys.");
   import.stage = Stage::kCleaning;
   begin(mark, import);
   return true;
@@ -195,8 +195,8 @@ void deleteOriginals(const KeyFiles& files, Told told) {
   removeKeys(false);
   if (told == Told::kConsole) deleteKeyFiles(files);
   if (told == Told::kLog) deleteKeyFilesInSilence(files);
-  static_cast<void>(base::syncDirectory(base::directoryOf(base::toUtf8(files.fipsMarker))));
-  static_cast<void>(base::syncDirectory(base::directoryOf(base::toUtf8(helper::paths::kRegistryFile))));
+  static_cast<void>(base::syncDirectory(base::directoryOf(files.fipsMarker)));
+  static_cast<void>(base::syncDirectory(base::directoryOf(helper::paths::kRegistryFile)));
 }
 
 /// For an import that is not repeated: where its setting was recorded, the agent's pair of the old size still goes.
@@ -229,18 +229,18 @@ Earlier finish(BegunImport import, helper::WorkMark& mark, bool bOwn) {
   // Files that came into the update directory once all was stored are another update; a managed switch copies its own
   // anew.
   if (bOwn && bOtherFiles && (bStoring || !import.fromUpdateDir)) {
-    info(L"Beginning anew the key import that an earlier run began.");
+    logEvent("Beginning anew the key import that an earlier run began.");
     static_cast<void>(mark.adopt(helper::Work::kKeyImport));
     return {std::nullopt, import};
   }
-  info(L"Finishing the key import that an earlier run began.");
+  logEvent("Finishing the key import that an earlier run began.");
   const bool bDone = !bStoring || (!bOtherFiles && store(import, files, mark));
   if (bDone && !bOtherFiles) {
     deleteOriginals(files, bOwn ? Told::kConsole : Told::kLog);
   } else if (bDone) {
     removeKeys(false);  // what is left of the key files may belong to the new ones by now
   } else {
-    error(L"The key import that an earlier run began could not be finished.");
+    logProblem("The key import that an earlier run began could not be finished.");
     discardPairOf(import);
   }
   mark.end();
@@ -252,7 +252,7 @@ std::optional<BegunImport> markedImport(helper::WorkMark& mark) {
   if (!mark.found() || mark.found()->work != helper::Work::kKeyImport) return std::nullopt;
   auto import = importIn(mark.found()->plan);
   if (!import) {
-    error(L"Removed, being no mark of an import: the mark of unfinished work");
+    logProblem("Removed, being no mark of an import: the mark of unfinished work");
     mark.end();
   }
   return import;
@@ -271,8 +271,8 @@ Earlier finishBefore(bool fromUpdateDir, helper::WorkMark& mark) {
 namespace kelt::helper {
 
 bool CommandLineHelper::ImportKeys(bool fromUpdateDir) {
-  const std::wstring directory = keys::keyDirectory(fromUpdateDir);
-  if (directory.empty()) return keys::fail(L"Unable to get Agent Data Path, Agent might not be installed.");
+  const std::string directory = keys::keyDirectory(fromUpdateDir);
+  if (directory.empty()) return keys::fail("Unable to get Agent Data Path, Agent might not be installed.");
   WorkMark mark;
   const keys::Earlier earlier = keys::finishBefore(fromUpdateDir, mark);
   if (earlier.result) return *earlier.result;

@@ -20,18 +20,18 @@ ImportPlan planImport(const ImportFacts& facts) {
   return {{Mode::kNonFips, KeySize::kLower}, true};
 }
 
-const wchar_t* modeText(Mode mode) {
-  return mode == Mode::kFips ? L"Initializing in FIPS mode" : L"Initializing in NON-FIPS mode";
+const char* modeText(Mode mode) {
+  return mode == Mode::kFips ? "Initializing in FIPS mode" : "Initializing in NON-FIPS mode";
 }
 
-const wchar_t* keySizeText(KeySize keySize) {
+const char* keySizeText(KeySize keySize) {
   switch (keySize) {
     case KeySize::kLower:
-      return L"Setting the key size to be used as Lower 1024 bits";
+      return "Setting the key size to be used as Lower 1024 bits";
     case KeySize::kHigher:
-      return L"Setting the key size to be used as Higher 2048 bits";
+      return "Setting the key size to be used as Higher 2048 bits";
   }
-  return L"Unsupported key size";
+  return "Unsupported key size";
 }
 
 }  // namespace kelt::keys

@@ -37,7 +37,7 @@ struct ImportPlan {
 [[nodiscard]] ImportPlan planImport(const ImportFacts& facts);
 
 /// The log texts that announce a mode and a key size. A size that is not of its enumeration has a text too.
-[[nodiscard]] const wchar_t* modeText(Mode mode);
-[[nodiscard]] const wchar_t* keySizeText(KeySize keySize);
+[[nodiscard]] const char* modeText(Mode mode);
+[[nodiscard]] const char* keySizeText(KeySize keySize);
 
 }  // namespace kelt::keys

@@ -7,28 +7,28 @@
 
 namespace kelt::keys {
 
-/// Full paths of the files in the directory that an import takes its keys from.
+/// Full paths (UTF-8) of the files in the directory that an import takes its keys from.
 struct KeyFiles {
-  std::wstring serverKey2048;
-  std::wstring requestKey2048;
-  std::wstring serverKey;
-  std::wstring requestKey;
-  std::wstring fipsMarker;
+  std::string serverKey2048;
+  std::string requestKey2048;
+  std::string serverKey;
+  std::string requestKey;
+  std::string fipsMarker;
 };
 
 inline constexpr std::size_t kKeyFileCount = 5;
 
 /// All of them, in the order in which they are deleted.
-[[nodiscard]] std::array<const std::wstring*, kKeyFileCount> inOrder(const KeyFiles& files);
+[[nodiscard]] std::array<const std::string*, kKeyFileCount> inOrder(const KeyFiles& files);
 
 /// The paths below `directory`, joined by a "/" whatever it ends in.
-[[nodiscard]] KeyFiles keyFilesIn(const std::wstring& directory);
+[[nodiscard]] KeyFiles keyFilesIn(const std::string& directory);
 
 /// The directory to import from: the update directory or the installation directory. May end in "/".
-[[nodiscard]] std::wstring keyDirectory(bool fromUpdateDir);
+[[nodiscard]] std::string keyDirectory(bool fromUpdateDir);
 
 /// Whether the marker's first byte says FIPS mode. False where the file cannot be read.
-[[nodiscard]] bool bMarkerSaysFips(const std::wstring& fipsMarker);
+[[nodiscard]] bool bMarkerSaysFips(const std::string& fipsMarker);
 
 /// Deletes all five files in their order, with a line on the console for each that could not be deleted, be it that
 /// it was not there.

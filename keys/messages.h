@@ -5,8 +5,8 @@
 
 namespace kelt::keys::messages {
 
-[[nodiscard]] inline std::wstring couldNotDelete(const std::wstring& path) {
-  return L"Could not delete file, " + path;
+[[nodiscard]] inline std::string couldNotDelete(const std::string& path) {
+  return "Could not delete file, " + path;
 }
 
 }  // namespace kelt::keys::messages

@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "base/utf.h"
 #include "helper/agent_paths.h"
 #include "platform/registry.h"
 
@@ -22,7 +23,7 @@ constexpr std::uint32_t kMaxKeySize = 64U * 1024U;
 class AgentRegistryKey {
  public:
   AgentRegistryKey() {
-    InitializeRegistry(helper::paths::kRegistryFile);
+    InitializeRegistry(base::toWide(helper::paths::kRegistryFile).c_str());
     const auto open = [&] { return RegOpenKey(HKEY_LOCAL_MACHINE, kAgentKey, &m_key); };
     m_openStatus = open();
     // A file that the system refuses for once must not pass for one that holds no keys.

@@ -2,35 +2,39 @@
 
 #include "base/console.h"
 #include "helper/agent_paths.h"
+#include "helper/files.h"
 #include "modes/messages.h"
-#include "platform/afile.h"
 
 namespace kelt::modes {
 
 namespace paths = helper::paths;
+using helper::Presence;
 
-ClearedFile serverSiteList() {
-  return {std::wstring(paths::kScratchDir) + paths::kServerSiteList, messages::kSiteListInaccessible,
+FileToClear serverSiteList() {
+  return {std::string(paths::kScratchDir) + paths::kServerSiteList, messages::kSiteListInaccessible,
           messages::kSiteListNotDeleted};
 }
 
-ClearedFile siteCache() {
-  return {std::wstring(paths::kScratchEtcDir) + paths::kSiteCache, messages::kSiteCacheInaccessible,
+FileToClear siteCache() {
+  return {std::string(paths::kScratchEtcDir) + paths::kSiteCache, messages::kSiteCacheInaccessible,
           messages::kSiteCacheNotDeleted};
 }
 
-Cleared clearFile(const ClearedFile& file) {
-  bool bExists = false;
-  if (!AFiler::getFileAccessibility(file.path, AFiler::kRead, bExists)) {
-    base::printLine(file.inaccessible + file.path);
-    return Cleared::kFailed;
+Cleared clearFile(const FileToClear& file) {
+  switch (helper::presenceForReading(file.path)) {
+    case Presence::kAbsent:
+      return Cleared::kAbsent;
+    case Presence::kUnknown:
+      base::printLine(file.inaccessible + file.path);
+      return Cleared::kFailed;
+    case Presence::kThere:
+      break;
   }
-  if (!bExists) return Cleared::kAbsent;
   return deleteOrComplain(file.path, file.notDeleted) ? Cleared::kDeleted : Cleared::kFailed;
 }
 
-bool deleteOrComplain(const std::wstring& path, const wchar_t* notDeleted) {
-  if (AFiler::deleteFile(path)) return true;
+bool deleteOrComplain(const std::string& path, const char* notDeleted) {
+  if (helper::deleteFile(path)) return true;
   base::printLine(notDeleted + path);
   return false;
 }

@@ -5,26 +5,30 @@
 
 namespace kelt::modes {
 
-/// A file that a switch deletes where it is there: its path, and the texts (each followed by the path) for a failure to
-/// examine and to delete it.
-struct ClearedFile {
-  std::wstring path;
-  const wchar_t* inaccessible;
-  const wchar_t* notDeleted;
+/// A file that a switch deletes where it is there: its path (UTF-8), and the console texts, each to be followed by the
+/// path, for a failure to examine it and for one to delete it.
+struct FileToClear {
+  std::string path;
+  const char* inaccessible;
+  const char* notDeleted;
 };
 
 /// What the agent caches of its server, in the order in which it is cleared.
-[[nodiscard]] ClearedFile serverSiteList();
-[[nodiscard]] ClearedFile siteCache();
+[[nodiscard]] FileToClear serverSiteList();
+[[nodiscard]] FileToClear siteCache();
 
 /// What became of such a file.
-enum class Cleared { kAbsent, kDeleted, kFailed };
+enum class Cleared {
+  kAbsent,   ///< it was not there
+  kDeleted,  ///< it is gone; a power cut may bring it back until its directory is synced
+  kFailed,   ///< it is there, or that is not known
+};
 
-/// Deletes the file if it is there. Prints the text for it when that fails.
-[[nodiscard]] Cleared clearFile(const ClearedFile& file);
+/// Deletes the file if it is there. Where that fails, prints the text for it.
+[[nodiscard]] Cleared clearFile(const FileToClear& file);
 
 /// Deletes the file at `path`, which should be there. Returns false, having printed `notDeleted` and the path, when
 /// that fails.
-[[nodiscard]] bool deleteOrComplain(const std::wstring& path, const wchar_t* notDeleted);
+[[nodiscard]] bool deleteOrComplain(const std::string& path, const char* notDeleted);
 
 }  // namespace kelt::modes

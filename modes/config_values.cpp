@@ -5,6 +5,7 @@
 #include "base/file_read.h"
 #include "base/file_replace.h"
 #include "base/retry.h"
+#include "base/utf.h"
 #include "helper/agent_paths.h"
 #include "platform/afile.h"
 #include "platform/config_directory.h"
@@ -13,7 +14,6 @@ namespace kelt::modes {
 namespace {
 
 namespace paths = helper::paths;
-using quorvane_com::orv::tellcomn_wide_to_ansi;
 
 /// A longer configuration file is not edited.
 constexpr std::size_t kMaxConfigSize = 4095;
@@ -21,15 +21,15 @@ constexpr std::size_t kMaxConfigSize = 4095;
 }  // namespace
 
 std::wstring getORVConfPath() {
-  return paths::kInstallDir;
+  return base::toWide(paths::kInstallDir);
 }
 
 std::wstring getORVScratchPath() {
-  return paths::kScratchDir;
+  return base::toWide(paths::kScratchDir);
 }
 
 void getconfigPath(std::string& path) {
-  platform::ConfigDirectory directory(tellcomn_wide_to_ansi(paths::kConfigDir));
+  platform::ConfigDirectory directory(paths::kConfigDir);
   if (const auto name = directory.nextAgent()) path = directory.fileOf(*name);
 }
 

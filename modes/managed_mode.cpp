@@ -4,61 +4,60 @@
 // files and new ones but no halves. The source files are deleted last; until then the switch can be run again, which
 // completes an interrupted one.
 
+#include <string>
 #include <vector>
 
 #include "base/console.h"
 #include "base/retry.h"
+#include "base/utf.h"
+#include "helper/agent_log.h"
 #include "helper/agent_paths.h"
+#include "helper/file_id.h"
+#include "helper/files.h"
 #include "helper/unix_command_line_helper.h"
 #include "modes/clear_file.h"
 #include "modes/messages.h"
-#include "platform/afile.h"
-#include "platform/anxml.h"
-#include "platform/logger.h"
+#include "modes/site_list.h"
 
-namespace kelt::helper {
+namespace kelt::modes {
 namespace {
 
-namespace messages = modes::messages;
+namespace paths = helper::paths;
 
 enum class SiteListContent { kUnloadable, kNoSites, kNoServer, kServer };
 
 /// What the site list at `path` holds. One that does not load is taken for Latin-1, converted where it stands, and
 /// loaded again: one that the system merely refused for once would be spoilt by that.
-SiteListContent examine(const unixCommandLineHelper& helper, const std::wstring& path) {
-  AnXml siteList;
-  const auto load = [&] { return siteList.useExistingFile(path.c_str(), L"ns:SiteLists", nullptr, nullptr); };
-  if (!base::bAskedTwice(load) && !(helper.ConvertSiteListToUTF8(path) && load())) return SiteListContent::kUnloadable;
-
-  const AnXmlNode root(&siteList);
-  AnXmlNode sites;
-  if (!root.getExistingChild(&sites, L"SiteList", nullptr, nullptr, nullptr, nullptr)) return SiteListContent::kNoSites;
-  AnXmlNode server;
-  const bool bServer = sites.getExistingChild(&server, L"SpipeSite", L"ServerIP", nullptr, nullptr, nullptr);
-  return bServer ? SiteListContent::kServer : SiteListContent::kNoServer;
+SiteListContent examine(const helper::unixCommandLineHelper& helper, const std::string& path) {
+  SiteList siteList;
+  const auto load = [&] { return siteList.load(path); };
+  const bool bLoaded = base::bAskedTwice(load) || (helper.ConvertSiteListToUTF8(base::toWide(path)) && load());
+  if (!bLoaded) return SiteListContent::kUnloadable;
+  if (!siteList.bHasSites()) return SiteListContent::kNoSites;
+  return siteList.bHasServerAddress() ? SiteListContent::kServer : SiteListContent::kNoServer;
 }
 
-void logPath(const wchar_t* what, const std::wstring& path) {
-  logInfo(L"keltcfg", (what + path).c_str());
+void logKept(const char* why, const std::string& path) {
+  helper::logEvent(std::string("Kept, ") + why + ": " + path);
 }
 
 /// A file that the switch handled.
 struct Handled {
-  std::wstring source;
-  std::wstring destination;
-  bool bCopied;             ///< what is at the destination is the source's content
-  bool bOneFile;            ///< as it was before, source and destination being one file
-  bool bSourceIsTakenBack;  ///< taking back deletes the source instead of the copy
+  std::string source;
+  std::string destination;
+  bool bCopied;          ///< what is at the destination is the source's content
+  bool bOneFile;         ///< as it was before, source and destination being one file
+  bool bUndoneAtSource;  ///< undoing deletes the source instead of the copy
 };
 
 /// One run of the switch: which files it has handled, and whether all went well so far. It has not until the site list
 /// is copied.
 class ManagedSwitch {
  public:
-  explicit ManagedSwitch(std::wstring sourceDir) : m_sourceDir(std::move(sourceDir)) {}
+  explicit ManagedSwitch(std::string sourceDir) : m_sourceDir(std::move(sourceDir)) {}
 
   bool copySiteList() {
-    // Taking back means the source: an installed site list that the agent may already have read stays.
+    // Undoing means the source: an installed site list that the agent may already have read stays.
     m_bResult = copy(paths::kSiteList, paths::kScratchEtcDir, true).bCopied;
     return m_bResult;
   }
@@ -66,104 +65,114 @@ class ManagedSwitch {
   /// A site list that is not copied is deleted like one that is, where it was fetched.
   void passOverSiteList() { m_handled.push_back(examined(paths::kSiteList, paths::kScratchEtcDir, true)); }
 
-  void copyKeyFile(const wchar_t* name) {
+  void copyKeyFile(const char* name) {
     const Handled& file = copy(name, paths::kInstallDir, false);
     if (file.bCopied) return;
     base::printLine(messages::kKeyFileNotCopied + file.source);
     m_bResult = false;
   }
 
-  void clearCache(const modes::ClearedFile& file) {
-    const modes::Cleared cleared = modes::clearFile(file);
-    if (cleared == modes::Cleared::kFailed) m_bResult = false;
-    if (cleared == modes::Cleared::kDeleted) logPath(L"Deleted as cached: ", file.path);
+  void clearCache(const FileToClear& file) {
+    const Cleared cleared = clearFile(file);
+    if (cleared == Cleared::kFailed) m_bResult = false;
+    if (cleared == Cleared::kDeleted) helper::logEvent("Deleted as cached: " + file.path);
   }
 
   /// Deletes what was copied. A failure here is told, and changes nothing any more.
-  void takeBack() const {
+  void undo() const {
     for (const Handled& file : m_handled) {
-      if (!file.bCopied || bKept(file)) continue;
-      const std::wstring& path = file.bSourceIsTakenBack ? file.source : file.destination;
-      static_cast<void>(bDeleted(path, L"Deleted after a failed switch: "));
+      if (!file.bCopied) continue;
+      const std::string& path = file.bUndoneAtSource ? file.source : file.destination;
+      static_cast<void>(remove(file, path, "Deleted after a failed switch: "));
     }
   }
 
   void deleteSources() {
     for (const Handled& file : m_handled) {
-      if (bKept(file)) continue;
-      if (!bDeleted(file.source, L"Deleted as fetched: ")) m_bResult = false;
+      if (!remove(file, file.source, "Deleted as fetched: ")) m_bResult = false;
     }
   }
 
   [[nodiscard]] bool result() const { return m_bResult; }
 
  private:
-  [[nodiscard]] Handled examined(const wchar_t* name, const wchar_t* directory, bool bSourceIsTakenBack) const {
-    const std::wstring source = m_sourceDir + name;
-    const std::wstring destination = std::wstring(directory) + name;
-    return {source, destination, false, bOneFile(source, destination), bSourceIsTakenBack};
+  [[nodiscard]] Handled examined(const char* name, const char* directory, bool bUndoneAtSource) const {
+    const std::string source = m_sourceDir + name;
+    const std::string destination = std::string(directory) + name;
+    return {source, destination, false, helper::bOneFile(source, destination), bUndoneAtSource};
   }
 
   /// Copies a file and notes what came of it.
-  const Handled& copy(const wchar_t* name, const wchar_t* directory, bool bSourceIsTakenBack) {
-    Handled& file = m_handled.emplace_back(examined(name, directory, bSourceIsTakenBack));
-    file.bCopied = AFiler::copyFile(file.source, file.destination);
+  const Handled& copy(const char* name, const char* directory, bool bUndoneAtSource) {
+    Handled& file = m_handled.emplace_back(examined(name, directory, bUndoneAtSource));
+    file.bCopied = helper::copyFile(file.source, file.destination);
     return file;
   }
 
-  /// Deletes a file, with a line on the console when that fails and one in the log when it does not.
-  static bool bDeleted(const std::wstring& path, const wchar_t* logged) {
-    if (!modes::deleteOrComplain(path, messages::kFileNotDeleted)) return false;
-    logPath(logged, path);
+  /// Deletes `path`, the source or the copy of a file, with a line on the console when that fails and one in the log
+  /// when it does not. What is installed itself is neither a copy to undo nor a source to delete, and is kept. Returns
+  /// whether nothing failed.
+  static bool remove(const Handled& file, const std::string& path, const char* logged) {
+    if (file.bOneFile) {
+      logKept("being what is installed", file.source);
+      return true;
+    }
+    if (!deleteOrComplain(path, messages::kFileNotDeleted)) return false;
+    helper::logEvent(logged + path);
     return true;
   }
 
-  /// Whether the file is what is installed, and so neither a copy to take back nor a source to delete.
-  static bool bKept(const Handled& file) {
-    if (file.bOneFile) logPath(L"Kept, being what is installed: ", file.source);
-    return file.bOneFile;
-  }
-
-  std::wstring m_sourceDir;
+  std::string m_sourceDir;
   bool m_bResult = false;
   std::vector<Handled> m_handled;
 };
 
-bool fail(const wchar_t* text) {
+/// Copies the files in their order, and clears what the agent knows of an earlier server on the way.
+void install(ManagedSwitch& change) {
+  for (const char* name : {paths::kRequestKey, paths::kRequestKey2048, paths::kFipsMarker})
+    change.copyKeyFile(name);
+  change.clearCache(serverSiteList());
+  change.clearCache(siteCache());
+  for (const char* name : {paths::kServerKey, paths::kServerKey2048})
+    change.copyKeyFile(name);
+}
+
+bool fail(const char* text) {
   base::printLine(text);
   return false;
 }
 
 }  // namespace
+}  // namespace kelt::modes
+
+namespace kelt::helper {
 
 bool unixCommandLineHelper::bFetchedHere() const {
-  const auto here = fileIdOf(GetSourceDir() + L"/");
-  if (here && here == m_fetchedInto) return true;
-  logPath(L"Kept, as nothing was fetched into this directory: ", GetSourceDir());
-  return false;
+  const auto here = fileIdOf(base::toUtf8(GetSourceDir()) + "/");
+  return here && here == m_fetchedInto;
 }
 
 bool unixCommandLineHelper::managedModeTask() {
-  const SiteListContent content = examine(*this, GetSourceDir() + paths::kSiteList);
-  if (content == SiteListContent::kUnloadable) return fail(messages::kSiteListNotLoaded);
-  if (content == SiteListContent::kNoServer) return fail(messages::kServerAddressMissing);
+  const std::string source = base::toUtf8(GetSourceDir());
+  const auto content = modes::examine(*this, source + paths::kSiteList);
+  if (content == modes::SiteListContent::kUnloadable) return modes::fail(modes::messages::kSiteListNotLoaded);
+  if (content == modes::SiteListContent::kNoServer) return modes::fail(modes::messages::kServerAddressMissing);
 
-  ManagedSwitch change(GetSourceDir());
+  modes::ManagedSwitch change(source);
   // A site list without sites is not copied. Without that copy the switch fails in the end, with the caches cleared.
-  if (content != SiteListContent::kServer) {
+  if (content != modes::SiteListContent::kServer) {
     change.passOverSiteList();
   } else if (!change.copySiteList()) {
-    return fail(messages::kSiteListNotCopied);
+    return modes::fail(modes::messages::kSiteListNotCopied);
   }
-  for (const wchar_t* name : {paths::kRequestKey, paths::kRequestKey2048, paths::kFipsMarker})
-    change.copyKeyFile(name);
-  change.clearCache(modes::serverSiteList());
-  change.clearCache(modes::siteCache());
-  for (const wchar_t* name : {paths::kServerKey, paths::kServerKey2048})
-    change.copyKeyFile(name);
+  modes::install(change);
 
-  if (!change.result()) change.takeBack();
-  if (m_provisionFromServer && bFetchedHere()) change.deleteSources();
+  if (!change.result()) change.undo();
+  if (m_provisionFromServer && bFetchedHere()) {
+    change.deleteSources();
+  } else if (m_provisionFromServer) {
+    modes::logKept("as nothing was fetched into this directory", source);
+  }
   return change.result();
 }
 

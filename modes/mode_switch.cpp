@@ -1,20 +1,19 @@
 // The one operation through which the driver changes the agent's mode.
 
 #include "base/secret.h"
+#include "base/utf.h"
 #include "helper/unix_command_line_helper.h"
 #include "helper/while_stopped.h"
 #include "provision/provision.h"
 
-namespace kelt::helper {
+namespace kelt::modes {
 namespace {
-
-using quorvane_com::orv::tellcomn_wide_to_ansi;
 
 /// Keeps the narrow form of a secret, and wipes what it was made from. Copied, not moved: a short text stands in the
 /// string object itself, where moving would leave it.
 void keepNarrow(std::wstring& secret, std::string& kept) {
   const base::WipeAtEnd wipeSecret(secret);
-  std::string narrow = tellcomn_wide_to_ansi(secret);
+  std::string narrow = base::toUtf8(secret);
   const base::WipeAtEnd wipeNarrow(narrow);
   kept = narrow;
 }
@@ -22,22 +21,31 @@ void keepNarrow(std::wstring& secret, std::string& kept) {
 /// Exit statuses of the switch; those of provisioning are added to kProvisioningFailed.
 enum Status : int { kDone = 0, kSwitchFailed = 1, kStartFailed = 4, kStopFailed = 5, kProvisioningFailed = 30 };
 
+int statusOf(const helper::Interruption& change) {
+  if (!change.bStopped) return kStopFailed;
+  if (change.bStartFailed) return kStartFailed;
+  return change.bDone ? kDone : kSwitchFailed;
+}
+
 }  // namespace
+}  // namespace kelt::modes
+
+namespace kelt::helper {
 
 int unixCommandLineHelper::PrepareORV(bool managed, bool noStart, std::wstring sourceDir, std::wstring currentDir,
                                       bool /*pFlag*/, std::wstring /*logFile*/, bool /*fFlag*/, bool provision,
                                       std::wstring server, std::wstring user, std::wstring password) {
   m_provisionFromServer = provision;
   m_fetchedInto.reset();
-  m_server = tellcomn_wide_to_ansi(server);
-  m_user = tellcomn_wide_to_ansi(user);
+  m_server = base::toUtf8(server);
+  m_user = base::toUtf8(user);
   const base::WipeAtEnd wipeAlsoWithoutMemory(m_password);
-  keepNarrow(password, m_password);
+  modes::keepNarrow(password, m_password);
   if (provision) m_provisionResult = provision::Provision::iGetProvisionFiles(sourceDir, m_server, m_user, m_password);
   base::wipe(m_password);  // nothing needs it any more, and commands are run from here on
   base::wipeUnusedStack();
-  if (provision && m_provisionResult != 0) return kProvisioningFailed + m_provisionResult;
-  if (provision) m_fetchedInto = fileIdOf(sourceDir + L"/");
+  if (provision && m_provisionResult != 0) return modes::kProvisioningFailed + m_provisionResult;
+  if (provision) m_fetchedInto = fileIdOf(base::toUtf8(sourceDir) + "/");
 
   const StartAgain startAgain = noStart ? StartAgain::kNever : StartAgain::kAlways;
   const Interruption change = whileStopped(*this, startAgain, [&] {
@@ -47,9 +55,7 @@ int unixCommandLineHelper::PrepareORV(bool managed, bool noStart, std::wstring s
     finishInterrupted(std::nullopt);
     return false;
   });
-  if (!change.bStopped) return kStopFailed;
-  if (change.bStartFailed) return kStartFailed;
-  return change.bDone ? kDone : kSwitchFailed;
+  return modes::statusOf(change);
 }
 
 }  // namespace kelt::helper

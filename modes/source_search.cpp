@@ -3,38 +3,42 @@
 #include <utility>
 
 #include "base/console.h"
+#include "base/utf.h"
 #include "helper/agent_paths.h"
+#include "helper/files.h"
 #include "helper/leftovers.h"
 #include "helper/unix_command_line_helper.h"
 #include "modes/messages.h"
-#include "platform/afile.h"
 
-namespace kelt::helper {
+namespace kelt::modes {
 namespace {
 
-namespace messages = modes::messages;
-
-bool bHasSiteList(const std::wstring& directory) {
-  const std::wstring siteList = directory + paths::kSiteList;
-  bool bExists = false;
-  if (AFiler::getFileAccessibility(siteList, AFiler::kRead, bExists)) return bExists;
-  base::printLine(messages::kSiteListInaccessible + siteList);
-  return false;
+/// Looks for the site list in `directory`. Returns false where there is none, or, with a line on the console, where
+/// that cannot be found out.
+bool findSiteList(const std::string& directory) {
+  const std::string siteList = directory + helper::paths::kSiteList;
+  const helper::Presence presence = helper::presenceForReading(siteList);
+  if (presence == helper::Presence::kUnknown) base::printLine(messages::kSiteListInaccessible + siteList);
+  return presence == helper::Presence::kThere;
 }
 
 }  // namespace
+}  // namespace kelt::modes
+
+namespace kelt::helper {
 
 int unixCommandLineHelper::PrepareORVForManagedMode(std::wstring sourceDir, std::wstring currentDir) {
   std::wstring joined = currentDir;
   joined.append(L"/").append(sourceDir);
   for (const std::wstring& candidate : {std::move(sourceDir), std::move(joined), std::move(currentDir)}) {
-    if (!bHasSiteList(candidate)) continue;
+    const std::string directory = base::toUtf8(candidate);
+    if (!modes::findSiteList(directory)) continue;
     SetSourceDir(candidate);
-    sweepDirectory(candidate);
+    sweepDirectory(directory);
     // The first complete directory decides, whatever the switch from it comes to.
     if (allKeyFilesPresent()) return managedModeTask() ? 1 : 0;
   }
-  base::printLine(messages::kNoCompleteSource);
+  base::printLine(modes::messages::kNoCompleteSource);
   return 0;
 }
 

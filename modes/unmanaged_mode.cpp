@@ -7,29 +7,30 @@
 #include "modes/unmanaged_mode.h"
 
 #include <array>
+#include <string>
 
 #include "base/console.h"
 #include "base/file_place.h"
-#include "base/utf.h"
+#include "helper/agent_log.h"
 #include "helper/agent_paths.h"
+#include "helper/files.h"
 #include "helper/unix_command_line_helper.h"
 #include "modes/clear_file.h"
 #include "modes/messages.h"
-#include "platform/afile.h"
-#include "platform/anxml.h"
-#include "platform/logger.h"
+#include "modes/site_list.h"
 
 namespace kelt::modes {
 namespace {
 
 namespace paths = helper::paths;
+using helper::Presence;
 
-ClearedFile legacyKey(const wchar_t* name) {
-  return {std::wstring(paths::kInstallDir) + name, messages::kKeyFileInaccessible, messages::kKeyFileNotDeleted};
+FileToClear legacyKey(const char* name) {
+  return {std::string(paths::kInstallDir) + name, messages::kKeyFileInaccessible, messages::kKeyFileNotDeleted};
 }
 
 /// What belongs to the server, in the order in which it is deleted.
-std::array<ClearedFile, 4> serverData() {
+std::array<FileToClear, 4> serverData() {
   return {legacyKey(paths::kRequestKey), legacyKey(paths::kServerKey), serverSiteList(), siteCache()};
 }
 
@@ -37,42 +38,57 @@ std::array<ClearedFile, 4> serverData() {
 template <typename Clear>
 bool clearServerData(const Clear& clear) {
   bool bResult = true;
-  for (const ClearedFile& file : serverData()) {
+  for (const FileToClear& file : serverData()) {
     if (!clear(file)) bResult = false;
   }
-  for (const wchar_t* directory : {paths::kInstallDir, paths::kScratchDir, paths::kScratchEtcDir})
-    static_cast<void>(base::syncDirectory(base::toUtf8(directory)));
+  for (const char* directory : {paths::kInstallDir, paths::kScratchDir, paths::kScratchEtcDir})
+    static_cast<void>(base::syncDirectory(std::string(directory)));
   return bResult;
 }
 
-bool bClearedSilently(const ClearedFile& file) {
-  bool bExists = false;
-  if (AFiler::getFileAccessibility(file.path, AFiler::kRead, bExists) && (!bExists || AFiler::deleteFile(file.path)))
-    return true;
-  logError(L"keltcfg", (L"Left of an interrupted switch, not deleted: " + file.path).c_str());
+/// Two ways to do it for a file: what does not work is said on the console, or in the log alone.
+bool clearAloud(const FileToClear& file) {
+  return clearFile(file) != Cleared::kFailed;
+}
+
+bool clearSilently(const FileToClear& file) {
+  const Presence presence = helper::presenceForReading(file.path);
+  if (presence == Presence::kAbsent) return true;
+  if (presence == Presence::kThere && helper::deleteFile(file.path)) return true;
+  helper::logProblem("Left of an interrupted switch, not deleted: " + file.path);
   return false;
 }
 
-bool bHasServers(AnXml& siteList) {
-  const AnXmlNode root(&siteList);
-  AnXmlNode sites;
-  AnXmlNode server;
-  return root.getExistingChild(&sites, L"SiteList", nullptr, nullptr, nullptr, nullptr) &&
-         sites.getExistingChild(&server, L"SpipeSite", nullptr, nullptr, nullptr, nullptr);
+std::string installedSiteList() {
+  return std::string(paths::kScratchEtcDir) + paths::kSiteList;
 }
 
-std::wstring installedSiteList() {
-  return std::wstring(paths::kScratchEtcDir) + paths::kSiteList;
+bool fail(const std::string& text) {
+  base::printLine(text);
+  return false;
+}
+
+/// Loads the installed site list. Returns false, having said why, when that is not possible.
+bool loadInstalled(SiteList& siteList) {
+  const std::string path = installedSiteList();
+  switch (helper::presenceForReading(path)) {
+    case Presence::kUnknown:
+      return fail(messages::kSiteListInaccessible + path);
+    case Presence::kAbsent:
+      return fail(messages::kInstalledSiteListMissing);
+    case Presence::kThere:
+      break;
+  }
+  return siteList.load(path) || fail(messages::kInstalledSiteListNotLoaded);
 }
 
 }  // namespace
 
 void finishUnmanagedSwitch(helper::WorkMark& mark) {
-  AnXml siteList;
-  const bool bLoads = siteList.useExistingFile(installedSiteList().c_str(), L"ns:SiteLists", nullptr, nullptr);
-  if (bLoads && !bHasServers(siteList)) {
-    logInfo(L"keltcfg", L"Finishing the switch to unmanaged mode that an earlier run began.");
-    static_cast<void>(clearServerData(bClearedSilently));
+  SiteList siteList;
+  if (siteList.load(installedSiteList()) && !siteList.bHasServer()) {
+    helper::logEvent("Finishing the switch to unmanaged mode that an earlier run began.");
+    static_cast<void>(clearServerData(clearSilently));
   }
   mark.end();
 }
@@ -80,57 +96,18 @@ void finishUnmanagedSwitch(helper::WorkMark& mark) {
 }  // namespace kelt::modes
 
 namespace kelt::helper {
-namespace {
-
-namespace messages = modes::messages;
-
-bool fail(const std::wstring& text) {
-  base::printLine(text);
-  return false;
-}
-
-/// Opens the installed site list. Returns false, having said why, when that is not possible.
-bool loadInstalledSiteList(const std::wstring& path, AnXml& siteList) {
-  bool bExists = false;
-  if (!AFiler::getFileAccessibility(path, AFiler::kRead, bExists)) return fail(messages::kSiteListInaccessible + path);
-  if (!bExists) return fail(messages::kInstalledSiteListMissing);
-  if (siteList.useExistingFile(path.c_str(), L"ns:SiteLists", nullptr, nullptr)) return true;
-  return fail(messages::kInstalledSiteListNotLoaded);
-}
-
-/// Removes every server of the site list. Returns false when there is none.
-bool removeServers(AnXml& siteList) {
-  const AnXmlNode root(&siteList);
-  AnXmlNode sites;
-  if (!root.getExistingChild(&sites, L"SiteList", nullptr, nullptr, nullptr, nullptr)) return false;
-  AnXmlNode server;
-  bool bAny = false;
-  while (sites.getExistingChild(&server, L"SpipeSite", nullptr, nullptr, nullptr, nullptr)) {
-    if (!server.remove()) break;
-    bAny = true;
-  }
-  return bAny;
-}
-
-bool bServerDataCleared() {
-  return modes::clearServerData(
-      [](const modes::ClearedFile& file) { return modes::clearFile(file) != modes::Cleared::kFailed; });
-}
-
-}  // namespace
 
 bool unixCommandLineHelper::PrepareORVForUnmanagedMode() {
-  const std::wstring path = modes::installedSiteList();
   WorkMark mark;
   const bool bBegun = mark.adopt(Work::kUnmanagedSwitch);
-  AnXml siteList;
-  if (!loadInstalledSiteList(path, siteList)) return false;
+  modes::SiteList siteList;
+  if (!modes::loadInstalled(siteList)) return false;
   // Without a server in it the agent is unmanaged already, but for what an earlier run left to be deleted.
-  if (!removeServers(siteList)) return !bBegun || bServerDataCleared();
+  if (!siteList.removeServers()) return !bBegun || modes::clearServerData(modes::clearAloud);
   mark.begin({Work::kUnmanagedSwitch, {}});
   // A site list that cannot be written back keeps its servers, and the rest goes all the same.
-  static_cast<void>(siteList.writeFile(path.c_str(), false, false));
-  return bServerDataCleared();
+  static_cast<void>(siteList.write(modes::installedSiteList()));
+  return modes::clearServerData(modes::clearAloud);
 }
 
 }  // namespace kelt::helper

@@ -216,7 +216,7 @@ TEST_F(FilesWithoutMemory, AreNotTakenForAbsentWhereOnlyOneAllocationFails) {
       prepare, [] { return modes::bFileExists(L"/tmp/d/a file with a name that no small string holds"); },
       expectNoWrongAnswer);
   failEach(
-      prepare, [] { return keys::bMarkerSaysFips(L"/tmp/marker"); }, expectNoWrongAnswer);
+      prepare, [] { return keys::bMarkerSaysFips("/tmp/marker"); }, expectNoWrongAnswer);
   failEach(
       prepare,
       [] {

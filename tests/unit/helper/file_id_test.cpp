@@ -21,19 +21,19 @@ TEST_F(FileIdTest, KnowsAFileUnderEveryName) {
   ASSERT_EQ(::symlink("d/file", "/tmp/link"), 0);
   ASSERT_EQ(::symlink("d", "/tmp/e"), 0);
   ASSERT_EQ(::link("/tmp/d/file", "/tmp/hard"), 0);
-  for (const wchar_t* name : {L"/tmp/d/file", L"/tmp//d/../d/file", L"/tmp/link", L"/tmp/e/file", L"/tmp/hard"})
-    EXPECT_TRUE(bOneFile(L"/tmp/d/file", name)) << name;
-  EXPECT_TRUE(bOneFile(L"/tmp/d", L"/tmp/e/"));
+  for (const char* name : {"/tmp/d/file", "/tmp//d/../d/file", "/tmp/link", "/tmp/e/file", "/tmp/hard"})
+    EXPECT_TRUE(bOneFile("/tmp/d/file", name)) << name;
+  EXPECT_TRUE(bOneFile("/tmp/d", "/tmp/e/"));
 }
 
 TEST_F(FileIdTest, TellsFilesOfTheSameContentApart) {
-  EXPECT_FALSE(bOneFile(L"/tmp/d/file", L"/tmp/d/copy"));
-  EXPECT_FALSE(bOneFile(L"/tmp/d", L"/tmp"));
+  EXPECT_FALSE(bOneFile("/tmp/d/file", "/tmp/d/copy"));
+  EXPECT_FALSE(bOneFile("/tmp/d", "/tmp"));
 }
 
 TEST_F(FileIdTest, HasNoneForWhatIsNotThere) {
   ASSERT_EQ(::symlink("/tmp/missing", "/tmp/dangling"), 0);
-  for (const wchar_t* path : {L"", L"/tmp/missing", L"/tmp/dangling", L"/tmp/d/file/"}) {
+  for (const char* path : {"", "/tmp/missing", "/tmp/dangling", "/tmp/d/file/"}) {
     EXPECT_FALSE(fileIdOf(path).has_value()) << path;
     EXPECT_FALSE(bOneFile(path, path)) << path;
   }
@@ -41,7 +41,7 @@ TEST_F(FileIdTest, HasNoneForWhatIsNotThere) {
 
 TEST_F(FileIdTest, DoesNotWaitForTheOtherEndOfAPipe) {
   ASSERT_EQ(::mkfifo("/tmp/pipe", 0600), 0);
-  EXPECT_TRUE(bOneFile(L"/tmp/pipe", L"/tmp/pipe"));
+  EXPECT_TRUE(bOneFile("/tmp/pipe", "/tmp/pipe"));
 }
 
 }  // namespace

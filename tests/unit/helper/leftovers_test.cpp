@@ -17,7 +17,7 @@ TEST_F(Leftovers, AreRemovedFromADirectoryWithALineInTheLog) {
   tests::putDirectory("/opt/Quorvane/orv/scratch");
   putFile(std::string("/tmp/d") + kName, "secret");
   putFile("/tmp/d/f", "kept");
-  sweepDirectory(L"/tmp/d");
+  sweepDirectory("/tmp/d");
   EXPECT_EQ(tests::namesIn("/tmp/d"), std::vector<std::string>{"f"});
   const std::string log = tests::contentOf(kLog);
   EXPECT_NE(log.find("\tI\t"), std::string::npos);
@@ -26,7 +26,7 @@ TEST_F(Leftovers, AreRemovedFromADirectoryWithALineInTheLog) {
 
 TEST_F(Leftovers, ThatAreNotThereAreNotWorthALine) {
   tests::putDirectory("/opt/Quorvane/orv/scratch");
-  sweepDirectory(L"/tmp");
+  sweepDirectory("/tmp");
   sweepInstallation();
   EXPECT_FALSE(exists(kLog));
 }

@@ -83,7 +83,7 @@ TEST(BegunImport, IsNotReadFromAnythingElse) {
 
 class KeyFileIdentity : public tests::PrivateDevice {
  protected:
-  static std::array<std::string, kKeyFileCount> identities() { return identitiesOf(keyFilesIn(L"/tmp")); }
+  static std::array<std::string, kKeyFileCount> identities() { return identitiesOf(keyFilesIn("/tmp")); }
 };
 
 TEST_F(KeyFileIdentity, IsTheHashOfTheContent) {

@@ -60,11 +60,11 @@ TEST(ImportPlan, IgnoresWhatAMarkerSaysThatDoesNotCount) {
 }
 
 TEST(ImportPlan, AnnouncesModeAndKeySize) {
-  EXPECT_STREQ(modeText(Mode::kFips), L"Initializing in FIPS mode");
-  EXPECT_STREQ(modeText(Mode::kNonFips), L"Initializing in NON-FIPS mode");
-  EXPECT_STREQ(keySizeText(KeySize::kLower), L"Setting the key size to be used as Lower 1024 bits");
-  EXPECT_STREQ(keySizeText(KeySize::kHigher), L"Setting the key size to be used as Higher 2048 bits");
-  EXPECT_STREQ(keySizeText(KeySize{2}), L"Unsupported key size");
+  EXPECT_STREQ(modeText(Mode::kFips), "Initializing in FIPS mode");
+  EXPECT_STREQ(modeText(Mode::kNonFips), "Initializing in NON-FIPS mode");
+  EXPECT_STREQ(keySizeText(KeySize::kLower), "Setting the key size to be used as Lower 1024 bits");
+  EXPECT_STREQ(keySizeText(KeySize::kHigher), "Setting the key size to be used as Higher 2048 bits");
+  EXPECT_STREQ(keySizeText(KeySize{2}), "Unsupported key size");
 }
 
 }  // namespace
