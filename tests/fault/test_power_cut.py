@@ -6,7 +6,11 @@ import re
 import pytest
 
 from device import INSTALL, KEY_FILES, KEYSTORE, ROOT, SCRATCH, SITE_LIST, Device
-from power_cut import TEMPORARY, TRACE, Disk, identities, lasting_tree, name_identities, record, run_states
+from lasting_files import lasting_tree
+from power_cut_disk import TEMPORARY, Disk
+from power_cut_runs import run_states
+from power_cut_states import states_of
+from power_cut_trace import TRACE, record
 
 SOURCE = "/opt/Quorvane/keys"  # on the disk, unlike /run
 KEYS = ROOT / "tests/data/keys"
@@ -113,18 +117,18 @@ def command(request, tmp_path, binary, package, _packages):
 
 def test_what_a_power_cut_can_leave_is_a_state_from_which_the_next_run_ends_well(command):
     device, arguments = command
-    first, known = lasting_tree(device.state), identities(device.state)
+    first = lasting_tree(device.state)
     assert device.run(*arguments, via=TRACE).status == 0
     after = lasting_tree(device.state)
     disk = Disk(first).play(record(device.take("/run/trace")))
-    states = disk.states()
+    states = states_of(disk)
 
     assert disk.problems == []
     assert after in [state for _, state in states], "the model follows the run to its end"
     assert first in [state for _, state in states]
     assert len(states) > 20
 
-    trees = name_identities([first, after, *(state for _, state in states)], first, known)
+    trees = [first, after, *(state for _, state in states)]
     (status, _, good), again, *reruns = run_states(device, trees, *arguments)
     assert (status, good) == (0, after)
     # Where all was done, the next run may find nothing to do.

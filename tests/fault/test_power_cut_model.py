@@ -2,7 +2,9 @@
 
 import pytest
 
-from power_cut import Disk, record
+from power_cut_disk import Disk
+from power_cut_states import states_of
+from power_cut_trace import record
 
 PLACE = "/opt/Quorvane"
 OLD = {f"{PLACE}/file": ("f", 0o644, b"old")}
@@ -38,7 +40,7 @@ def played(*lines, first=OLD):
 
 def contents(disk, name="file"):
     """What the states have under a name, None for nothing."""
-    return {state.get(f"{PLACE}/{name}", (None, None, None))[2] for _, state in disk.states()}
+    return {state.get(f"{PLACE}/{name}", (None, None, None))[2] for _, state in states_of(disk)}
 
 
 @pytest.mark.parametrize("opened", [(OPEN_NEW, WRITE), (OPEN_NAMELESS, WRITE, LINK)], ids=["with-a-name", "without"])
@@ -50,8 +52,8 @@ def test_a_replacement_with_its_syncs_leaves_old_or_new(opened):
 
 def test_after_the_sync_of_the_directory_only_the_new_file_is_left():
     disk = played(OPEN_PLACE, OPEN_NEW, WRITE, SYNC_FILE, RENAME, SYNC_PLACE)
-    assert disk._pending() == []
-    assert [state for _, state in disk.states()][-1] == {f"{PLACE}/file": ("f", 0o600, b"new!")}
+    assert disk.pending() == []
+    assert [state for _, state in states_of(disk)][-1] == {f"{PLACE}/file": ("f", 0o600, b"new!")}
 
 
 def test_a_file_that_takes_its_name_before_its_sync_may_be_empty_torn_or_zeros():
@@ -62,31 +64,31 @@ def test_a_file_that_takes_its_name_before_its_sync_may_be_empty_torn_or_zeros()
 
 def test_a_sync_of_the_file_is_none_of_its_name():
     disk = played(OPEN_PLACE, OPEN_NEW, WRITE, SYNC_FILE, RENAME, SYNC_FILE)
-    assert [event.call for event in disk._pending()] == ["openat of .file.kelt-abc", "renameat of file"]
+    assert [event.call for event in disk.pending()] == ["openat of .file.kelt-abc", "renameat of file"]
 
 
 def test_a_source_that_goes_before_its_copy_is_on_the_disk_may_be_lost_with_it():
     first = {f"{PLACE}/source": ("f", 0o600, b"new!")}
     early = played(OPEN_PLACE, OPEN_NEW, WRITE, SYNC_FILE, RENAME, unlink("source"), SYNC_PLACE, first=first)
     assert early.problems == ["unlink of source before the directory was synced after renameat of file"]
-    lost = [state for _, state in early.states() if not {f"{PLACE}/file", f"{PLACE}/source"} & set(state)]
+    lost = [state for _, state in states_of(early) if not {f"{PLACE}/file", f"{PLACE}/source"} & set(state)]
     assert lost != []
     late = played(OPEN_PLACE, OPEN_NEW, WRITE, SYNC_FILE, RENAME, SYNC_PLACE, unlink("source"), first=first)
     assert late.problems == []
-    assert [state for _, state in late.states() if not {f"{PLACE}/file", f"{PLACE}/source"} & set(state)] == []
+    assert [state for _, state in states_of(late) if not {f"{PLACE}/file", f"{PLACE}/source"} & set(state)] == []
 
 
 def test_two_removals_may_be_lost_in_either_order():
     first = {f"{PLACE}/one": ("f", 0o600, b"1"), f"{PLACE}/two": ("f", 0o600, b"2")}
     disk = played(unlink("one"), unlink("two"), first=first)
-    left = {frozenset(path[-3:] for path in state) for _, state in disk.states()}
+    left = {frozenset(path[-3:] for path in state) for _, state in states_of(disk)}
     assert left == {frozenset(), frozenset({"one"}), frozenset({"two"}), frozenset({"one", "two"})}
 
 
 def test_an_exchange_is_one_change():
     first = {f"{PLACE}/one": ("f", 0o600, b"1"), f"{PLACE}/two": ("f", 0o600, b"2")}
     disk = played(f"renameat2({HERE}, {word('one')}, {HERE}, {word('two')}, RENAME_EXCHANGE) = 0", first=first)
-    both = {tuple(state[f"{PLACE}/{name}"][2] for name in ("one", "two")) for _, state in disk.states()}
+    both = {tuple(state[f"{PLACE}/{name}"][2] for name in ("one", "two")) for _, state in states_of(disk)}
     assert both == {(b"1", b"2"), (b"2", b"1")}
 
 

@@ -1,8 +1,4 @@
-"""What a power cut can leave of a run, and what the next run makes of it.
-
-The record of a run is what strace saw of its calls that change files (`record`). Played on a model of the disk, it gives every
-state that a power cut can leave (`Disk.states`); what the tool makes of each is found out by running it (this file, started as
-a program on the private device).
+"""The disk under a run: a model of what a file system guarantees, on which the record of a run is played.
 
 What the file system guarantees, and no more than that:
 
@@ -21,44 +17,14 @@ Not modelled: a disk that forgets what it has confirmed.
 """
 
 import dataclasses
-import itertools
-import json
 import os
-import pathlib
 import re
-import stat
-import subprocess
-import sys
 
-# What of a device lasts. The log is none of it: it is written without syncs, and no run reads it.
-TOPS = ("/etc/orv.d", "/opt/Quorvane")
-LOGS = "/opt/Quorvane/orv/scratch/logs"
+from lasting_files import lasts
+from power_cut_trace import bytes_of, number, words
+
 # What the sweep of the next run knows as left over.
 TEMPORARY = re.compile(r"^\..*\.kelt-[a-z0-9]+$")
-
-CALLS = "open openat creat close dup dup2 dup3 fcntl write writev pwrite64 pwritev ftruncate truncate fallocate sendfile"
-CALLS += " copy_file_range splice fsync fdatasync sync syncfs rename renameat renameat2 link linkat symlink symlinkat unlink"
-CALLS += " unlinkat rmdir mkdir mkdirat mknod mknodat chmod fchmod fchmodat chown fchown lchown fchownat"
-TRACE = f"strace -y -xx -s 1000000 -o /run/trace -e trace={CALLS.replace(' ', ',')}"
-
-LINE = re.compile(r"^(\w+)\((.*)\)\s+= (-?\d+)")
-WORD = re.compile(r'\s*("(?:[^"]*)"(?:\.\.\.)?|[^,\[{]+|\[[^\]]*\]|\{[^}]*\})\s*(?:,|$)')
-ESCAPE = re.compile(r"\\x([0-9a-f]{2})")
-
-
-def bytes_of(text):
-    """What strace shows as \\xNN, each byte of it."""
-    return bytes(int(digits, 16) for digits in ESCAPE.findall(text))
-
-
-def words(arguments):
-    """The arguments of a call, as strace shows them."""
-    return WORD.findall(arguments)
-
-
-def number(word):
-    """A descriptor, which strace shows with the path behind it."""
-    return int(word.split("<")[0])
 
 
 @dataclasses.dataclass
@@ -161,16 +127,13 @@ class Disk:
                 directory = bytes_of(word[word.index("<") :]).decode()
         return paths
 
-    def _lasting(self, path):
-        return path.startswith(tuple(top + "/" for top in TOPS)) and not (path + "/").startswith(LOGS + "/")
-
     def _open(self, call, given, result):
         flags = set(next(word for word in given if word.startswith("O_")).split("|"))
         (path,) = self._paths(given)
         node = self._find(path)
         if "O_TMPFILE" in flags:
             node = self._new("f", int(given[-1], 8), b"", made=True)
-        elif node is None and "O_CREAT" in flags and self._lasting(path):
+        elif node is None and "O_CREAT" in flags and lasts(path):
             node = self._new("f", int(given[-1], 8), b"", made=True)
             self._name([(*self._parent(path), node)], call)
         elif node is not None and "O_TRUNC" in flags:
@@ -233,26 +196,26 @@ class Disk:
         old, new = self._paths(given)
         behind = re.match(r"/proc/self/fd/(\d+)$", old)
         node = self.descriptors[int(behind[1])][0] if behind else self._find(old)
-        if self._lasting(new):
+        if lasts(new):
             self._name([(*self._parent(new), node)], call)
 
     def _rename(self, call, given, _result):
         old, new = self._paths(given)
-        if not self._lasting(new):
+        if not lasts(new):
             return
         exchanged = self._find(new) if "RENAME_EXCHANGE" in given[-1] else None
         self._name([(*self._parent(old), exchanged), (*self._parent(new), self._find(old))], call)
 
     def _unlink(self, call, given, _result):
         (path,) = self._paths(given)
-        if self._lasting(path):
+        if lasts(path):
             self._name([(*self._parent(path), None)], call)
 
     _rmdir = _unlink
 
     def _mkdir(self, call, given, _result):
         (path,) = self._paths(given)
-        if self._lasting(path):
+        if lasts(path):
             self._name([(*self._parent(path), self._new("d", int(given[-1], 8), {}, made=True))], call)
 
     def _name(self, given, call):
@@ -272,7 +235,7 @@ class Disk:
 
     # The order of syncs.
 
-    def _pending(self, upto=None):
+    def pending(self, upto=None):
         """The changes that no sync has put on the disk."""
         upto = len(self.events) if upto is None else upto
         synced, pending = set(), []
@@ -291,7 +254,7 @@ class Disk:
         return [(directory, name) for directory, name, node in event.given if node is not None and not TEMPORARY.match(name)]
 
     def _check_names(self, event):
-        pending = self._pending()
+        pending = self.pending()
         given = self._gives(event)
         unsynced = {change.node for change in pending if isinstance(change, Data)}
         for directory, name in given:
@@ -311,180 +274,3 @@ class Disk:
         names = [name for entries in self.live if isinstance(entries, dict) for name, at in entries.items() if at == node]
         if any(not TEMPORARY.match(name) for name in names):
             self.problems.append(f"{call} to {names[0]}, which has its name already")
-
-    # What a cut can leave.
-
-    def _named(self, upto):
-        """The files that have a name other than a temporary one."""
-        names = {(directory, name): node for directory, n in enumerate(self.nodes) if n.kind == "d" for name, node in n.first.items()}
-        for event in self.events[:upto]:
-            for directory, name, node in event.given if isinstance(event, Names) else ():
-                names[directory, name] = node
-        return {node for (_, name), node in names.items() if not TEMPORARY.match(name)}
-
-    def _choices(self, pending, named):
-        """Ways, one per pending change, in which they may be on the disk: all; none; each lost or spoilt alone; each there
-        alone; and where they are few, every combination. What stands in a file that is swept is of no account."""
-        spoilt = [isinstance(c, Data) and c.change[0] == "write" and c.node in named for c in pending]
-        ways = [("whole", "lost") + (("torn", "zeros") if spoils else ()) for spoils in spoilt]
-        if len(pending) <= 5:
-            yield from itertools.product(*ways)
-            return
-        for rest in ("whole", "lost"):
-            yield (rest,) * len(pending)
-            for index, own in enumerate(ways):
-                for way in own:
-                    yield (rest,) * index + (way,) + (rest,) * (len(pending) - index - 1)
-
-    def _state(self, upto, pending, choice):
-        names = {node: dict(n.first) for node, n in enumerate(self.nodes) if n.kind == "d"}
-        files = {node: n.first for node, n in enumerate(self.nodes) if n.kind == "f"}
-        modes = {node: n.mode for node, n in enumerate(self.nodes)}
-        chosen = {id(event): way for event, way in zip(pending, choice)}
-        for event in self.events[:upto]:
-            way = chosen.get(id(event), "whole")
-            if isinstance(event, Sync) or way == "lost":
-                continue
-            if isinstance(event, Names):
-                for directory, name, node in event.given:
-                    names[directory].pop(name, None) if node is None else names[directory].update({name: node})
-            elif event.change[0] == "mode":
-                modes[event.node] = event.change[1]
-            else:
-                files[event.node] = applied(files[event.node], event.change, way)
-        tree = {}
-
-        def walk(path, directory):
-            for name, node in names[directory].items():
-                kind = self.nodes[node].kind
-                tree[f"{path}/{name}"] = (kind, modes[node], files.get(node, b""))
-                if kind == "d":
-                    walk(f"{path}/{name}", node)
-
-        walk("", 0)
-        return {path: entry for path, entry in tree.items() if self._lasting(path)}
-
-    def states(self):
-        """The distinct states, each with a word on how it comes about."""
-        found = {}
-        for upto in range(len(self.events) + 1):
-            pending = self._pending(upto)
-            after = self.events[upto - 1].call if upto else "nothing"
-            for choice in self._choices(pending, self._named(upto)):
-                tree = self._state(upto, pending, choice)
-                lost = [f"{way} {event.call}" for event, way in zip(pending, choice) if way != "whole"]
-                found.setdefault(tuple(sorted(tree.items())), f"after {upto} changes, the last {after}; {', '.join(lost)}")
-        return [(how, dict(state)) for state, how in found.items()]
-
-
-def record(trace):
-    """The calls in what TRACE has written: (name, arguments, result)."""
-    found = [LINE.match(line) for line in trace.decode().splitlines()]
-    return [(match[1], match[2], int(match[3])) for match in found if match]
-
-
-# On the device: brings it to each state and runs the command there.
-
-
-def lasting_tree(root="/"):
-    """Everything that lasts: path to (kind, mode, content)."""
-    tree = {}
-    for top in TOPS:
-        for path in sorted(pathlib.Path(root, top.lstrip("/")).rglob("*")):
-            name = "/" + str(path.relative_to(root))
-            if (name + "/").startswith(LOGS + "/"):
-                continue
-            info = path.lstat()
-            directory = stat.S_ISDIR(info.st_mode)
-            tree[name] = ("d" if directory else "f", stat.S_IMODE(info.st_mode), b"" if directory else path.read_bytes())
-    return tree
-
-
-def identities(root="/"):
-    """What the tool's marks tell files by, inode, size and time of change, with the paths of the files."""
-    found = {}
-    for path, (kind, _, _) in lasting_tree(root).items():
-        info = os.lstat(os.path.join(root, path.lstrip("/")))
-        changed = b"%d.%d" % divmod(info.st_ctime_ns, 10**9)
-        if kind == "f":
-            found[b"%d %d %s" % (info.st_ino, info.st_size, changed)] = path
-    return found
-
-
-def name_identities(states, first, known):
-    """The same states, with the identities of files as they were at first replaced by their paths: the files are made anew
-    for each state, and are others then."""
-
-    def named(state, content):
-        for identity, path in known.items():
-            same = state.get(path) == first[path]
-            content = content.replace(identity, b"<identity of %s>" % path.encode() if same else b"0 0 0.0")
-        return content
-
-    return [{path: (kind, mode, named(state, content)) for path, (kind, mode, content) in state.items()} for state in states]
-
-
-def identify():
-    """Puts the identities that the files have now in the place of their paths."""
-    now = {path.encode(): identity for identity, path in identities().items()}
-    for path, (_, _, content) in lasting_tree().items():
-        if b"<identity of " in content:
-            pathlib.Path(path).write_bytes(re.sub(rb"<identity of ([^>]*)>", lambda match: now[match[1]], content))
-
-
-def bring_to(wanted):
-    there = lasting_tree()
-    for path in sorted(there, reverse=True):
-        if path not in wanted:
-            os.rmdir(path) if there[path][0] == "d" else os.unlink(path)
-    for path, (kind, mode, content) in sorted(wanted.items()):
-        if there.get(path) == (kind, mode, content):
-            continue
-        if kind == "d":
-            os.makedirs(path, exist_ok=True)
-        else:
-            pathlib.Path(path).write_bytes(content)
-        os.chmod(path, mode)
-    identify()
-
-
-def forget_memory():
-    """What is in memory is gone after a power cut."""
-    locks = pathlib.Path("/run/orv-locks")
-    for path in locks.glob("*"):
-        path.unlink()
-    if locks.exists():
-        locks.rmdir()
-
-
-def packed(tree):
-    return {path: [kind, mode, content.hex()] for path, (kind, mode, content) in tree.items()}
-
-
-def unpacked(tree):
-    return {path: (kind, mode, bytes.fromhex(content)) for path, (kind, mode, content) in tree.items()}
-
-
-def run_all(states, command):
-    """The command on each state: its status and what it has made of it."""
-    results = []
-    for state in states:
-        bring_to(unpacked(state))
-        forget_memory()
-        done = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, timeout=300)
-        results.append([done.returncode, done.stdout.hex(), packed(lasting_tree())])
-    return results
-
-
-def run_states(device, states, *arguments):
-    """(status, output, tree) of the command on each of these states, run on the device one after the other."""
-    device.write("/run/states", json.dumps([packed(state) for state in states]).encode())
-    script = 'exec /usr/bin/python3 "$0" /run/states "$KELTCONFIG" "$@"'
-    done = device.enter("sh", "-c", script, __file__, *arguments, timeout=3600)
-    assert (done.stderr, done.returncode) == (b"", 0)
-    return [(status, bytes.fromhex(out), unpacked(tree)) for status, out, tree in json.loads(done.stdout)]
-
-
-if __name__ == "__main__":
-    with open(sys.argv[1], encoding="ascii") as file:
-        json.dump(run_all(json.load(file), sys.argv[2:]), sys.stdout)
