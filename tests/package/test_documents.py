@@ -74,3 +74,31 @@ def test_every_console_text_has_a_diagnostic():
 def test_manual_page_has_no_formatting_fault(command):
     done = subprocess.run([*command, SOURCE / "packaging/keltconfig.8"], capture_output=True, text=True)
     assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+
+
+# The drawing of the targets.
+
+DRAW = SOURCE / "scripts/draw-architecture"
+
+
+def test_the_drawing_is_that_of_the_build():
+    done = subprocess.run([DRAW, "--check"], capture_output=True, text=True)
+    assert (done.returncode, done.stderr) == (0, "")
+
+
+def test_a_drawing_of_other_targets_is_found_out(tmp_path):
+    dot = tmp_path / "targets.dot"
+    subprocess.run(["cmake", "-S", SOURCE, "-B", tmp_path / "build", f"--graphviz={dot}", "-DKELT_BUILD_TESTS=OFF"],
+                   check=True, stdout=subprocess.DEVNULL)
+
+    def checked():
+        return subprocess.run([DRAW, "--check", "--graph", dot], capture_output=True, text=True).returncode
+
+    graph = dot.read_text()
+    assert checked() == 0
+    one_more = '"new" [ label = "kelt_new", shape = octagon ];\n"new" -> "node0"\n}'
+    dot.write_text(graph.rstrip().removesuffix("}") + one_more)
+    assert checked() == 1
+    node = re.search(r'"(\w+)" \[ label = "kelt_modes', graph).group(1)
+    dot.write_text(re.sub(rf'^ *"{node}" -> .*\n', "", graph, flags=re.M))
+    assert checked() == 1
