@@ -3,8 +3,10 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
+#include <optional>
 #include <set>
 #include <stdexcept>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include "fault/gate/exceptions.h"
@@ -43,36 +45,74 @@ Command plantedCommand(const std::string& mistake, Agent agent) {
   return command;
 }
 
-/// Kinds of everything that is found at all points of these modes, but for what the list of exceptions excuses.
-std::set<std::string> found(const std::string& mistake, const std::vector<Mode>& modes, Agent agent = Agent::kUntouched,
-                            const std::vector<std::string>& emulator = {}) {
-  bringPrograms();
-  Suite suite;
-  suite.commands = {plantedCommand(mistake, agent)};
-  suite.secrets.addKey(kSecret);
-  const ConsoleTexts texts(document());
-  Setting setting = settingFor(inBuild("kelt_gate_planted"), "test");
-  setting.emulator = emulator;
-  Trials trials(suite, texts, setting);
-  const Undisturbed undisturbed = trials.undisturbed(suite.commands[0]);
-  Exceptions exceptions(exceptionFile());
-  std::set<std::string> kinds;
-  for (const Mode mode : modes) {
-    for (const Point& point : pointsOf(0, undisturbed, mode)) {
-      const Trial trial = trials.at(point, undisturbed);
-      EXPECT_TRUE(trial.bReached) << nameOf(point, suite);
-      for (const Violation& violation : trial.violations) {
-        if (exceptions.excuse(
-                {violation.kind, "planted", nameOf(mode), trial.role, trial.outcome.refused, violation.detail}))
-          continue;
-        kinds.insert(violation.kind);
-      }
-    }
-  }
-  return kinds;
-}
-
 using Kinds = std::set<std::string>;
+
+/// The planted tool with one mistake, ready to be tried.
+class Planted {
+ public:
+  explicit Planted(const std::string& mistake, Agent agent = Agent::kUntouched,
+                   const std::vector<std::string>& emulator = {})
+      : m_suite(suiteOf(mistake, agent)), m_texts(document()), m_exceptions(exceptionFile()) {
+    bringPrograms();
+    Setting setting = settingFor(inBuild("kelt_gate_planted"), "test");
+    setting.emulator = emulator;
+    m_trials.emplace(m_suite, m_texts, setting);
+    m_undisturbed = m_trials->undisturbed(m_suite.commands[0]);
+  }
+
+  [[nodiscard]] std::vector<Point> points(Mode mode) const { return pointsOf(0, m_undisturbed, mode); }
+
+  /// Every kill after an error.
+  std::vector<Point> killsAfter(const Point& error) {
+    std::vector<Point> pairs;
+    const std::size_t calls = m_trials->afterError(error).calls;
+    for (std::size_t later = 1; later <= calls; ++later) {
+      pairs.push_back(error);
+      pairs.back().later = later;
+    }
+    return pairs;
+  }
+
+  /// Tries the point, and notes the kinds of all that is found there, but for what the list of exceptions excuses.
+  Trial tryAt(const Point& point) {
+    Trial trial = m_trials->at(point, m_undisturbed);
+    EXPECT_TRUE(trial.bReached) << nameOf(point, m_suite);
+    for (const Violation& violation : trial.violations) {
+      const Case found{violation.kind,        "planted",       nameOf(point.mode), trial.roles,
+                       trial.outcome.refused, violation.detail};
+      if (!m_exceptions.excuse(found)) m_kinds.insert(violation.kind);
+    }
+    return trial;
+  }
+
+  [[nodiscard]] const Kinds& kinds() const { return m_kinds; }
+
+ private:
+  static Suite suiteOf(const std::string& mistake, Agent agent) {
+    Suite suite;
+    suite.commands = {plantedCommand(mistake, agent)};
+    suite.secrets.addKey(kSecret);
+    return suite;
+  }
+
+  Suite m_suite;
+  ConsoleTexts m_texts;
+  Exceptions m_exceptions;
+  std::optional<Trials> m_trials;
+  Undisturbed m_undisturbed;
+  Kinds m_kinds;
+};
+
+/// What is found at all points of these modes.
+Kinds found(const std::string& mistake, const std::vector<Mode>& modes, Agent agent = Agent::kUntouched,
+            const std::vector<std::string>& emulator = {}) {
+  Planted planted(mistake, agent, emulator);
+  for (const Mode mode : modes) {
+    for (const Point& point : planted.points(mode))
+      planted.tryAt(point);
+  }
+  return planted.kinds();
+}
 
 TEST(Gate, FindsNothingWhereNothingIsWrong) {
   EXPECT_EQ(found("", {std::begin(kModes), std::end(kModes)}), Kinds{});
@@ -131,6 +171,29 @@ TEST(Gate, FindsAStoppedAgent) {
   EXPECT_EQ(found("leaves-agent-stopped", {Mode::kKill}, Agent::kRunsOn), Kinds{"agent-stopped-after-kill"});
 }
 
+TEST(Gate, TellsApartInAPairWhetherTheKillMetTheToolOrACommand) {
+  Planted planted("touches-agent", Agent::kRunsOn);
+  std::set<std::set<std::string>> roles;
+  for (const Point& error : planted.points(Mode::kPair)) {
+    if (error.spot.number != SYS_mkdir) continue;  // the tool does not mind
+    for (const Point& pair : planted.killsAfter(error))
+      roles.insert(planted.tryAt(pair).roles);
+  }
+  EXPECT_EQ(roles, (std::set<std::set<std::string>>{{"tool"}, {"tool", "start"}, {"tool", "stop"}}));
+  // A start command that was killed is excused; a tool that starts nothing after its own death is not.
+  EXPECT_EQ(planted.kinds(), Kinds{"agent-stopped-after-kill"});
+}
+
+TEST(Gate, ExcusesACommandThatTheSystemRefusedInAPairToo) {
+  Planted planted("touches-agent", Agent::kRunsOn);
+  for (const Point& error : planted.points(Mode::kPair)) {
+    if (error.spot.process != "0.2") continue;
+    const Trial trial = planted.tryAt(planted.killsAfter(error).back());
+    EXPECT_EQ(trial.roles, (std::set<std::string>{"tool", "start"})) << trial.outcome.where;
+  }
+  EXPECT_EQ(planted.kinds(), Kinds{});
+}
+
 TEST(Gate, FindsAnAgentThatIsNoneOfTheCommandsBusiness) {
   EXPECT_EQ(found("touches-agent", {Mode::kTerminate}, Agent::kUntouched), Kinds{"agent-touched"});
 }
@@ -183,7 +246,7 @@ TEST(GateTexts, KnowsNoOthers) {
   EXPECT_FALSE(texts.bStatus(99));
 }
 
-const Case kCase{"left-over", "unmanaged", "once", "tool", {"openat", "unlink"}, "/tmp/a.file: f 0600"};
+const Case kCase{"left-over", "unmanaged", "once", {"tool", "load"}, {"openat", "unlink"}, "/tmp/a.file: f 0600"};
 
 bool bExcused(const std::string& line) {
   Exceptions exceptions(line);
@@ -195,13 +258,14 @@ bool bExcused(const std::string& line) {
 TEST(GateExceptions, ExcuseWhatTheyDescribe) {
   EXPECT_TRUE(bExcused("name | left-over | * | * | * | * | * | reason"));
   EXPECT_TRUE(bExcused("name | left-over | stop,unmanaged | on,once | tool | rename,unlink | a.file | reason"));
+  EXPECT_TRUE(bExcused("name | left-over | * | * | load | * | * | reason"));
 }
 
 TEST(GateExceptions, ExcuseNothingElse) {
   EXPECT_FALSE(bExcused("name | torn-file | * | * | * | * | * | reason"));
   EXPECT_FALSE(bExcused("name | left-over | stop | * | * | * | * | reason"));
   EXPECT_FALSE(bExcused("name | left-over | * | on | * | * | * | reason"));
-  EXPECT_FALSE(bExcused("name | left-over | * | * | command | * | * | reason"));
+  EXPECT_FALSE(bExcused("name | left-over | * | * | start,helper | * | * | reason"));
   EXPECT_FALSE(bExcused("name | left-over | * | * | * | rename | * | reason"));
   EXPECT_FALSE(bExcused("name | left-over | * | * | * | * | b.file | reason"));
 }

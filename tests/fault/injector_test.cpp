@@ -10,6 +10,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
+#include "fault/gate/place.h"
 #include "support/private_device.h"
 
 namespace kelt::tests {
@@ -123,6 +124,19 @@ TEST_F(Injecting, CountsForkedProcessesByThemselvesUntilTheyBecomeAnotherProgram
   EXPECT_TRUE(last->spot.number == SYS_execve || last->spot.number == SYS_exit_group);
 }
 
+TEST_F(Injecting, TellsWhatForkedProcessesBecome) {
+  gate::bringPrograms();
+  putDirectory("/run/agent");
+  Program tool = program();
+  tool.arguments = {"touches-agent"};
+  const std::map<std::string, std::string> expected = {{"0.1", std::string(gate::kAgentProgram) + " stop "},
+                                                       {"0.2", std::string(gate::kAgentProgram) + " start "}};
+  EXPECT_EQ(Injector().run(tool, {}).commands, expected);
+  Plan plan;
+  plan.faults = {{{"0.1", SYS_execve, 1}, Action::kFail, EIO}};
+  EXPECT_EQ(Injector().run(tool, plan).commands.count("0.1"), 0U);
+}
+
 TEST_F(Injecting, KillsAtALaterCallOfAPair) {
   Injector injector;
   Plan plan;
@@ -130,6 +144,8 @@ TEST_F(Injecting, KillsAtALaterCallOfAPair) {
   plan.killAfter = 2;  // close, unlink
   const Outcome outcome = injector.run(program(), plan);
   EXPECT_TRUE(outcome.bHit && outcome.bKilledAfter);
+  EXPECT_EQ(outcome.killedProcess, "0");
+  EXPECT_EQ(outcome.killedWhere, "unlink SIGKILL");
   EXPECT_EQ(WTERMSIG(outcome.status), SIGKILL);
   EXPECT_TRUE(exists("/opt/Quorvane/planted/.data-new"));
 }

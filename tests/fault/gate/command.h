@@ -47,7 +47,7 @@ struct Undisturbed {
   int statusAgain = 0;  ///< of the same command a second time
   Tree afterAgain;
   std::vector<RecordedCall> calls;
-  std::set<std::string> commandProcesses;  ///< those that become another program
+  std::map<std::string, std::string> commands;  ///< the processes that become another program, as in Outcome
   std::vector<Spot> allocations;  ///< one for each way through the program that leads to an allocation: the first
 };
 

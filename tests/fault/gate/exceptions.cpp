@@ -45,15 +45,15 @@ bool bOneOf(const std::vector<std::string>& allowed, const std::string& text) {
   return allowed.empty() || std::find(allowed.begin(), allowed.end(), text) != allowed.end();
 }
 
-bool bRefused(const std::vector<std::string>& wanted, const std::set<std::string>& refused) {
+bool bAnyOf(const std::vector<std::string>& wanted, const std::set<std::string>& there) {
   return wanted.empty() ||
-         std::any_of(wanted.begin(), wanted.end(), [&](const std::string& call) { return refused.count(call) != 0; });
+         std::any_of(wanted.begin(), wanted.end(), [&](const std::string& one) { return there.count(one) != 0; });
 }
 
 bool bMatches(const Exception& exception, const Case& violation) {
   return exception.kind == violation.kind && bOneOf(exception.commands, violation.command) &&
-         bOneOf(exception.modes, violation.mode) && bOneOf(exception.roles, violation.role) &&
-         bRefused(exception.refused, violation.refused) && violation.detail.find(exception.detail) != std::string::npos;
+         bOneOf(exception.modes, violation.mode) && bAnyOf(exception.roles, violation.roles) &&
+         bAnyOf(exception.refused, violation.refused) && violation.detail.find(exception.detail) != std::string::npos;
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ struct Case {
   std::string kind;
   std::string command;
   std::string mode;
-  std::string role;               ///< see Trial::role
+  std::set<std::string> roles;    ///< see Trial::roles
   std::set<std::string> refused;  ///< names of the calls that failed by the fault, or "allocation"
   std::string detail;
 };
@@ -23,7 +23,7 @@ struct Exception {
   std::string kind;
   std::vector<std::string> commands;  ///< any where empty, as for the next three
   std::vector<std::string> modes;
-  std::vector<std::string> roles;
+  std::vector<std::string> roles;    ///< a fault met one of these, as for the next
   std::vector<std::string> refused;  ///< one of these has failed
   std::string detail;                ///< occurs in the violation's
   std::string reason;

@@ -171,7 +171,7 @@ void addPairs(Plans& plans, const Options& options) {
   std::mt19937_64 random(options.seed);
   for (std::size_t n = 0; n < options.pairs; ++n) {
     plans.points.push_back(errors.at(random() % errors.size()));
-    plans.points.back().later = random() | 1U;  // settled by settlePair
+    plans.points.back().later = random();  // settled by settlePair
   }
 }
 
@@ -200,8 +200,7 @@ void tell(const char* run, const kelt::tests::Outcome& outcome) {
 
 int tryOne(const Point& point, Plans& plans, Trials& trials) {
   const Trial trial = trials.at(point, plans.undisturbed.at(point.command));
-  std::cout << nameOf(point, plans.suite) << ": "
-            << (trial.bReached ? trial.outcome.where + " in process " + trial.outcome.process : "not reached") << '\n';
+  std::cout << nameOf(point, plans.suite) << ": " << (trial.bReached ? faultsIn(trial.outcome) : "not reached") << '\n';
   tell("the run", trial.outcome);
   if (trial.bRerun) tell("the next run", trial.rerun);
   for (const std::string& path : differences(deviceTree(), plans.undisturbed[point.command].after))

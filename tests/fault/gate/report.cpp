@@ -85,15 +85,23 @@ void printTable(std::ostream& out, const char* title, int decimals,
 
 }  // namespace
 
+std::string faultsIn(const Outcome& outcome) {
+  const auto met = [](const std::string& where, const std::string& process) { return where + " in " + process; };
+  std::string faults = met(outcome.where, outcome.process);
+  if (outcome.bKilledAfter) faults += ", then " + met(outcome.killedWhere, outcome.killedProcess);
+  return faults;
+}
+
 std::string linesOf(const Trial& trial, const Point& point, const Suite& suite) {
   const std::string name = nameOf(point, suite);
   const std::string head = suite.commands.at(point.command).name + "\t" + nameOf(point.mode) + "\t";
   std::string lines =
       std::string(kPoint) + "\t" + head + (trial.bReached ? "1" : "0") + "\t" + std::to_string(trial.processor) + "\n";
   for (const Violation& violation : trial.violations) {
-    lines += std::string(kViolation) + "\t" + head + name + "\t" + trial.role + "\t" + joined(trial.outcome.refused) +
-             "\t" + violation.kind + "\t" + escaped(violation.detail) + "\t" + escaped(trial.outcome.where) + "\t" +
-             endOf(trial.outcome) + "\t" + escaped(trial.outcome.output + trial.outcome.errors) + "\n";
+    lines += std::string(kViolation) + "\t" + head + name + "\t" + joined(trial.roles) + "\t" +
+             joined(trial.outcome.refused) + "\t" + violation.kind + "\t" + escaped(violation.detail) + "\t" +
+             escaped(faultsIn(trial.outcome)) + "\t" + endOf(trial.outcome) + "\t" +
+             escaped(trial.outcome.output + trial.outcome.errors) + "\n";
   }
   return lines;
 }
@@ -114,7 +122,7 @@ void Report::addPoint(const std::vector<std::string>& fields) {
 }
 
 void Report::addViolation(const std::vector<std::string>& fields, std::ostream& log) {
-  const Case found{fields[6], fields[1], fields[2], fields[4], separated(fields[5]), fields[7]};
+  const Case found{fields[6], fields[1], fields[2], separated(fields[4]), separated(fields[5]), fields[7]};
   const bool bExcused = m_exceptions.excuse(found);
   if (bExcused) {
     ++m_excusedKinds[found.kind];

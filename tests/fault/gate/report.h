@@ -12,6 +12,9 @@
 
 namespace kelt::tests::gate {
 
+/// The calls that met the faults of a run, each with its process: "openat EIO in 0, then close SIGKILL in 0.2".
+[[nodiscard]] std::string faultsIn(const Outcome& outcome);
+
 /// A trial as lines for Report::add: one for the point, one for each violation.
 [[nodiscard]] std::string linesOf(const Trial& trial, const Point& point, const Suite& suite);
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <new>
 #include <optional>
+#include <sstream>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -58,9 +59,15 @@ double processorTime() {
   return seconds;
 }
 
-std::string roleOf(const std::string& process, const Undisturbed& undisturbed) {
+/// Of a process, by what the processes of the run became or would have become.
+std::string roleOf(const std::string& process, const std::map<std::string, std::string>& commands) {
   if (process == "0") return "tool";
-  return undisturbed.commandProcesses.count(process) != 0 ? "command" : "helper";
+  const auto command = commands.find(process);
+  if (command == commands.end()) return "helper";
+  std::istringstream words(command->second);
+  std::string verb;
+  words >> verb >> verb;
+  return verb;
 }
 
 void addStates(Command& command, const Tree& tree) {
@@ -140,9 +147,7 @@ Undisturbed Trials::undisturbed(Command& command) {
   result.status = outcome.status;
   result.after = deviceTree();
   result.calls = std::move(outcome.calls);
-  for (const RecordedCall& call : result.calls) {
-    if (tests::nameOf(call.spot.number).starts_with("exec")) result.commandProcesses.insert(call.spot.process);
-  }
+  result.commands = std::move(outcome.commands);
   result.statusAgain = m_injector.runFree(programFor(command.arguments)).status;
   result.afterAgain = deviceTree();
   // The allocator is not one for the emulated machine.
@@ -180,17 +185,25 @@ Outcome Trials::strike(const Point& point, const Command& command, Violations& e
   return m_injector.run(programFor(command.arguments), plan, watcher);
 }
 
-AfterError Trials::afterError(const Point& point) {
-  const Command& command = m_suite.commands.at(point.command);
-  Point alone = point;
-  alone.mode = Mode::kOnce;
+AfterError Trials::runWith(const Point& error) {
+  const Command& command = m_suite.commands.at(error.command);
   Violations ignored;  // those of the mode "once"
   bringDeviceTo(command.first);
   AfterError result;
-  result.calls = strike(alone, command, ignored, true).callsAfter;
+  const Outcome outcome = strike(error, command, ignored, true);
+  result.calls = outcome.callsAfter;
+  result.commands = outcome.commands;
   result.next.status = m_injector.runFree(programFor(command.arguments)).status;
   result.next.tree = deviceTree();
   return result;
+}
+
+const AfterError& Trials::afterError(const Point& point) {
+  Point alone = point;
+  alone.mode = Mode::kOnce;
+  const std::string name = gate::nameOf(alone, m_suite);
+  if (!m_afterError || m_afterError->first != name) m_afterError.emplace(name, runWith(alone));
+  return m_afterError->second;
 }
 
 Trials::Rerun Trials::rerun(const Command& command, const Judge& judge, const Tree& before,
@@ -220,19 +233,20 @@ Trial Trials::tried(const Point& point, const Undisturbed& undisturbed) {
   const Command& command = m_suite.commands.at(point.command);
   const Judge judge(command, undisturbed, m_texts, m_suite.secrets);
   Trial trial;
-  std::optional<Ending> afterErrorAlone;
-  if (point.mode == Mode::kPair) afterErrorAlone = afterError(point).next;
+  const AfterError* const afterErrorAlone = point.mode == Mode::kPair ? &afterError(point) : nullptr;
   bringDeviceTo(command.first);
   trial.outcome = strike(point, command, trial.violations);
   trial.bReached = point.mode == Mode::kPair && point.later != 0 ? trial.outcome.bKilledAfter : trial.outcome.bHit;
-  trial.role = roleOf(trial.outcome.process, undisturbed);
+  trial.roles.insert(roleOf(trial.outcome.process, undisturbed.commands));
+  // Up to the kill the run went the way that it goes with the error alone.
+  if (trial.outcome.bKilledAfter) trial.roles.insert(roleOf(trial.outcome.killedProcess, afterErrorAlone->commands));
   const Tree tree = deviceTree();
   const Violations found = judge.afterRun(trial.outcome, endOf(point.mode, trial.outcome), tree);
   trial.violations.insert(trial.violations.end(), found.begin(), found.end());
   if (!bKills(point.mode)) return trial;
   trial.bRerun = true;
-  const Rerun next =
-      point.mode == Mode::kPair ? rerun(command, judge, tree, afterErrorAlone) : rerunAfterKill(point, judge, tree);
+  const Rerun next = point.mode == Mode::kPair ? rerun(command, judge, tree, afterErrorAlone->next)
+                                               : rerunAfterKill(point, judge, tree);
   trial.rerun = next.outcome;
   trial.violations.insert(trial.violations.end(), next.violations.begin(), next.violations.end());
   return trial;

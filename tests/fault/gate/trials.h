@@ -3,6 +3,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,14 +34,17 @@ struct Trial {
   bool bRerun = false;
   Outcome rerun;
   Violations violations;
-  std::string role;      ///< of the process that met the fault: "tool", "command" (about to become one) or "helper"
+  /// Of the processes that met the faults: "tool"; the verb of the agent's command ("start", "stop", "load", "unload")
+  /// of one that was about to become that; "helper".
+  std::set<std::string> roles;
   double processor = 0;  ///< seconds that the trial took of the processor, the programs that it ran included
 };
 
 /// What follows when a call fails and nothing else happens.
 struct AfterError {
-  std::size_t calls = 0;  ///< that the run makes after it
-  Ending next;            ///< of the same command, undisturbed, after that run
+  std::size_t calls = 0;                        ///< that the run makes after it
+  std::map<std::string, std::string> commands;  ///< its processes that become another program, as in Outcome
+  Ending next;                                  ///< of the same command, undisturbed, after that run
 };
 
 class Trials {
@@ -57,8 +61,8 @@ class Trials {
   /// What is wrong with that alone.
   [[nodiscard]] Violations judgeUndisturbed(const Command& command, const Undisturbed& undisturbed);
 
-  /// For a point of the mode "pair".
-  [[nodiscard]] AfterError afterError(const Point& point);
+  /// For a point of the mode "pair". What came last is kept, until it is asked for another point.
+  [[nodiscard]] const AfterError& afterError(const Point& point);
 
   [[nodiscard]] Trial at(const Point& point, const Undisturbed& undisturbed);
 
@@ -69,6 +73,7 @@ class Trials {
     Violations violations;
   };
 
+  [[nodiscard]] AfterError runWith(const Point& error);
   [[nodiscard]] Trial tried(const Point& point, const Undisturbed& undisturbed);
   [[nodiscard]] Program programFor(const std::vector<std::string>& arguments) const;
   [[nodiscard]] Program countedProgram(const Command& command, const Spot* failing) const;
@@ -85,6 +90,7 @@ class Trials {
   Setting m_setting;
   Injector m_injector;
   AllocationRecord* m_record;
+  std::optional<std::pair<std::string, AfterError>> m_afterError;  ///< of the error of this name
   /// By command, and by how the killed run left the device but for the lines of its log: from there on a run goes one
   /// way.
   std::map<std::pair<std::size_t, Tree>, Rerun> m_reruns;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <elf.h>
 #include <fcntl.h>
+#include <fstream>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -53,10 +54,25 @@ unsigned long entryPoint(pid_t pid) {
   std::exit(99);
 }
 
+/// The words of the program that the process runs, a blank after each.
+std::string wordsOf(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline");
+  std::string words;
+  for (std::string word; std::getline(file, word, '\0');)
+    words += word + " ";
+  return words;
+}
+
 SystemCall callIn(pid_t pid, const user_regs_struct& registers) {
   return {pid,
           static_cast<long>(registers.orig_rax),
           {registers.rdi, registers.rsi, registers.rdx, registers.r10, registers.r8, registers.r9}};
+}
+
+/// The call, with the path that it makes visible, and what becomes of it.
+std::string described(const SystemCall& call, const std::string& how) {
+  const std::string path = madeVisible(call);
+  return nameOf(call.number) + (path.empty() ? "" : "(" + path + ")") + " " + how;
 }
 
 /// How long the injector lets a sleep of the tool last.
@@ -168,6 +184,7 @@ void Follower::executed(pid_t pid, Process& process) {
     if (m_begin.empty()) setBreakpoint(pid, m_entry);
   } else {
     process.bCounted = false;  // a command, and no business of ours
+    m_outcome.commands[process.name] = wordsOf(pid);
   }
   goOn(pid);
 }
@@ -245,6 +262,8 @@ void Follower::letThrough(pid_t pid, const Process& process) {
 bool Follower::inject(const SystemCall& call, Process& process, user_regs_struct& registers) {
   if (m_plan.killAfter != 0 && m_outcome.callsAfter == m_plan.killAfter && !m_outcome.bKilledAfter) {
     m_outcome.bKilledAfter = true;
+    m_outcome.killedProcess = process.name;
+    m_outcome.killedWhere = described(call, "SIGKILL");
     kill(call.process);
     return true;
   }
@@ -285,8 +304,7 @@ void Follower::strike(const Fault& fault, const SystemCall& call, Process& proce
 void Follower::hit(const SystemCall& call, const Process& process, const std::string& how) {
   m_outcome.bHit = true;
   m_outcome.process = process.name;
-  const std::string path = madeVisible(call);
-  m_outcome.where = nameOf(call.number) + (path.empty() ? "" : "(" + path + ")") + " " + how;
+  m_outcome.where = described(call, how);
 }
 
 void Follower::refuse(int error, const SystemCall& call, Process& process, user_regs_struct& registers) {

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <functional>
 #include <linux/filter.h>
+#include <map>
 #include <set>
 #include <string>
 #include <sys/types.h>
@@ -64,16 +65,20 @@ struct RecordedCall {
 };
 
 struct Outcome {
-  int status = 0;                 ///< of the program, as waitpid gives it
-  bool bHung = false;             ///< it was killed when its time was over
-  bool bLeft = false;             ///< processes of it were, long after its own end
-  std::vector<int> crashes;       ///< signals, not ours, that ended processes that it forked
-  std::string output;             ///< what it wrote to standard output
-  std::string errors;             ///< and to standard error
-  bool bHit = false;              ///< the first fault happened
-  bool bKilledAfter = false;      ///< so did the kill after it
-  std::string where;              ///< the call of the first fault, with its path
-  std::string process;            ///< the process of the first fault
+  int status = 0;             ///< of the program, as waitpid gives it
+  bool bHung = false;         ///< it was killed when its time was over
+  bool bLeft = false;         ///< processes of it were, long after its own end
+  std::vector<int> crashes;   ///< signals, not ours, that ended processes that it forked
+  std::string output;         ///< what it wrote to standard output
+  std::string errors;         ///< and to standard error
+  bool bHit = false;          ///< the first fault happened
+  bool bKilledAfter = false;  ///< so did the kill after it
+  std::string where;          ///< the call of the first fault, with its path
+  std::string process;        ///< the process of the first fault
+  std::string killedWhere;    ///< the call before which the kill after it came, as `where`
+  std::string killedProcess;  ///< and the process that it met
+  /// The processes that became another program, each with the words of that, a blank after each.
+  std::map<std::string, std::string> commands;
   std::set<std::string> refused;  ///< names of all calls that failed by a fault
   std::size_t callsAfter = 0;     ///< calls counted after the first fault, where that was asked for
   std::vector<RecordedCall> calls;
