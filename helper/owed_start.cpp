@@ -1,5 +1,6 @@
 #include "helper/owed_start.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,6 +10,9 @@
 namespace kelt::helper {
 namespace {
 
+/// A single call that the system refuses is no reason to leave the agent stopped, or to start it twice.
+constexpr int kTries = 3;
+
 const char* markOf(Owed what) {
   return what == Owed::kStart ? paths::kStartOwed : paths::kPlugInsOwed;
 }
@@ -16,15 +20,24 @@ const char* markOf(Owed what) {
 }  // namespace
 
 void owe(Owed what) noexcept {
-  const base::UniqueFd mark(::open(markOf(what), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  bool bMade = false;
+  for (int tries = 0; tries < kTries && !bMade; ++tries)
+    bMade = base::UniqueFd(::open(markOf(what), kFlags, 0600)).bValid();
 }
 
 void settle(Owed what) noexcept {
-  ::unlink(markOf(what));
+  for (int tries = 0; tries < kTries; ++tries) {
+    if (::unlink(markOf(what)) == 0 || errno == ENOENT) return;
+  }
 }
 
 bool bOwed(Owed what) noexcept {
-  return ::access(markOf(what), F_OK) == 0;
+  for (int tries = 0; tries < kTries; ++tries) {
+    if (::access(markOf(what), F_OK) == 0) return true;
+    if (errno == ENOENT) return false;
+  }
+  return false;
 }
 
 }  // namespace kelt::helper

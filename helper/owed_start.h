@@ -13,13 +13,15 @@ enum class Owed {
 };
 
 /// Makes the mark. For a child, between fork and exec, just before it becomes the command that makes the debt, so that
-/// there is no moment at which mark and agent differ (async-signal-safe). What cannot be made is done without.
+/// there is no moment at which mark and agent differ (async-signal-safe). What the system refuses is tried again at
+/// once, a few times; what cannot be made is done without.
 void owe(Owed what) noexcept;
 
-/// Removes the mark, if it is there, likewise: for the child that becomes the command that pays the debt.
+/// Removes the mark, if it is there, likewise, and tried again likewise: for the child that becomes the command that
+/// pays the debt.
 void settle(Owed what) noexcept;
 
-/// Whether the mark is there.
+/// Whether the mark is there. One that cannot be examined, tried again likewise, is taken for absent.
 [[nodiscard]] bool bOwed(Owed what) noexcept;
 
 }  // namespace kelt::helper

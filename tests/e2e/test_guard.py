@@ -162,3 +162,23 @@ def test_an_agent_that_no_process_could_stop_runs_on_and_is_owed_nothing(device)
     left = run_until_quiet(device, full_table("1+") + ' "$KELTCONFIG" -u >/dev/null')
     assert NO_GUARD in device.log()
     assert (device.calls(), left) == ([], [])
+
+
+def refused_once(call, mark):
+    """Runs a program in which, per process, the first call of this name that concerns the mark is refused."""
+    return f"strace -f -b execve -qq -o /run/trace -P {MARKS}/{mark} -e trace={call} -e inject={call}:error=EIO:when=1"
+
+
+def test_a_mark_that_the_system_refuses_for_once_is_made_all_the_same(device):
+    killed_while_stopped(device)
+    left = run_until_quiet(device, refused_once("openat", "agent-stopped") + ' "$KELTCONFIG" -u >/dev/null')
+    assert b"EIO (Input/output error) (INJECTED)" in device.read("/run/trace")
+    assert device.calls() == device.stopping() + device.starting()
+    assert left == []
+
+
+def test_an_agent_whose_mark_the_system_refuses_to_remove_for_once_is_started_once(device):
+    left = run_until_quiet(device, refused_once("unlink", "agent-stopped") + ' "$KELTCONFIG" -u >/dev/null')
+    assert b"EIO (Input/output error) (INJECTED)" in device.read("/run/trace")
+    assert device.calls() == device.stopping() + device.starting()
+    assert left == []
