@@ -114,12 +114,18 @@ bool WorkMark::adopt(Work work) noexcept {
   return true;
 }
 
-void WorkMark::begin(const BegunWork& work) {
-  m_bOwn = true;
+base::Status WorkMark::write(const std::string& text) {
   // None that could not be removed again.
   const base::Status opened = m_place.directory ? base::Status() : open();
-  if (const auto done = !opened ? opened : base::makeFreshFile(m_path, textOf(work)); !done)
-    logProblem("No mark of unfinished work could be made: " + done.error().message);
+  return opened ? base::makeFreshFile(m_path, text) : opened;
+}
+
+void WorkMark::begin(const BegunWork& work) {
+  m_bOwn = true;
+  const std::string text = textOf(work);
+  base::Status done = write(text);
+  if (!done) done = write(text);
+  if (!done) logProblem("No mark of unfinished work could be made: " + done.error().message);
 }
 
 void WorkMark::end() noexcept {

@@ -42,7 +42,7 @@ class WorkMark {
   [[nodiscard]] bool adopt(Work work) noexcept;
 
   /// Marks `work` as begun, in place of any mark that is there. On the disk when it returns. Where that is not
-  /// possible, on a full disk for instance, the log says so, and the work goes on without.
+  /// possible even when it is tried again, on a full disk for instance, the log says so, and the work goes on without.
   void begin(const BegunWork& work);
 
   /// Removes the mark, whoever has made it. To be called, as the object's end, once all that the work has changed is on
@@ -53,6 +53,7 @@ class WorkMark {
   [[nodiscard]] base::Status find();
   [[nodiscard]] base::Status open();
   [[nodiscard]] base::Status read();
+  [[nodiscard]] base::Status write(const std::string& text);
   void refuse(const std::string& why) const;
 
   std::string m_path;

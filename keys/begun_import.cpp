@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "base/retry.h"
 #include "helper/files.h"
 #include "keys/hex_hash.h"
 
@@ -59,11 +60,17 @@ class PlanReader {
 };
 
 std::string identityOf(const std::string& path, HexHash& hash) {
-  if (helper::presenceOf(path) == helper::Presence::kAbsent) return kAbsent;
-  const auto size = helper::sizeOf(path);
-  if (!size || *size > platform::kMaxKeyFileSize) return kUnknown;
-  const auto content = helper::contentOf(path);
-  return content ? hash.of(*content).value_or(kUnknown) : kUnknown;
+  helper::Presence presence = helper::presenceOf(path);
+  if (presence == helper::Presence::kUnknown) presence = helper::presenceOf(path);
+  if (presence == helper::Presence::kAbsent) return kAbsent;
+  std::optional<std::string> digits;
+  const auto read = [&] {
+    const auto size = helper::sizeOf(path);
+    const auto content = size && *size <= platform::kMaxKeyFileSize ? helper::contentOf(path) : std::nullopt;
+    if (content) digits = hash.of(*content);
+    return content.has_value();
+  };
+  return base::bAskedTwice(read) ? digits.value_or(kUnknown) : kUnknown;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "base/file_place.h"
+#include "base/retry.h"
 #include "base/utf.h"
 #include "helper/agent_log.h"
 #include "helper/agent_paths.h"
@@ -128,7 +129,7 @@ void recordServerKeyHash(IKeyManagement& keys, HexHash& hash) {
   ABuffer key;
   if (!keys.exportKey(KeyType::kServerPublic, key)) return;
   const std::optional<std::string> digits = hash.of(key);
-  if (digits && !modes::bSetServerPublicKeyHashInfo(*digits)) {
+  if (digits && !base::bAskedTwice([&] { return modes::bSetServerPublicKeyHashInfo(*digits); })) {
     logProblem("Unable to set the public key hash information in the registry");
   }
 }

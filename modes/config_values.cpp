@@ -51,7 +51,7 @@ bool update_value_to_file(const std::string& content, const std::string& name, s
   updated.insert(0, content, 0, start + startTag.size());
   updated.append(content, end);
   // A failure leaves the old file, which holds a value that the agent can work with; callers do not act on it.
-  static_cast<void>(base::replaceFile(path, updated));
+  static_cast<void>(base::bAskedTwice([&] { return base::replaceFile(path, updated).ok(); }));
   return true;
 }
 

@@ -101,6 +101,14 @@ Status takeOwnership(int store, const std::string& storePath, const char* name) 
   return setMode(file.value().get(), 0600, storePath + "/" + name);
 }
 
+/// A single call that the system refuses says nothing about a key, and callers may go on without it. So what fails like
+/// that is done once more.
+template <typename Do>
+auto despiteOneRefusal(Do act) {
+  auto done = act();
+  return !done && done.error().kind == ErrorKind::kSystem ? act() : std::move(done);
+}
+
 /// Removes one file of the key store; one that is not there counts as removed.
 bool bRemoved(const std::string& path) {
   return ::unlink(path.c_str()) == 0 || errno == ENOENT;
@@ -152,8 +160,11 @@ bool KeyStore::discardAgentKeys() {
 
 bool KeyStore::importKeyFromFile(KeyType type, const std::wstring& path) {
   const std::string file = base::toUtf8(path);
-  const auto content = base::readFile(file, kMaxKeyFileSize);
-  return bReported(content ? importBytes(type, content.value()) : content.error(), file);
+  const Status done = despiteOneRefusal([&]() -> Status {
+    const auto content = base::readFile(file, kMaxKeyFileSize);
+    return content ? importBytes(type, content.value()) : content.error();
+  });
+  return bReported(done, file);
 }
 
 bool KeyStore::importKey(KeyType type, const unsigned char* bytes, std::size_t length) {
@@ -163,7 +174,7 @@ bool KeyStore::importKey(KeyType type, const unsigned char* bytes, std::size_t l
 bool KeyStore::exportKey(KeyType type, ABuffer& out) {
   const char* name = fileNameOf(type);
   if (name == nullptr || !bPublic(type)) return false;
-  const auto file = readStored(m_path, name, kMaxKeyFileSize);
+  const auto file = despiteOneRefusal([&] { return readStored(m_path, name, kMaxKeyFileSize); });
   if (!file) logRefusal(file.error());
   if (!file) return false;
   const auto key = m_engine.publicKey(file.value());
