@@ -14,11 +14,11 @@ SERVER_DATA = [f"{INSTALL}/reqseckey.bin", f"{INSTALL}/srpubkey.bin", f"{SCRATCH
 SERVER_DATA += [f"{SCRATCH}/etc/sitecache.bin"]
 PAIR = [f"{KEYSTORE}/agent-public.der", f"{KEYSTORE}/agent-secret.der"]
 
-# Runs "$@" once, with its calls in /run/trace and what it leaves in /run/after, and puts everything back as it was.
+# Runs "$@" once, with strace's options in FAULTS, with its calls in /run/trace and what it leaves in /run/after, and puts everything back as it was.
 REHEARSAL = """
 cp -a /etc/orv.d /run/kept.orv.d; cp -a /opt/Quorvane /run/kept.Quorvane
 [ ! -d /run/keys ] || cp -a /run/keys /run/kept.keys
-strace -o /run/trace -s 256 "$KELTCONFIG" "$@" >/run/undisturbed; echo $? >>/run/undisturbed
+strace -o /run/trace -s 256 $FAULTS "$KELTCONFIG" "$@" >/run/undisturbed; echo $? >>/run/undisturbed
 rm -rf /run/after; mkdir /run/after; cp -a /etc/orv.d /opt/Quorvane /run/after/
 [ ! -d /run/keys ] || cp -a /run/keys /run/after/
 rm -rf /etc/orv.d/* /opt/Quorvane/orv /run/keys
@@ -35,17 +35,22 @@ def device(device):
     return device
 
 
-def number_of(device, wanted, *arguments):
-    """The call that shows as `wanted`, a pattern that starts with its name, in a run with these arguments: its name and
-    which of that name it is. The device is as it was before."""
-    assert device.shell(REHEARSAL, *arguments).returncode == 0
-    name, count = re.match(r"\w+", wanted)[0], 0
-    for line in device.take("/run/trace").decode(errors="replace").splitlines():
-        if line.startswith(name + "("):
-            count += 1
-            if re.match(wanted, line):
-                return name, count
-    raise AssertionError(wanted)
+def numbers_of(device, wanted, *arguments, faults=""):
+    """The calls that show as `wanted`, a pattern that starts with their name, in a run with these arguments and faults:
+    their name, and which of that name they are. The device is as it was before."""
+    assert device.shell(f"FAULTS='{faults}'\n" + REHEARSAL, *arguments).returncode == 0
+    name = re.match(r"\w+", wanted)[0]
+    lines = device.take("/run/trace").decode(errors="replace").splitlines()
+    calls = enumerate((line for line in lines if line.startswith(name + "(")), 1)
+    found = [number for number, line in calls if re.match(wanted, line)]
+    assert found, wanted
+    return name, found
+
+
+def number_of(device, wanted, *arguments, faults=""):
+    """The first of them."""
+    name, found = numbers_of(device, wanted, *arguments, faults=faults)
+    return name, found[0]
 
 
 def undisturbed(device, *arguments):
@@ -348,3 +353,37 @@ def test_a_link_in_the_place_of_the_mark_is_removed_and_not_followed(managed):
     assert managed.read("/run/elsewhere") == b"work=unmanaged-switch\n"
     assert not managed.path(MARK).is_symlink()
     assert log_says(managed, f"Removed, being no mark of unfinished work: {MARK} is not a regular file")
+
+
+# -- after a single refused call -----------------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize(
+    "refused",
+    [
+        r"openat\(.*update/req2048seckey",
+        r"newfstatat\(.*update/sr2048pubkey",
+        r"openat\(.*server-public",
+        r"openat\(.*ZENTORAGENT3000/config.xml",
+        r"renameat\(.*unfinished-work",
+        r"renameat\(.*config.xml",
+    ],
+)
+def test_a_single_refused_call_before_a_kill_makes_no_difference_to_the_next_import(device, refused):
+    put_keys(device, UPDATE)
+    put_registry(device)
+    put_pair(device)
+    name, numbers = numbers_of(device, refused, "-k")
+    for number in numbers:
+        fault = f"-e inject={name}:error=EIO:when={number}"
+        _, kill = number_of(device, r"unlink\(.*update/req2048seckey", "-k", faults=fault)
+        number_of(device, r"unlink\(.*update/req2048seckey", "-k")  # with what is undisturbed in /run/after
+        device.shell("cp -a /etc/orv.d /run/first.orv.d; cp -a /opt/Quorvane /run/first.Quorvane")
+        via = f"strace -qq -o /run/trace -e trace={name},unlink {fault} -e inject=unlink:signal=KILL:when={kill}"
+        assert device.run("-k", via=via).status == 137
+        assert b"(INJECTED)" in device.read("/run/trace")
+        assert device.run("-k").status == 0
+        expect_as_undisturbed(device)
+        assert not device.path(MARK).exists()
+        put_back = "rm -rf /etc/orv.d/* /opt/Quorvane/orv; cp -a /run/first.orv.d/. /etc/orv.d/"
+        device.shell(put_back + "; cp -a /run/first.Quorvane/. /opt/Quorvane/; rm -r /run/first.*")
