@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -12,6 +13,7 @@
 #include "fault/gate/exceptions.h"
 #include "fault/gate/place.h"
 #include "fault/gate/point.h"
+#include "fault/gate/report.h"
 #include "fault/gate/trials.h"
 
 namespace kelt::tests::gate {
@@ -268,6 +270,23 @@ TEST(GateExceptions, ExcuseNothingElse) {
   EXPECT_FALSE(bExcused("name | left-over | * | * | start,helper | * | * | reason"));
   EXPECT_FALSE(bExcused("name | left-over | * | * | * | rename | * | reason"));
   EXPECT_FALSE(bExcused("name | left-over | * | * | * | * | b.file | reason"));
+}
+
+/// Whether a report of one point of this mode, all that there was to try, passes.
+bool bPassesWith(const std::string& exceptions, const std::string& mode) {
+  Report report{Exceptions(exceptions)};
+  std::ostringstream log;
+  report.add("point\tunmanaged\t" + mode + "\t1\t0.5", log);
+  return report.bPassed(true);
+}
+
+TEST(GateExceptions, AreNotLeftOver) {
+  const std::string always = "name | left-over | * | * | * | * | * | reason\n";
+  const std::string inPairs = "name | left-over | * | pair | * | * | * | reason\n";
+  EXPECT_TRUE(bPassesWith("", "once"));
+  EXPECT_FALSE(bPassesWith(always, "once"));
+  EXPECT_TRUE(bPassesWith(inPairs, "once")) << "nothing was tried that it is for";
+  EXPECT_FALSE(bPassesWith(inPairs, "pair"));
 }
 
 TEST(GateExceptions, NeedAllFields) {

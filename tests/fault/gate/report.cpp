@@ -149,13 +149,20 @@ double Report::processorSeconds() const {
   return sum;
 }
 
-bool Report::bUnmatched() const {
-  const auto& all = m_exceptions.all();
-  return std::any_of(all.begin(), all.end(), [](const Exception& exception) { return exception.matches == 0; });
+/// Whether it has excused nothing, though something was tried that it is for.
+bool Report::bLeftOver(const Exception& exception) const {
+  const std::vector<std::string>& modes = exception.modes;
+  const bool bTried = modes.empty() || std::any_of(modes.begin(), modes.end(), [&](const std::string& mode) {
+                        return std::any_of(m_points.begin(), m_points.end(),
+                                           [&](const auto& command) { return command.second.count(mode) != 0; });
+                      });
+  return exception.matches == 0 && bTried;
 }
 
 bool Report::bPassed(bool bComplete) const {
-  return m_tried != 0 && m_violations.empty() && !(bComplete && bUnmatched());
+  const auto& all = m_exceptions.all();
+  const auto leftOver = [&](const Exception& exception) { return bLeftOver(exception); };
+  return m_tried != 0 && m_violations.empty() && !(bComplete && std::any_of(all.begin(), all.end(), leftOver));
 }
 
 void Report::print(std::ostream& out, bool bComplete) const {
@@ -191,7 +198,7 @@ void Report::printViolations(std::ostream& out) const {
 
 void Report::printExceptions(std::ostream& out, bool bComplete) const {
   for (const Exception& exception : m_exceptions.all()) {
-    if (exception.matches == 0 && !bComplete) continue;
+    if (exception.matches == 0 && !(bComplete && bLeftOver(exception))) continue;
     out << (exception.matches == 0 ? "NOTHING TO EXCUSE " : "excused  ") << std::left << std::setw(26) << exception.name
         << std::right << std::setw(7) << exception.matches << "  " << exception.reason << '\n';
   }

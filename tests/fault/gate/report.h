@@ -29,7 +29,8 @@ class Report {
   /// The counts. `bComplete` says that every point was tried, so that each exception must have matched.
   void print(std::ostream& out, bool bComplete) const;
 
-  /// Whether nothing was found that is not excused, and, where `bComplete`, no exception is left over.
+  /// Whether nothing was found that is not excused, and, where `bComplete`, no exception is left over that is for one
+  /// of the modes tried.
   [[nodiscard]] bool bPassed(bool bComplete) const;
 
   [[nodiscard]] std::size_t tried() const { return m_tried; }
@@ -43,7 +44,7 @@ class Report {
   void printProcessorTime(std::ostream& out) const;
   void printViolations(std::ostream& out) const;
   void printExceptions(std::ostream& out, bool bComplete) const;
-  [[nodiscard]] bool bUnmatched() const;
+  [[nodiscard]] bool bLeftOver(const Exception& exception) const;
 
   Exceptions m_exceptions;
   std::size_t m_tried = 0;
