@@ -49,15 +49,23 @@ void startInItsStead(unixCommandLineHelper& agent) {
   if (lock.unlock() && lock.tryLock() != 0) InterProcessWriteLock::cleanSemaphore(paths::kInstanceLock);
 }
 
+/// A run that is killed needs its guard, and a moment later the system may have what it takes.
+constexpr int kGuardTries = 3;
+
+/// Null where none can be made, which the log says.
+std::optional<GuardProcess> guardFor(unixCommandLineHelper& agent) {
+  for (int tries = 1;; ++tries) {
+    auto guard = GuardProcess::start([&agent] { startInItsStead(agent); });
+    if (guard) return std::move(guard).value();
+    if (tries < kGuardTries) continue;
+    logProblem("No guard starts the agent should this run die: " + guard.error().message);
+    return std::nullopt;
+  }
+}
+
 class GuardedPromise final : public StartPromise {
  public:
-  explicit GuardedPromise(unixCommandLineHelper& agent) : m_agent(agent) {
-    auto guard = GuardProcess::start([&agent] { startInItsStead(agent); });
-    if (guard) {
-      m_guard.emplace(std::move(guard).value());
-    } else {
-      logProblem("No guard starts the agent should this run die: " + guard.error().message);
-    }
+  explicit GuardedPromise(unixCommandLineHelper& agent) : m_agent(agent), m_guard(guardFor(agent)) {
     m_agent.setStartPromised(true);
   }
   GuardedPromise(const GuardedPromise&) = delete;

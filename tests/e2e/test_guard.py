@@ -124,12 +124,20 @@ STARTED_NOW = ("E", "A run ended before it started the agent again, which is sta
 
 
 def test_a_full_process_table_lets_a_run_go_on_without_a_guard(device):
-    left = run_until_quiet(device, full_table("1") + ' "$KELTCONFIG" -u >/dev/null && echo done >/run/done')
+    left = run_until_quiet(device, full_table("1..3") + ' "$KELTCONFIG" -u >/dev/null && echo done >/run/done')
     assert device.read("/run/done") == b"done\n"
-    assert refused(device) == 1
+    assert refused(device) == 3
     assert device.log().count(NO_GUARD) == 1
     assert device.calls() == device.stopping() + device.starting()
     assert left == []
+
+
+def test_a_guard_for_which_there_is_no_process_at_first_is_made_all_the_same(device):
+    killed_while_stopped(device)
+    run_until_quiet(device, full_table("1..2") + ' "$KELTCONFIG" -u >/dev/null')
+    assert refused(device) == 2
+    assert NO_GUARD not in device.log() and STARTED_NOW in device.log()
+    assert device.calls() == device.stopping() + device.starting()
 
 
 def test_a_start_for_which_there_is_no_process_is_tried_again(device):
