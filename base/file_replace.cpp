@@ -95,17 +95,17 @@ bool bMountPoint(const Error& error, const Place& place) {
 /// What a replacement comes to: the target must be written in place instead, or not.
 enum class Outcome { kReplaced, kOnlyInPlace };
 
-Status fill(int fd, int existing, const Content& content, NewFile created) {
-  const int like = existing >= 0 ? existing : created.attributesOf;
+Status fill(int fd, int existing, const Content& content, NewFileAttributes ifNew) {
+  const int like = existing >= 0 ? existing : ifNew.attributesOf;
   if (like >= 0) {
     if (auto done = copyAttributes(like, fd); !done) return done;
-  } else if (::fchmod(fd, created.mode & 07777U) != 0) {
+  } else if (::fchmod(fd, ifNew.mode & 07777U) != 0) {
     return systemError("give a file its permissions");
   }
   return content(sinkInto(fd));
 }
 
-Result<Outcome> replaceByRename(const Place& place, int existing, const Content& content, NewFile created) {
+Result<Outcome> replaceByRename(const Place& place, int existing, const Content& content, NewFileAttributes ifNew) {
   auto temporary = TemporaryFile::create(place.directory.get(), place.name);
   if (!temporary) {
     if (existing >= 0 && bDirectoryClosed(temporary.error())) return Outcome::kOnlyInPlace;
@@ -113,15 +113,15 @@ Result<Outcome> replaceByRename(const Place& place, int existing, const Content&
   }
   if (!place.bSyncable) return systemError("open the directory of " + place.path, EACCES);
   TemporaryFile& file = temporary.value();
-  if (auto done = fill(file.fd(), existing, content, created); !done) return done.error();
+  if (auto done = fill(file.fd(), existing, content, ifNew); !done) return done.error();
   const Status published = file.publish(place);
   if (published) return Outcome::kReplaced;
   if (existing >= 0 && bMountPoint(published.error(), place)) return Outcome::kOnlyInPlace;
   return published.error();
 }
 
-Status replaceAt(const Place& place, int existing, const Content& content, NewFile created) {
-  const auto outcome = replaceByRename(place, existing, content, created);
+Status replaceAt(const Place& place, int existing, const Content& content, NewFileAttributes ifNew) {
+  const auto outcome = replaceByRename(place, existing, content, ifNew);
   if (!outcome) return outcome.error();
   return outcome.value() == Outcome::kReplaced ? Status{} : writeInPlace(place, content);
 }
@@ -144,19 +144,19 @@ bool bSameFile(const struct stat& source, int target) {
   return target >= 0 && ::fstat(target, &info) == 0 && info.st_dev == source.st_dev && info.st_ino == source.st_ino;
 }
 
-Status replaceFileAt(const Result<Place>& place, std::span<const unsigned char> data, NewFile created) {
+Status replaceFileAt(const Result<Place>& place, std::span<const unsigned char> data, NewFileAttributes ifNew) {
   if (!place) return place.error();
   const auto existing = openExisting(place.value());
   if (!existing) return existing.error();
   const Content content = [data](const Sink& sink) { return sink(data); };
-  return replaceAt(place.value(), existing.value().get(), content, created);
+  return replaceAt(place.value(), existing.value().get(), content, ifNew);
 }
 
 }  // namespace
 
-Status replaceFile(const std::string& path, std::span<const unsigned char> data, NewFile created) {
+Status replaceFile(const std::string& path, std::span<const unsigned char> data, NewFileAttributes ifNew) {
   const DeferredSignals untilNothingIsLeftBehind;
-  return replaceFileAt(findPlace(path), data, created);
+  return replaceFileAt(findPlace(path), data, ifNew);
 }
 
 Status replaceFileNotLink(const std::string& path, std::span<const unsigned char> data) {
@@ -164,8 +164,8 @@ Status replaceFileNotLink(const std::string& path, std::span<const unsigned char
   return replaceFileAt(openPlace(path), data, {});
 }
 
-Status replaceFile(const std::string& path, std::string_view text, NewFile created) {
-  return replaceFile(path, {reinterpret_cast<const unsigned char*>(text.data()), text.size()}, created);
+Status replaceFile(const std::string& path, std::string_view text, NewFileAttributes ifNew) {
+  return replaceFile(path, {reinterpret_cast<const unsigned char*>(text.data()), text.size()}, ifNew);
 }
 
 Status copyFile(const std::string& from, const std::string& to) {

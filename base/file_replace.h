@@ -14,13 +14,13 @@
 namespace kelt::base {
 
 /// How a file that does not exist yet is made.
-struct NewFile {
+struct NewFileAttributes {
   mode_t mode = 0600;     ///< permission bits, exact (the umask is not consulted)
   int attributesOf = -1;  ///< an open file whose owner, permission bits and extended attributes it gets instead
 };
 
 /// Replaces the file at `path` by `data`: a temporary file in the same directory, given the owner, permission bits and
-/// extended attributes of the file that it replaces (or `created` for a new one), filled, fsync, rename, fsync of the
+/// extended attributes of the file that it replaces (or `ifNew` for a new one), filled, fsync, rename, fsync of the
 /// directory. A symbolic link is resolved first and stays a link, dangling ones included. Where no temporary file can
 /// be made beside the target or renamed over it (the file is a mount point, the directory is read-only), and only
 /// there, the file is written in place, once there is room for all of it.
@@ -28,10 +28,11 @@ struct NewFile {
 /// Errors: kRefused when something that is not a regular file stands there; kSystem. After an error the old content is
 /// there and no temporary file, with two exceptions: a sync of the directory that fails after the rename leaves the new
 /// content, of which a power cut may make the old one; and a file written in place may be neither.
-[[nodiscard]] Status replaceFile(const std::string& path, std::span<const unsigned char> data, NewFile created = {});
+[[nodiscard]] Status replaceFile(const std::string& path, std::span<const unsigned char> data,
+                                 NewFileAttributes ifNew = {});
 
 /// The same for text.
-[[nodiscard]] Status replaceFile(const std::string& path, std::string_view text, NewFile created = {});
+[[nodiscard]] Status replaceFile(const std::string& path, std::string_view text, NewFileAttributes ifNew = {});
 
 /// The same for what stands under `path` itself, in a directory where somebody else may put a link at any moment: it is
 /// refused (kRefused), or replaced when it comes too late for that, and never followed.

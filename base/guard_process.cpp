@@ -37,14 +37,14 @@ void takeDescriptors(int pipe) {
 }
 
 /// Waits until the other end of the pipe says farewell or is closed. Returns whether it said nothing.
-bool bDied() {
+bool awaitDeath() {
   char farewell = 0;
   return retryInterrupted([&] { return ::read(kPipe, &farewell, 1); }) == 0;
 }
 
 [[noreturn]] void watch(const std::function<void()>& action) {
   try {
-    if (bDied()) {
+    if (awaitDeath()) {
       ::close(kPipe);
       action();
     }

@@ -29,8 +29,8 @@ std::string_view shortened(std::string_view name) {
   return name.substr(0, length);
 }
 
-/// Puts random characters at the end of `name`. False, with errno, when the system has none to give.
-bool bRandomized(std::string& name) {
+/// Puts random characters at the end of `name`. Returns false, with errno, when the system has none to give.
+bool randomizeEnd(std::string& name) {
   std::array<unsigned char, kRandomLength> bytes{};
   const ssize_t got = retryInterrupted([&] { return ::getrandom(bytes.data(), bytes.size(), 0); });
   if (got != static_cast<ssize_t>(bytes.size())) return false;
@@ -73,7 +73,7 @@ TemporaryFile::~TemporaryFile() {
 
 template <typename Take>
 Status TemporaryFile::takeName(Take take) {
-  for (int attempt = 0; attempt < kAttempts && bRandomized(m_name); ++attempt) {
+  for (int attempt = 0; attempt < kAttempts && randomizeEnd(m_name); ++attempt) {
     m_bNamed = take() == 0;
     if (m_bNamed) return {};
     if (errno != EEXIST) break;

@@ -56,7 +56,7 @@ Tree treeOf(const std::vector<JudgedEntry>& entries) {
       tree.emplace(joined({judged.parts.begin(), judged.parts.begin() + static_cast<std::ptrdiff_t>(depth)}),
                    kDirectory);
     }
-    tree.emplace(joined(judged.parts), judged.directory ? kDirectory : judged.entry.size);
+    tree.emplace(joined(judged.parts), judged.bDirectory ? kDirectory : judged.entry.size);
   }
   require(total <= std::uintmax_t{64} << 20U, "an archive holds at most 64 MiB");
   return tree;

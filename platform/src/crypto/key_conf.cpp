@@ -80,8 +80,8 @@ std::optional<Values> readValues() {
   return values;
 }
 
-/// Whether it was done; why not goes to the log.
-bool bLogged(const kelt::Status& status) {
+/// Logs why something was not done, if it was not. Returns whether it was.
+bool logFailure(const kelt::Status& status) {
   if (!status) kelt::platform::logRefusal(status.error());
   return status.ok();
 }
@@ -112,9 +112,9 @@ bool KeyConf::SetCryptoMode(Mode mode, KeySize keySize) {
   const std::string text = "mode=" + std::to_string(static_cast<int>(mode)) +
                            "\nkeysize=" + std::to_string(static_cast<int>(keySize)) + "\n";
   const std::string store = kelt::platform::keyStorePath();
-  if (!bLogged(kelt::platform::prepareKeyStore(store))) return false;
+  if (!logFailure(kelt::platform::prepareKeyStore(store))) return false;
   const std::vector<unsigned char> bytes(text.begin(), text.end());
-  return bLogged(kelt::platform::storeFile(store, kFileName, bytes));
+  return logFailure(kelt::platform::storeFile(store, kFileName, bytes));
 }
 
 }  // namespace quorvane_com::QV::crypto

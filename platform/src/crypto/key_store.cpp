@@ -110,7 +110,7 @@ auto despiteOneRefusal(Do act) {
 }
 
 /// Removes one file of the key store; one that is not there counts as removed.
-bool bRemoved(const std::string& path) {
+bool removeStored(const std::string& path) {
   return ::unlink(path.c_str()) == 0 || errno == ENOENT;
 }
 
@@ -153,8 +153,8 @@ KeyStore::KeyStore(std::string path, CryptoEngine& engine, const Logger* logger)
 
 bool KeyStore::discardAgentKeys() {
   // The secret goes first: a public key without its secret is no pair, whenever the power fails.
-  const bool bSecretGone = bRemoved(m_path + "/" + fileNameOf(KeyType::kAgentSecret));
-  const bool bPublicGone = bRemoved(m_path + "/" + fileNameOf(KeyType::kAgentPublic));
+  const bool bSecretGone = removeStored(m_path + "/" + fileNameOf(KeyType::kAgentSecret));
+  const bool bPublicGone = removeStored(m_path + "/" + fileNameOf(KeyType::kAgentPublic));
   return base::syncDirectory(m_path).ok() && bSecretGone && bPublicGone;
 }
 
@@ -164,11 +164,11 @@ bool KeyStore::importKeyFromFile(KeyType type, const std::wstring& path) {
     const auto content = base::readFile(file, kMaxKeyFileSize);
     return content ? importBytes(type, content.value()) : content.error();
   });
-  return bReported(done, file);
+  return report(done, file);
 }
 
 bool KeyStore::importKey(KeyType type, const unsigned char* bytes, std::size_t length) {
-  return bReported(importBytes(type, {bytes, bytes == nullptr ? 0 : length}), "memory");
+  return report(importBytes(type, {bytes, bytes == nullptr ? 0 : length}), "memory");
 }
 
 bool KeyStore::exportKey(KeyType type, ABuffer& out) {
@@ -195,7 +195,7 @@ Status KeyStore::importBytes(KeyType type, std::span<const unsigned char> file) 
   return key ? storeFile(m_path, name, key.value()) : key.error();
 }
 
-bool KeyStore::bReported(const Status& status, const std::string& subject) const {
+bool KeyStore::report(const Status& status, const std::string& subject) const {
   if (status) return true;
   logRefusal(subject, status.error());
   if (m_logger != nullptr) {

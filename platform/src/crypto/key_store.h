@@ -48,7 +48,8 @@ class KeyStore final : public quorvane_com::QV::crypto::IKeyManagement {
 
  private:
   [[nodiscard]] Status importBytes(KeyType type, std::span<const unsigned char> file);
-  [[nodiscard]] bool bReported(const Status& status, const std::string& subject) const;
+  /// Says why an import of `subject` was refused, if it was. Returns whether it was not.
+  [[nodiscard]] bool report(const Status& status, const std::string& subject) const;
 
   std::string m_path;
   CryptoEngine& m_engine;

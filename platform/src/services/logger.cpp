@@ -91,22 +91,22 @@ bool rotate(int fd, const std::string& path) {
 }
 
 /// What an opened log is good for.
-enum class Standing { kReady, kMoved, kUnusable };
+enum class LogState { kReady, kMoved, kUnusable };
 
-Standing prepare(int fd, const std::string& path) {
+LogState prepare(int fd, const std::string& path) {
   struct stat info {};
-  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return Standing::kUnusable;
-  if (!kelt::base::tryFileLock(fd, FileLock::kShared) || !kelt::base::bStillNamed(path, info)) return Standing::kMoved;
-  return info.st_size > kRotateBeyond && rotate(fd, path) ? Standing::kMoved : Standing::kReady;
+  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return LogState::kUnusable;
+  if (!kelt::base::tryFileLock(fd, FileLock::kShared) || !kelt::base::bStillNamed(path, info)) return LogState::kMoved;
+  return info.st_size > kRotateBeyond && rotate(fd, path) ? LogState::kMoved : LogState::kReady;
 }
 
 void append(const std::string& path, std::string_view line) {
   for (int attempt = 1; attempt <= kAttempts; ++attempt) {
     const UniqueFd fd = openLog(path);
     if (!fd) return;
-    const Standing standing = prepare(fd.get(), path);
-    if (standing == Standing::kUnusable) return;
-    if (standing == Standing::kReady || attempt == kAttempts) {
+    const LogState state = prepare(fd.get(), path);
+    if (state == LogState::kUnusable) return;
+    if (state == LogState::kReady || attempt == kAttempts) {
       static_cast<void>(retryInterrupted([&] { return ::write(fd.get(), line.data(), line.size()); }));
       return;
     }

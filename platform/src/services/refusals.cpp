@@ -11,13 +11,14 @@ namespace {
 
 constexpr const wchar_t* kSource = L"files";
 
-bool bNew(const std::string& message) {
+/// Notes the message. Returns false where it was noted before.
+bool note(const std::string& message) {
   static std::set<std::string> said;
   return said.insert(message).second;
 }
 
 void logOnce(const std::string& message) {
-  if (bNew(message)) logError(kSource, base::toWide(message).c_str());
+  if (note(message)) logError(kSource, base::toWide(message).c_str());
 }
 
 }  // namespace

@@ -75,8 +75,9 @@ int deleteValue(OpenKey& key, const char* name) {
   return kRegistrySuccess;
 }
 
-/// Deletes from the file as it is now, so that what came into it since the key was opened stays.
-bool bDeleteFromFile(const OpenKey& key) {
+/// Deletes from the file as it is now, so that what came into it since the key was opened stays. Returns false, with
+/// nothing changed, where the file cannot be read or replaced.
+bool deleteFromFile(const OpenKey& key) {
   auto file = loadFile(key.path);
   if (!file) return file.error().kind == ErrorKind::kNotFound;
   bool bChanged = false;
@@ -141,5 +142,5 @@ int RegCloseKey(void* key) {
   const auto closed = registry().keys.extract(numberOf(key));
   if (closed.empty()) return kRegistryBadData;
   if (closed.mapped().deleted.empty()) return kRegistrySuccess;
-  return bDeleteFromFile(closed.mapped()) ? kRegistrySuccess : kRegistryAccessDenied;
+  return deleteFromFile(closed.mapped()) ? kRegistrySuccess : kRegistryAccessDenied;
 }

@@ -67,7 +67,7 @@ class ValueReader {
     while (m_end < m_text.size()) {
       m_begin = m_end;
       m_end = endOfLine(m_begin);
-      if (bReadValue()) return true;
+      if (readValue()) return true;
     }
     return false;
   }
@@ -85,7 +85,8 @@ class ValueReader {
   [[nodiscard]] bool bSectionMet() const { return m_bMet; }
 
  private:
-  bool bReadValue() {
+  /// Takes the line at m_begin, and those that continue it, for a value. Returns false where it is none.
+  bool readValue() {
     const std::string_view line = m_text.substr(m_begin, m_end - m_begin);
     const std::string_view content = trimmed(line);
     if (content.empty() || content.front() == ';' || content.front() == '#') return false;
@@ -179,7 +180,7 @@ class ByteList {
   std::optional<SecretBytes> read() && {
     skipBlanks();
     if (m_rest.empty()) return std::move(m_bytes);
-    while (bReadByte()) {
+    while (readByte()) {
       skipBlanks();
       if (m_rest.empty()) return std::move(m_bytes);
       if (m_rest.front() != ',') return std::nullopt;
@@ -190,7 +191,7 @@ class ByteList {
   }
 
  private:
-  bool bReadByte() {
+  bool readByte() {
     if (m_rest.size() < 2) return false;
     const auto high = digitOf(m_rest[0]);
     const auto low = digitOf(m_rest[1]);

@@ -42,16 +42,17 @@ int modeFor(AFiler::AFileAccess access) {
   return F_OK;
 }
 
-enum class Standing { kAbsent, kDenied, kAccessible, kUnknown };
+/// What a question about a file came to.
+enum class Finding { kAbsent, kDenied, kAccessible, kUnknown };
 
 /// Looks first whether the file is there at all, because an EACCES of the second question alone could come from the
 /// file or from a directory above it.
-Standing examine(const std::string& path, AFiler::AFileAccess access) {
+Finding examine(const std::string& path, AFiler::AFileAccess access) {
   struct stat info {};
-  if (::stat(path.c_str(), &info) != 0) return bAbsent(errno) ? Standing::kAbsent : Standing::kUnknown;
-  if (::faccessat(AT_FDCWD, path.c_str(), modeFor(access), AT_EACCESS) == 0) return Standing::kAccessible;
-  if (bAbsent(errno)) return Standing::kAbsent;
-  return bDenied(errno) ? Standing::kDenied : Standing::kUnknown;
+  if (::stat(path.c_str(), &info) != 0) return bAbsent(errno) ? Finding::kAbsent : Finding::kUnknown;
+  if (::faccessat(AT_FDCWD, path.c_str(), modeFor(access), AT_EACCESS) == 0) return Finding::kAccessible;
+  if (bAbsent(errno)) return Finding::kAbsent;
+  return bDenied(errno) ? Finding::kDenied : Finding::kUnknown;
 }
 
 bool bRegular(int fd) {
@@ -77,9 +78,9 @@ UniqueFd openOrCreate(const std::string& path) {
   return made;
 }
 
-/// What `work` returns; false also for want of memory.
+/// Does `work`, and returns what it returns; false also for want of memory.
 template <typename Work>
-bool bDone(const Work& work) noexcept {
+bool attempt(const Work& work) noexcept {
   try {
     return work();
   } catch (const std::exception&) {
@@ -88,7 +89,7 @@ bool bDone(const Work& work) noexcept {
 }
 
 bool readWhole(const AString& path, ABuffer& content) {
-  return bDone([&] {
+  return attempt([&] {
     const auto bytes = kelt::base::readFile(narrow(path));
     if (bytes) {
       content = ABuffer(bytes.value());
@@ -110,19 +111,19 @@ bool AFiler::getFileAccessibility(const AString& path, AFileAccess access, bool&
 }
 
 bool AFiler::getFileAccessibility(const AString& path, AFileAccess access, bool& accessible, bool& exists) {
-  Standing standing = Standing::kUnknown;
+  Finding finding = Finding::kUnknown;
   const auto look = [&] {
-    standing = examine(narrow(path), access);
-    return standing != Standing::kUnknown;
+    finding = examine(narrow(path), access);
+    return finding != Finding::kUnknown;
   };
-  if (!bDone(look)) return false;
-  accessible = standing == Standing::kAccessible;
-  exists = standing != Standing::kAbsent;
+  if (!attempt(look)) return false;
+  accessible = finding == Finding::kAccessible;
+  exists = finding != Finding::kAbsent;
   return true;
 }
 
 bool AFiler::tryGetFileSize(const AString& path, std::uint64_t& size) {
-  return bDone([&] {
+  return attempt([&] {
     const auto known = kelt::base::regularFileSize(narrow(path));
     if (known) size = known.value();
     return known.ok();
@@ -130,11 +131,11 @@ bool AFiler::tryGetFileSize(const AString& path, std::uint64_t& size) {
 }
 
 bool AFiler::deleteFile(const AString& path) {
-  return bDone([&] { return ::unlink(narrow(path).c_str()) == 0; });
+  return attempt([&] { return ::unlink(narrow(path).c_str()) == 0; });
 }
 
 bool AFiler::copyFile(const AString& from, const AString& to) {
-  return bDone([&] {
+  return attempt([&] {
     const auto copied = kelt::base::copyFile(narrow(from), narrow(to));
     if (!copied && copied.error().kind == kelt::ErrorKind::kRefused) kelt::platform::logRefusal(copied.error());
     return copied.ok();
@@ -150,12 +151,12 @@ bool AFile::tryRead(const AString& path, ABuffer& content) {
 }
 
 bool AFile::write(const AString& path, const ABuffer& content) {
-  return bDone([&] { return kelt::base::replaceFile(narrow(path), content.span()).ok(); });
+  return attempt([&] { return kelt::base::replaceFile(narrow(path), content.span()).ok(); });
 }
 
 bool AFile::openWrite(const AString& path, bool truncate) {
   close();
-  return bDone([&] {
+  return attempt([&] {
     UniqueFd fd = openOrCreate(narrow(path));
     if (!fd || !bRegular(fd.get())) return false;
     if (truncate && ::ftruncate(fd.get(), 0) != 0) return false;

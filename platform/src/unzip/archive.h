@@ -19,7 +19,7 @@ struct ZipEntry {
   std::string name;        ///< as stored; a directory's ends in "/"
   std::uint64_t size = 0;  ///< unpacked bytes, as declared
   std::uint32_t type = 0;  ///< the S_IFMT bits of the mode, 0 where the archive tells none
-  bool plain = false;      ///< neither encrypted nor packed otherwise than stored or deflated
+  bool bPlain = false;     ///< neither encrypted nor packed otherwise than stored or deflated
 };
 
 /// Takes one piece of an entry's content.

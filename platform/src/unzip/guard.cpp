@@ -48,11 +48,11 @@ std::string lowered(std::string_view text) {
 }
 
 /// The names seen so far, without regard to case.
-class NameBook {
+class NamesTaken {
  public:
-  /// Enters a name and the directories that it implies. False when it was there, or is a file here and a directory
+  /// Takes a name and the directories that it implies. False when it was there, or is a file here and a directory
   /// there.
-  bool enter(const JudgedEntry& judged) {
+  bool take(const JudgedEntry& judged) {
     std::string path;
     for (std::size_t i = 0; i + 1 < judged.parts.size(); ++i) {
       path += (i == 0 ? "" : "/") + lowered(judged.parts[i]);
@@ -61,7 +61,7 @@ class NameBook {
     }
     path += (path.empty() ? "" : "/") + lowered(judged.parts.back());
     if (!m_entries.insert(path).second) return false;
-    if (judged.directory) return true;
+    if (judged.bDirectory) return true;
     m_files.insert(path);
     return !m_directories.contains(path);
   }
@@ -72,8 +72,8 @@ class NameBook {
   std::set<std::string> m_directories;
 };
 
-bool bKindAgrees(const ZipEntry& entry, bool directory) {
-  if (directory) return (entry.type == 0 || entry.type == S_IFDIR) && entry.size == 0;
+bool bKindAgrees(const ZipEntry& entry, bool bDirectory) {
+  if (bDirectory) return (entry.type == 0 || entry.type == S_IFDIR) && entry.size == 0;
   return entry.type == 0 || entry.type == S_IFREG;
 }
 
@@ -82,12 +82,12 @@ Result<JudgedEntry> judgeEntry(const ZipArchive& archive, std::uint64_t index) {
   if (!described) return described.error();
   JudgedEntry judged;
   judged.entry = std::move(described).value();
-  if (!judged.entry.plain) return refused("an entry that is encrypted or packed in an unknown way");
+  if (!judged.entry.bPlain) return refused("an entry that is encrypted or packed in an unknown way");
 
   std::string_view name = judged.entry.name;
-  judged.directory = name.ends_with('/');
-  if (judged.directory) name.remove_suffix(1);
-  if (!bKindAgrees(judged.entry, judged.directory)) return refused("an entry that is no file and no directory");
+  judged.bDirectory = name.ends_with('/');
+  if (judged.bDirectory) name.remove_suffix(1);
+  if (!bKindAgrees(judged.entry, judged.bDirectory)) return refused("an entry that is no file and no directory");
   auto parts = partsOfName(name);
   if (!parts) return parts.error();
   judged.parts = std::move(parts).value();
@@ -97,12 +97,12 @@ Result<JudgedEntry> judgeEntry(const ZipArchive& archive, std::uint64_t index) {
 Result<std::vector<JudgedEntry>> judgeDescriptions(const ZipArchive& archive) {
   if (archive.count() > kMaxEntries) return tooLarge("too many entries");
   std::vector<JudgedEntry> entries;
-  NameBook names;
+  NamesTaken names;
   std::uint64_t total = 0;
   for (std::uint64_t index = 0; index < archive.count(); ++index) {
     auto judged = judgeEntry(archive, index);
     if (!judged) return judged.error();
-    if (!names.enter(judged.value())) return refused("a name that stands for two things");
+    if (!names.take(judged.value())) return refused("a name that stands for two things");
     if (judged.value().entry.size > kMaxBytes - total) return tooLarge("too much content");
     total += judged.value().entry.size;
     entries.push_back(std::move(judged).value());

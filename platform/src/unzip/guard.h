@@ -15,7 +15,7 @@ namespace kelt::platform {
 struct JudgedEntry {
   ZipEntry entry;
   std::vector<std::string> parts;  ///< one at least, the last is the entry's own name
-  bool directory = false;
+  bool bDirectory = false;
 };
 
 /// Splits an entry's name (without the "/" behind a directory's) into its parts.

@@ -45,11 +45,11 @@ void logNotPutBack() noexcept {
 }  // namespace
 
 StagedTree::~StagedTree() {
-  if (!m_committed) takeBack();
+  if (!m_bCommitted) undo();
 }
 
 Status StagedTree::add(const ZipArchive& archive, const JudgedEntry& judged) {
-  if (!judged.directory) return addFile(archive, judged);
+  if (!judged.bDirectory) return addFile(archive, judged);
   const auto made = directoryFor(judged.parts, judged.parts.size());
   return made ? Status() : Status(made.error());
 }
@@ -59,7 +59,7 @@ Status StagedTree::commit() {
     if (auto done = takeName(file); !done) return done;
   }
   if (auto done = syncAll(); !done) return done;
-  m_committed = true;
+  m_bCommitted = true;
   return {};
 }
 
@@ -115,11 +115,11 @@ Status StagedTree::takeName(StagedFile& file) {
   if (bDirectoryThere(file.directory, file.name)) return directoryInTheWay();
   Status done = file.temporary->exchangeWith(file.name);
   if (!done && bExchangeUnknown(done.error().sysErrno)) done = keepAndReplace(file);
-  if (done) file.standing = Standing::kReplaced;
+  if (done) file.stage = Stage::kReplaced;
   if (done || done.error().kind != ErrorKind::kNotFound) return done;
   // Nothing stands there.
   done = file.temporary->renameTo(file.name);
-  if (done) file.standing = Standing::kNew;
+  if (done) file.stage = Stage::kNew;
   return done;
 }
 
@@ -138,10 +138,10 @@ Status StagedTree::syncAll() const {
   return base::syncDirectory(m_root.get(), "the directory of the archive");
 }
 
-void StagedTree::takeBack() noexcept {
+void StagedTree::undo() noexcept {
   for (auto file = m_files.rbegin(); file != m_files.rend(); ++file) {
-    if (file->standing == Standing::kNew) ::unlinkat(file->directory, file->name.c_str(), 0);
-    if (file->standing == Standing::kReplaced && !file->temporary->putBack(file->name)) logNotPutBack();
+    if (file->stage == Stage::kNew) ::unlinkat(file->directory, file->name.c_str(), 0);
+    if (file->stage == Stage::kReplaced && !file->temporary->putBack(file->name)) logNotPutBack();
   }
   m_files.clear();  // and with them the temporary files, which would keep directories
   for (auto made = m_made.rbegin(); made != m_made.rend(); ++made)

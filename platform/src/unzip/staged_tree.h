@@ -40,12 +40,12 @@ class StagedTree {
 
  private:
   using Parts = std::vector<std::string>;
-  enum class Standing { kStaged, kNew, kReplaced };
+  enum class Stage { kStaged, kNew, kReplaced };
   struct StagedFile {
     int directory;
     std::string name;
     std::optional<base::TemporaryFile> temporary;  // the file itself, and once it has its name what stood there before
-    Standing standing = Standing::kStaged;
+    Stage stage = Stage::kStaged;
   };
   struct MadeDirectory {
     int parent;
@@ -59,14 +59,14 @@ class StagedTree {
   [[nodiscard]] static Status takeName(StagedFile& file);
   [[nodiscard]] static Status keepAndReplace(StagedFile& file);
   [[nodiscard]] Status syncAll() const;
-  void takeBack() noexcept;
+  void undo() noexcept;
 
   base::DeferredSignals m_signals;
   base::UniqueFd m_root;
   std::map<std::string, base::UniqueFd> m_directories;  // by path below the root
   std::vector<StagedFile> m_files;
   std::vector<MadeDirectory> m_made;  // in the order in which they were made
-  bool m_committed = false;
+  bool m_bCommitted = false;
 };
 
 }  // namespace kelt::platform

@@ -45,7 +45,7 @@ TEST_F(ReplaceFile, MakesANewFileThatOthersCannotRead) {
 TEST_F(ReplaceFile, GivesANewFileExactlyTheStatedModeWhateverTheUmask) {
   for (const mode_t mask : {0U, 077U, 0777U}) {
     const mode_t before = ::umask(mask);
-    EXPECT_TRUE(replaceFile("/tmp/d/f", "x", NewFile{0644}).ok());
+    EXPECT_TRUE(replaceFile("/tmp/d/f", "x", NewFileAttributes{0644}).ok());
     ::umask(before);
     EXPECT_EQ(modeOf("/tmp/d/f"), 0644U);
     ::unlink("/tmp/d/f");
@@ -68,7 +68,7 @@ TEST_F(ReplaceFile, GivesANewFileTheAttributesOfAnother) {
 TEST_F(ReplaceFile, PutsAnotherFileInPlaceOfTheOld) {
   putFile("/tmp/d/f", "a longer old content", 0640);
   ASSERT_EQ(::link("/tmp/d/f", "/tmp/d/other"), 0);
-  ASSERT_TRUE(replaceFile("/tmp/d/f", "new", NewFile{0600}).ok());
+  ASSERT_TRUE(replaceFile("/tmp/d/f", "new", NewFileAttributes{0600}).ok());
   EXPECT_EQ(contentOf("/tmp/d/f"), "new");
   EXPECT_EQ(modeOf("/tmp/d/f"), 0640U) << "the mode for new files is not for this one";
   EXPECT_EQ(contentOf("/tmp/d/other"), "a longer old content");
@@ -157,7 +157,7 @@ TEST_F(ReplaceFile, FollowsARelativeLinkFromWhereItStandsAndNotFromTheWorkingDir
 TEST_F(ReplaceFile, MakesTheFileThatADanglingLinkLeadsTo) {
   putDirectory("/tmp/real");
   ASSERT_EQ(::symlink("/tmp/real/f", "/tmp/d/link"), 0);
-  ASSERT_TRUE(replaceFile("/tmp/d/link", "new", NewFile{0644}).ok());
+  ASSERT_TRUE(replaceFile("/tmp/d/link", "new", NewFileAttributes{0644}).ok());
   EXPECT_EQ(contentOf("/tmp/real/f"), "new");
   EXPECT_EQ(modeOf("/tmp/real/f"), 0644U);
 }

@@ -146,8 +146,8 @@ bool bAllRead(Bytes block) {
   return true;
 }
 
-/// Whether nothing but blanks and line ends is left to read.
-bool bOnlyBlanksLeft(BIO* bio) {
+/// Reads the rest. Returns whether that was nothing but blanks and line ends.
+bool readBlanksToEnd(BIO* bio) {
   unsigned char next = 0;
   while (BIO_read(bio, &next, 1) == 1) {
     if (!bBlank(next)) return false;
@@ -167,7 +167,7 @@ Result<Key> decodePem(OSSL_LIB_CTX* context, const Kind& kind, Bytes text) {
       PEM_read_bio_ex(bio.get(), &block.label, &block.header, &block.data, &block.length, PEM_FLAG_SECURE) != 1) {
     return malformed("not a complete PEM block");
   }
-  if (!bOnlyBlanksLeft(bio.get())) return malformed("something follows the PEM block");
+  if (!readBlanksToEnd(bio.get())) return malformed("something follows the PEM block");
   const std::string_view label(block.label);
   if (*block.header != '\0' || label.starts_with("ENCRYPTED")) return malformed("an encrypted key");
   const bool bKnown =
