@@ -7,8 +7,6 @@
 #include <string_view>
 #include <utility>
 
-#include "xml/encoding.h"
-
 namespace kelt::platform {
 namespace {
 
@@ -150,14 +148,6 @@ INSTANTIATE_TEST_SUITE_P(
                       Document{"MarkAndDeclaredLatin1", "\xEF\xBB\xBF<?xml version='1.0' encoding='ISO-8859-1'?><a/>"},
                       Document{"MarkAndDeclaredAscii", "\xEF\xBB\xBF<?xml version='1.0' encoding='US-ASCII'?><a/>"}),
     nameOf);
-
-TEST(XmlEncoding, IsUtf16FromItsMarkOn) {
-  for (const auto& [first, second] : {std::pair{0xFE, 0xFF}, std::pair{0xFF, 0xFE}}) {
-    const std::array<unsigned char, 2> mark = {static_cast<unsigned char>(first), static_cast<unsigned char>(second)};
-    EXPECT_TRUE(bMarkedUtf16(mark));
-    EXPECT_FALSE(bMarkedUtf16(std::span(mark).first(1)));
-  }
-}
 
 INSTANTIATE_TEST_SUITE_P(
     Utf16, RefusedDocument,
