@@ -31,7 +31,7 @@ class CustomPropertiesTest : public tests::PrivateDevice {
     return output.out;
   }
 
-  /// The document behind its declaration, without the line ends between elements.
+  /// The document after its declaration, without the line ends between elements.
   static std::string elements() {
     std::string content = tests::contentOf(kFile);
     EXPECT_TRUE(content.starts_with(kDeclaration)) << content;

@@ -195,7 +195,7 @@ TEST_F(ParserTest, OverwritesAPasswordInTheArguments) {
   EXPECT_EQ(arguments[1], "admin") << "nothing else is touched";
   EXPECT_EQ(arguments[4], "-z");
   EXPECT_EQ(m_data.GetZentorPassword(), L"other");
-  EXPECT_TRUE(m_data.provision) << "parsing goes on behind it";
+  EXPECT_TRUE(m_data.provision) << "parsing goes on after it";
 }
 
 TEST_F(ParserTest, OverwritesAPasswordThatIsNotReadAnyMore) {

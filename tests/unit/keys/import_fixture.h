@@ -71,7 +71,7 @@ class ImportingHelper final : public helper::CommandLineHelper {
   return lines;
 }
 
-/// What stands behind the words "in the log": everything that an import with these properties says.
+/// What is meant by the words "in the log": everything that an import with these properties says.
 struct ExpectedLog {
   std::string mode = "NON-FIPS";
   std::string size = "Lower 1024";
