@@ -65,6 +65,7 @@ void CommandLineData::SetZentorPassword(const std::wstring& password) {
 }
 
 std::wstring CommandLineData::takeZentorPassword() {
+  // Copied, not moved: a short text stands in the object itself, where moving would leave it.
   std::wstring taken = zentorPassword;
   base::wipe(zentorPassword);
   return taken;

@@ -3,6 +3,9 @@
 
 namespace kelt::app {
 
+// The three are callbacks with the signatures that the library asks for. None fails: a console that cannot be written
+// to is passed over. They throw std::bad_alloc.
+
 /// Prints "keltconfig\t[I] " and the message to standard output. The source is ignored; a null message counts as empty.
 void log_single_funci(const wchar_t* source, const wchar_t* message);
 

@@ -93,6 +93,7 @@ bool CommandLineData::writeCustomProps(std::wstring& value, int number) {
   const std::wstring name = L"CustomProps" + std::to_wstring(number);
   if (!root.addChild(&property, name.c_str(), nullptr, nullptr)) return false;
   property.setValue(L"value", value.c_str());
+  // Each property by itself, whole or not at all: a run that is killed leaves a file that the agent can read.
   return document.writeFile(path.c_str(), false, false);
 }
 
@@ -105,6 +106,7 @@ void replaceCustomProperties(CommandLineData& data) {
 
   EmptyFile file(path);
   file.make(old.get());
+  // One that cannot be written does not keep the others from being reported.
   std::wstring* const values[] = {&data.GetCustomProp1(), &data.GetCustomProp2(), &data.GetCustomProp3(),
                                   &data.GetCustomProp4()};
   int number = 0;

@@ -20,6 +20,7 @@ using Ended = std::optional<int>;
 
 Ended checkVersion(const CommandLineData& data, CommandLineHelper& agent) {
   if (!data.checkVersionGiven) return std::nullopt;
+  // A copy: the operation takes what it may change. It also keeps the hotfix for the conflict check, which follows.
   std::wstring version = data.GetCheckVersion();
   if (agent.CheckVersion(version)) return std::nullopt;
   return kWrongVersion;
@@ -43,7 +44,7 @@ Ended switchToManaged(CommandLineData& data, const std::wstring& currentDir, Com
   if (!data.managedMode) return std::nullopt;
   if (!data.sourceDirGiven) {
     base::printLine(messages::kSourceDirMissing);
-    return std::nullopt;
+    return std::nullopt;  // as if the option had not been given: what follows decides the status
   }
   // The password goes into the argument itself, which the switch wipes before it runs any command.
   return agent.PrepareORV(true, data.noStart, data.GetSiteListPath(), currentDir, data.pFlag, data.GetLogFile(),
@@ -76,12 +77,13 @@ Ended importKeys(const CommandLineData& data, CommandLineHelper& agent) {
   const auto startAgain = data.noStart ? helper::StartAgain::kAfterFailure : helper::StartAgain::kAlways;
   const auto import = helper::whileStopped(agent, startAgain, [&] { return agent.ImportKeys(true); });
   if (!import.bStopped) return kServiceNotStopped;
+  // A failed import counts for more than a failed start after it: it is what there is to mend first.
   if (!import.bDone) return kKeysNotImported;
   if (import.bStartFailed) return kServiceNotStarted;
   return std::nullopt;
 }
 
-/// Whether the run is about to write files of the installation.
+/// Whether the run is about to write files of the installation. Any other run leaves it as it is, leftovers included.
 bool bWrites(const CommandLineData& data) {
   const bool bSwitches = (data.managedMode && data.sourceDirGiven) || data.unmanagedMode;
   return bSwitches || data.importKeysOnly || data.customPropsGiven;

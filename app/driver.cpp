@@ -42,6 +42,8 @@ bool configureCrypto(const crypto::KeyConf& keyConf) {
   const crypto::Mode mode = agentCryptoMode(keyConf);
   crypto::CryptShimLogger* const logger = makeCryptoLogger();
   if (logger == nullptr) return false;
+  // A relative name: the agent's binary directory was entered before. Nothing of the library is loaded yet, as most
+  // runs need nothing of it.
   crypto::CryptShim::configure(mode, crypto::Role::kDefault, logger, L"keltconfig.sig");
   return true;
 }
@@ -61,6 +63,8 @@ helper::CommandLineHelper& agent() {
   return *theAgent;
 }
 
+/// The steps that every run takes under the lock, even one that only shows the help: another run may be changing what
+/// they read.
 int runLocked(char** args) {
   const std::optional<std::string> startedIn = currentDirectory();
   if (!startedIn) {
@@ -84,6 +88,7 @@ int runTool(int argc, char** argv) {
     const lock_raii lock;
     return runLocked(argc > 0 ? argv + 1 : argv);
   } catch (const std::runtime_error&) {
+    // Whatever its cause: the lock's is the only one that is thrown on purpose.
     helper::logEvent("Unable to acquire interprocess lock for keltconfig ");
     return kNotLocked;
   }

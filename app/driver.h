@@ -1,4 +1,5 @@
 #pragma once
+// A run from its first step that may fail to its exit status.
 
 namespace kelt::app {
 

@@ -5,6 +5,7 @@
 namespace kelt::app {
 namespace {
 
+// In one piece, and so in one write, for no other output to come between its lines.
 constexpr const char* kHelpText =
     "keltconfig    [-m -d path [ -z [-e zentorserver[:port] -U user -P password] ] [-nostart] ]\n"
     "             [-u [-nostart]] [-CustomProps1] [-CustomProps2] [-CustomProps3] [-CustomProps4] \n"

@@ -23,7 +23,7 @@ lock_raii::lock_raii() : timeout(kLockSeconds), lock(kLockName) {
 lock_raii::~lock_raii() {
   try {
     if (!lock.unlock()) helper::logEvent("Unable to unlock interprocess lock");
-    // Holding it again means that nobody waits for it or has it: only then may the object behind it go.
+    // Holding it again means that nobody waits for it or has it: only then may its object go.
     if (lock.tryLock() != 0) InterProcessWriteLock::cleanSemaphore(kLockName);
   } catch (const std::bad_alloc&) {
     // The file of the lock stays, unlocked, for the next run to use.

@@ -1,4 +1,5 @@
 #pragma once
+// One run at a time.
 
 #include <cstdint>
 
@@ -6,7 +7,8 @@
 
 namespace kelt::app {
 
-/// Keeps other runs of this tool, and whoever else uses the same lock, away from the agent while it lives.
+/// Keeps other runs of this tool, and whoever else uses the same lock, away from the agent while it lives. It is taken
+/// before anything else is done, and given back after everything; the system gives it back for a run that is killed.
 class lock_raii {
  public:
   /// Takes the lock, waiting up to 300 seconds. Throws std::runtime_error, with nothing held and a line in the agent's
@@ -19,7 +21,7 @@ class lock_raii {
   ~lock_raii();
 
  private:
-  const std::uint32_t timeout;
+  const std::uint32_t timeout;  // in seconds
   InterProcessWriteLock lock;
 };
 

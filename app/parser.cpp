@@ -19,12 +19,13 @@ using Flag = bool CommandLineData::*;
 
 /// One option: what seeing it does, and what its value does.
 struct Option {
-  std::wstring_view name;                                    // as typed behind the first "-"
+  std::wstring_view name;                                    // as typed after the first "-"
   Flag flagWhenSeen = nullptr;                               // null: none
   void (*store)(CommandLineData&, std::wstring&) = nullptr;  // null: takes no value
   bool bSecret = false;                                      // its value must not stay in the argument list
 };
 
+// Seeing an option without its value is not yet asking for the check.
 void storeCheckVersion(CommandLineData& data, std::wstring& value) {
   data.checkVersionGiven = data.SetCheckVersion(value);
 }
@@ -84,7 +85,8 @@ bool bHelpName(std::wstring_view name) {
   return name == L"-help" || name == L"h";
 }
 
-/// Wipes the values of secret options among arguments that are not parsed any more.
+/// Wipes the values of secret options among arguments that are not parsed any more: the list of processes shows those,
+/// too.
 void wipeSecrets(char** args) {
   for (; *args != nullptr && args[1] != nullptr; ++args) {
     if (std::strcmp(*args, "-P") == 0) base::wipe(args[1], std::strlen(args[1]));
@@ -119,6 +121,7 @@ bool Parser::take(char* argument) {
   std::wstring wide = helper::latin1_to_unicode(narrow);
   const base::WipeAtEnd wipeWide(wide);
 
+  // Before a value is looked for: the help is shown also where a value was expected.
   if (wide == L"?") return showHelp();
   if (m_waiting != nullptr) {
     if (m_waiting->bSecret) base::wipe(argument, narrow.size());
@@ -128,7 +131,7 @@ bool Parser::take(char* argument) {
   if (wide.starts_with(L'-')) return takeOption(std::wstring_view(wide).substr(1));
   base::printLine(messages::argumentWithoutOption(wide));
   m_failed = true;
-  return true;
+  return true;  // the rest is parsed all the same, for every mistake in it to be told
 }
 
 bool Parser::takeOption(std::wstring_view name) {
@@ -145,6 +148,7 @@ bool Parser::takeOption(std::wstring_view name) {
 
 void Parser::takeValue(std::wstring& value) {
   if (value.starts_with(L'-')) {
+    // An option in its place is taken for its absence, and is itself not looked at any more.
     fail(messages::kMissingArgument);
   } else {
     m_waiting->store(m_data, value);
@@ -176,6 +180,7 @@ bool ParseCommandLineArg(char** args, CommandLineData& data) {
     return false;
   }
   Parser parser(data);
+  // An empty argument, as a script makes it of an unset variable, ends the command line.
   while (*args != nullptr && **args != '\0' && parser.take(*args))
     ++args;
   wipeSecrets(args);

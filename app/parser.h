@@ -1,4 +1,5 @@
 #pragma once
+// The command line.
 
 #include <string>
 

@@ -1,4 +1,5 @@
 #pragma once
+// Where the tool was started, and where it works.
 
 #include <optional>
 #include <string>
@@ -10,8 +11,8 @@ namespace kelt::app {
 /// one.
 [[nodiscard]] std::optional<std::string> currentDirectory();
 
-/// Changes into the agent's binary directory. Returns false, with a message and the working directory as it was, when
-/// that fails.
+/// Changes into the agent's binary directory, for relative names of its files to mean what they mean to the agent.
+/// Returns false, with a message and the working directory as it was, when that fails.
 [[nodiscard]] bool enterAgentBinDirectory();
 
 }  // namespace kelt::app

@@ -11,6 +11,7 @@ namespace {
 using quorvane_com::orv::configuration::IConfiguration;
 
 const IConfiguration& configuration() {
+  // Each time: the object is the process's, and whoever asks first sets where it looks.
   IConfiguration& ours = IConfiguration::GetConfiguration();
   ours.SetConfigurationDirectory(base::toWide(paths::kConfigDir));
   return ours;

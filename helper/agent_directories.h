@@ -10,7 +10,8 @@ namespace kelt::helper {
 [[nodiscard]] std::string agentBinDirectory();
 [[nodiscard]] std::string agentDataDirectory();
 
-/// The path of the file `name` in the agent's data directory.
+/// The path (UTF-8) of the file `name` in the agent's data directory, whether it is there or not. Throws
+/// std::bad_alloc.
 [[nodiscard]] std::string inAgentDataDirectory(const std::string& name);
 
 }  // namespace kelt::helper

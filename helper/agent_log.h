@@ -1,5 +1,5 @@
 #pragma once
-// What this tool says in the agent's log.
+// What this tool says in the agent's log: what the console has no text for, for whoever looks into a device later on.
 
 #include <string_view>
 

@@ -6,10 +6,11 @@
 
 namespace kelt::helper::paths {
 
-/// Where the products of the agent keep their configuration, a directory each.
+/// Where the products of the agent keep their configuration, a directory each. Root's; who may write there decides what
+/// root runs.
 inline constexpr const char* kConfigDir = "/etc/orv.d";
 
-/// The agent's installation and its scratch directory.
+/// The agent's installation, its scratch directory, and the registry emulation in it.
 inline constexpr const char* kInstallDir = "/opt/Quorvane/orv/";
 inline constexpr const char* kScratchDir = "/opt/Quorvane/orv/scratch/";
 inline constexpr const char* kScratchEtcDir = "/opt/Quorvane/orv/scratch/etc";
@@ -28,13 +29,14 @@ inline constexpr const char* kInstanceLock = "71D551C0-D2DA-42F0-BB87-E4CE5347DD
 inline constexpr const char* kStartOwed = "/run/orv-locks/agent-stopped";
 inline constexpr const char* kPlugInsOwed = "/run/orv-locks/plug-ins-unloaded";
 
-/// What the agent caches of its server.
+/// What the agent caches of its server: the first in the scratch directory, the second in its "etc".
 inline constexpr const char* kServerSiteList = "/ServerSiteList.xml";
 inline constexpr const char* kSiteCache = "/sitecache.bin";
 
 /// Appended to the scratch directory: where an update leaves key files to import.
 inline constexpr const char* kUpdateDir = "/update";
-/// In the agent's data directory.
+/// In the agent's data directory: what it reports of the administrator's, its keys, and the mark of work begun
+/// (helper/unfinished_work.h).
 inline constexpr const char* kCustomProperties = "CustomProps.xml";
 inline constexpr const char* kKeyStore = "keystore";
 inline constexpr const char* kUnfinishedWork = "unfinished-work";

@@ -40,7 +40,7 @@ bool unixCommandLineHelper::ExecCmd(AString commandLine) const {
     prepared(commandLine.str()).run(nullptr);
     return true;
   } catch (const std::bad_alloc&) {
-    return false;
+    return false;  // no child was started
   }
 }
 

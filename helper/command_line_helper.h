@@ -18,7 +18,8 @@ class StartPromise {
   virtual ~StartPromise() = default;
 };
 
-/// Everything a run can do to the agent. Operations print their messages themselves.
+/// Everything a run can do to the agent. Operations print their messages themselves; wide text is as the command line
+/// has it. Each may throw std::bad_alloc; what it has done by then is as after a kill, for the next run to go on from.
 class CommandLineHelper {
  public:
   CommandLineHelper() = default;
@@ -34,15 +35,21 @@ class CommandLineHelper {
   /// when the agent's configuration file is not found or does not load.
   virtual bool StopORVService() = 0;
 
-  /// Whether the agent version that a hotfix requires, the part of `version` before its last "-", is the installed one.
+  /// Whether the agent version that a hotfix requires, the part of `version` before its last "-" (at most 33
+  /// characters), is the installed one. False also, without a word, when the agent's configuration file does not load.
   virtual bool CheckVersion(std::wstring& version) = 0;
 
   /// Whether neither the hotfix last given to CheckVersion nor any of the comma-separated `conflictList` is installed.
+  /// False also, without a word, when the agent's configuration file does not load.
   virtual bool CheckConflictList(std::wstring& conflictList) = 0;
 
   /// Switches the agent to managed or unmanaged mode and returns the exit status: 0 done; 1 the switch or the key
   /// import failed; 4 the service could not be started; 5 it could not be stopped, nothing changed; 30 + n provisioning
   /// failed with status n, nothing else done. `pFlag`, `logFile` and `fFlag` have no effect.
+  ///
+  /// With `noStart` the agent stays stopped. The managed switch looks for its files in `sourceDir`, below `currentDir`
+  /// and in that itself; with `provision` they are first fetched into `sourceDir` from `server` as `user` with
+  /// `password`, which is wiped. The unmanaged switch uses none of these.
   virtual int PrepareORV(bool managed, bool noStart, std::wstring sourceDir, std::wstring currentDir, bool pFlag,
                          std::wstring logFile, bool fFlag, bool provision, std::wstring server, std::wstring user,
                          std::wstring password) = 0;

@@ -11,6 +11,8 @@ using platform::ConfigDirectory;
 
 void unixCommandLineHelper::GetORVPath(AString& path) const {
   ConfigDirectory directory(paths::kConfigDir);
+  // Whoever may write there could name the commands that root runs. Those who run one say so; here it is just not
+  // found.
   if (directory.state() != ConfigDirectory::State::kUsable) return;
   if (const auto name = directory.nextAgent()) path = base::toWide(directory.fileOf(*name));
 }

@@ -9,6 +9,7 @@ namespace kelt::helper {
 namespace {
 
 Presence examine(const std::string& path, AFiler::AFileAccess access) {
+  // The operation tells by its result whether it knows; the three values leave no flag to forget.
   bool bExists = false;
   if (!AFiler::getFileAccessibility(base::toWide(path), access, bExists)) return Presence::kUnknown;
   return bExists ? Presence::kThere : Presence::kAbsent;

@@ -1,3 +1,5 @@
+// The record of the FIPS mode in the agent's configuration file.
+
 #include "base/console.h"
 #include "helper/messages.h"
 #include "helper/unix_command_line_helper.h"

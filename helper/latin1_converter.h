@@ -12,18 +12,19 @@ namespace kelt::helper {
 /// conversions from modules of their own.
 class Latin1Converter {
  public:
-  /// Opens the conversion to `encoding`, named as iconv names it.
+  /// Opens the conversion to `encoding`, named as iconv names it. Where the system has none, convert tells.
   explicit Latin1Converter(const char* encoding);
   Latin1Converter(const Latin1Converter&) = delete;
   Latin1Converter& operator=(const Latin1Converter&) = delete;
   ~Latin1Converter();
 
   /// Converts all of `latin1` into `out` and returns the number of bytes written, or nothing where the system has no
-  /// such conversion or `out` is too small; it then holds what had been converted by then.
+  /// such conversion or `out` is too small; `out` then holds what had been converted by then. Each call stands by
+  /// itself: no state of the encoding goes from one to the next.
   [[nodiscard]] std::optional<std::size_t> convert(std::span<const char> latin1, std::span<char> out);
 
  private:
-  iconv_t m_conversion;
+  iconv_t m_conversion;  // or the value that says that there is none
 };
 
 }  // namespace kelt::helper

@@ -16,6 +16,7 @@ void sweepDirectory(const std::string& directory) {
 }
 
 void sweepInstallation() {
+  // Not the whole configuration directory: the tool writes to the agent's own part of it alone.
   AString config;
   unixCommandLineHelper().GetORVPath(config);
   if (!config.empty()) sweepDirectory(base::directoryOf(base::toUtf8(config.str())));

@@ -10,6 +10,8 @@ namespace kelt::helper {
 /// be run where there is none left.
 class PreparedCommand {
  public:
+  /// Takes the program and its arguments, in UTF-8. Without any word, running it starts a child that does nothing.
+  /// Throws std::bad_alloc.
   explicit PreparedCommand(std::vector<std::string> words);
   PreparedCommand(PreparedCommand&&) noexcept = default;
   PreparedCommand& operator=(PreparedCommand&&) noexcept = default;

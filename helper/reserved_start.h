@@ -1,5 +1,6 @@
 #pragma once
-// What starting the agent takes, kept for a moment at which the system gives nothing.
+// What starting the agent takes, kept for a moment at which the system gives nothing: no descriptor and no memory, or a
+// disk that cannot be read. Both structures hold nothing but memory, which was taken when they were made.
 
 #include <string>
 #include <vector>
@@ -15,10 +16,11 @@ struct ReservedPlugIn {
   bool bSettled = false;  ///< in the pass that is under way: read anew, whatever came of that
 };
 
-/// The commands that start the agent and load the plug-ins, in their order, as they were read at one moment.
+/// The commands that start the agent and load the plug-ins, in their order, as they were read at one moment: all of
+/// them, or there is no such object.
 struct ReservedStart {
-  PreparedCommand start;
-  std::vector<ReservedPlugIn> plugIns;
+  PreparedCommand start;                ///< empty where the configuration names none
+  std::vector<ReservedPlugIn> plugIns;  ///< of the products that name a command, in the order of the directory
 };
 
 }  // namespace kelt::helper

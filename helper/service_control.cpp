@@ -131,6 +131,7 @@ bool unixCommandLineHelper::StartORVService() {
   };
   const Result<PreparedCommand> anew = read();
   if (!anew) platform::logRefusal(anew.error());
+  // What was kept stands in for what the system refuses, and never for a file that is missing or not trusted by now.
   if (!anew && (reserved == nullptr || !bRefusedBySystem(anew.error()))) return false;
   if (!anew) logReserve();
   (anew ? anew.value() : reserved->start).runPatiently([] { settle(Owed::kStart); });
@@ -158,6 +159,7 @@ bool unixCommandLineHelper::StopORVService() {
     if (!plugIn) return;
     if (const auto command = plugIn->firstText(L"UnloadOrvPluginCommand")) prepared(*command).run(owePlugIns);
   }));
+  // Last, as plug-ins are unloaded from an agent that runs; and patiently, as the work must not meet a running agent.
   stopCommand.runPatiently(oweStart);
   if (!m_bStartPromised) forgiveDebts();
   return true;
@@ -176,6 +178,7 @@ Result<ReservedStart> unixCommandLineHelper::readStart() const {
   base::Status refused;
   ConfigDirectory directory = openConfigDirectory();
   const auto listed = forEachPlugIn(directory, [&](const std::string& name, const Result<ConfigFile>& file) {
+    // A file that is missing or malformed names no command; one that the system refuses might.
     if (!file && bRefusedBySystem(file.error())) refused = file.error();
     if (!file) return;
     if (const auto command = file.value().firstText(kLoadElement)) all.plugIns.push_back({name, prepared(*command)});

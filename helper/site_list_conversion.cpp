@@ -1,3 +1,5 @@
+// The conversion of a site list that does not load, which is taken to be ISO-8859-1.
+
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -44,6 +46,7 @@ bool unixCommandLineHelper::ConvertToUtf8(const char* latin1, std::string& utf8)
   if (latin1 == nullptr) return false;
   const std::size_t length = std::strlen(latin1);
   if (length > std::numeric_limits<std::size_t>::max() / kUtf8Room) return false;
+  // At once and without throwing: a site list may be large, and want of memory is a failure of the conversion alone.
   const std::size_t room = length * kUtf8Room;
   const std::unique_ptr<char[]> out(new (std::nothrow) char[room + 1]);
   if (out == nullptr) return false;

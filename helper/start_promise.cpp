@@ -25,6 +25,7 @@ bool bAnythingOwed() {
 
 /// Waits for the lock. Returns false where that is of no use any more, or in vain.
 bool take(InterProcessWriteLock& lock) {
+  // A run that holds the lock may pay the debts itself; then there is nothing left to wait for.
   for (int tries = 0; tries < kLockTries && bAnythingOwed(); ++tries) {
     if (lock.lock(kLockSeconds)) return true;
   }
@@ -45,7 +46,7 @@ void payDebts(unixCommandLineHelper& agent) {
 void startInItsStead(unixCommandLineHelper& agent) {
   InterProcessWriteLock lock(paths::kInstanceLock);
   if (!take(lock)) return;
-  payDebts(agent);
+  payDebts(agent);  // who looks again what is owed, now that nobody can change it
   if (lock.unlock() && lock.tryLock() != 0) InterProcessWriteLock::cleanSemaphore(paths::kInstanceLock);
 }
 

@@ -94,6 +94,7 @@ base::Status WorkMark::read() {
   const base::UniqueFd file(base::retryInterrupted([&] { return ::openat(directory, name, kFlags); }));
   if (!file || ::fstat(file.get(), &info) != 0) return base::systemError("open " + m_path);
   if (const char* why = whyNoMark(info)) return refused(why);
+  // The file that is read is the one that was judged, whatever has its name by now.
   const auto content = base::readAll(file.get(), m_path, kMaxSize);
   if (!content) return content.error();
   m_found = workIn({reinterpret_cast<const char*>(content.value().data()), content.value().size()});
@@ -121,7 +122,7 @@ base::Status WorkMark::write(const std::string& text) {
 }
 
 void WorkMark::begin(const BegunWork& work) {
-  m_bOwn = true;
+  m_bOwn = true;  // also where it fails: the mark is there all the same when only its last sync failed
   const std::string text = textOf(work);
   base::Status done = write(text);
   if (!done) done = write(text);
@@ -132,6 +133,7 @@ void WorkMark::end() noexcept {
   m_bOwn = false;
   m_found.reset();
   const int directory = m_place.directory.get();
+  // Synced, as a mark that comes back with a power cut would have work finished that was done long ago.
   if (::unlinkat(directory, m_place.name.c_str(), 0) != 0) return;
   static_cast<void>(base::retryInterrupted([&] { return ::fsync(directory); }));
 }

@@ -1,4 +1,5 @@
 #pragma once
+// The agent on Linux.
 
 #include <cstdint>
 #include <optional>
@@ -13,8 +14,8 @@
 
 namespace kelt::helper {
 
-/// The agent on Linux. Members are defined in the folder whose topic they are: discovery, commands, service, checks and
-/// conversion here, the mode switch in modes/.
+/// What CommandLineHelper promises, done to an agent that is installed on Linux. Members are defined in the folder
+/// whose topic they are: discovery, commands, service, checks and conversion here, the mode switch in modes/.
 class unixCommandLineHelper : public CommandLineHelper {
  public:
   unixCommandLineHelper() = default;
@@ -44,10 +45,10 @@ class unixCommandLineHelper : public CommandLineHelper {
 
   /// Finds the agent's own configuration file: "config.xml" in the first directory, as readdir yields them, whose name
   /// contains "ZENTORAGENT". Leaves `path` as it was when there is none, or when the configuration directory is
-  /// missing, not owned by root, or writable by others.
+  /// missing, not owned by root, or writable by others. The file itself need not be there.
   void GetORVPath(AString& path) const;
 
-  /// The directory that holds the site list and key files to import, as typed.
+  /// The directory that holds the site list and key files to import, as typed; empty at first.
   void SetSourceDir(std::wstring sourceDir);
   [[nodiscard]] std::wstring GetSourceDir() const;
 
@@ -64,13 +65,14 @@ class unixCommandLineHelper : public CommandLineHelper {
   /// such conversion.
   bool ConvertToUtf8(const char* latin1, std::string& utf8) const;
 
-  /// Rewrites a site list, always taken to be ISO-8859-1, in UTF-8, prints the outcome and logs it with the path. A
-  /// failed read or conversion leaves the file untouched; so does a symbolic link in its place, behind which is a file
-  /// that nobody named.
+  /// Rewrites a site list, always taken to be ISO-8859-1, in UTF-8, prints the outcome and logs it with the path.
+  /// Returns whether it was rewritten. A failed read or conversion leaves the file untouched; so does a symbolic link
+  /// in its place, as it leads to a file that nobody named.
   bool ConvertSiteListToUTF8(std::wstring path) const;
 
   /// Records in the agent's configuration file whether it is to run in FIPS mode: "1" for the modes 0 and 1, "0" for
-  /// all others. Returns false, with a message, when the file is not found or does not load.
+  /// all others. Returns false, with a message, when the file is not found or does not load; a write that fails is not
+  /// told, and leaves the old record.
   bool SaveFIPSInfoInRegistry(std::int32_t mode) const;
 
   /// Checks that the source directory holds every key file, each a regular file (or a link to one) of at most 64 KiB,
@@ -79,14 +81,19 @@ class unixCommandLineHelper : public CommandLineHelper {
   bool allKeyFilesPresent();
 
   /// Looks for site list and key files in `sourceDir`, in `currentDir` + "/" + `sourceDir`, and in `currentDir`, and
-  /// switches to managed mode from the first complete one. Returns 1 when the switch succeeded, else 0.
+  /// switches to managed mode from the first complete one. Returns 1 when the switch succeeded, else 0: the switch
+  /// failed, or, with a line on the console, no directory is complete.
   int PrepareORVForManagedMode(std::wstring sourceDir, std::wstring currentDir);
 
-  /// The switch itself, from the directory set with SetSourceDir; what it changes, and takes back on failure, is told
-  /// in modes/managed_mode.cpp.
+  /// The switch itself, from the directory set with SetSourceDir. Returns whether all of it succeeded. A site list that
+  /// does not load, names no server's address or cannot be copied ends it before anything is changed; any later failure
+  /// is told, and in the end the copied key files are deleted again, and the site list in the source directory.
   bool managedModeTask();
 
   /// Empties the installed site list of its servers and deletes the legacy key files and the cached server data.
+  /// Returns false when the site list is missing or does not load, with nothing changed, or when something could not be
+  /// deleted, each with a line on the console. A site list without servers is success; only what an interrupted switch
+  /// left is then still deleted.
   bool PrepareORVForUnmanagedMode();
 
  private:

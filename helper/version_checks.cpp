@@ -1,3 +1,6 @@
+// Whether a hotfix fits the installed agent. Texts stay wide: they are compared with what the command line says, and a
+// limit of their length counts wide characters.
+
 #include <algorithm>
 #include <string_view>
 #include <unordered_set>
@@ -23,6 +26,7 @@ std::wstring_view requiredVersion(std::wstring_view argument) {
 
 bool bFits(std::wstring_view argument, std::wstring_view installed) {
   const std::wstring_view required = requiredVersion(argument);
+  // A longer one counts as improper, even where the agent's file says the same.
   return required.size() <= kMaxVersionLength && required == installed;
 }
 
@@ -72,6 +76,7 @@ bool unixCommandLineHelper::CheckConflictList(std::wstring& conflictList) {
   const auto config = loadAgentConfig();
   if (!config) return false;
 
+  // The hotfix itself comes first: where it is installed, its conflicts are not looked at.
   const std::wstring hotfixes = config.value().firstTextOrEmpty(L"HotFixVersions");
   const std::vector<std::wstring_view> installed = namesIn(hotfixes);
   if (bContains(installed, m_versionString)) {

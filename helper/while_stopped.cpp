@@ -77,7 +77,7 @@ Interruption whileStopped(CommandLineHelper& agent, StartAgain startAgain, const
   reserve(agent, startAgain);
   const std::unique_ptr<StartPromise> promise = promiseOf(agent, startAgain);
   const Ended stop = attempt("Stopping the agent failed: ", [&] { return agent.StopORVService(); });
-  if (stop == Ended::kBadly) return {};
+  if (stop == Ended::kBadly) return {};  // nothing was run, so the agent still runs
   Interruption result;
   result.bStopped = stop == Ended::kWell;
   result.bDone = result.bStopped && attempt("The work on the stopped agent failed: ", work) == Ended::kWell;

@@ -62,6 +62,7 @@ class PlanReader {
 std::string identityOf(const std::string& path, HexHash& hash) {
   helper::Presence presence = helper::presenceOf(path);
   if (presence == helper::Presence::kUnknown) presence = helper::presenceOf(path);
+  // What cannot be examined counts as there: it must not pass for a file that an import has deleted.
   if (presence == helper::Presence::kAbsent) return kAbsent;
   std::optional<std::string> digits;
   const auto read = [&] {
@@ -103,6 +104,7 @@ std::optional<BegunImport> importIn(std::string_view plan) {
   import.bAgentKeys = reader.flag("agent-keys");
   for (std::string& file : import.files)
     file = reader.next("file");
+  // A plan is read whole or not at all: half of one could have files deleted that nobody meant.
   if (!reader.bWhole()) return std::nullopt;
   return import;
 }

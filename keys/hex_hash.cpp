@@ -18,6 +18,7 @@ std::optional<std::string> HexHash::of(const ABuffer& bytes) {
 }
 
 std::string hexDigits(const ABuffer& bytes) {
+  // By hand, as streams, which shipped code has none of, consult the locale.
   constexpr const char* kDigits = "0123456789ABCDEF";
   std::string digits;
   for (const unsigned char byte : bytes.span()) {

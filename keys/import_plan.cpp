@@ -7,6 +7,7 @@ ImportPlan planFromMarker(const ImportFacts& facts) {
   ImportPlan plan;
   plan.setting.mode = facts.bMarkerSaysFips ? Mode::kFips : Mode::kNonFips;
   plan.bLegacyNames = !facts.bServerKey2048Exists;
+  // The names of the files say how large their keys are, but for FIPS mode, which stays at 2048 bits.
   const bool bLower = plan.bLegacyNames && plan.setting.mode == Mode::kNonFips;
   plan.setting.keySize = bLower ? KeySize::kLower : KeySize::kHigher;
   return plan;

@@ -30,12 +30,14 @@ std::string keyDirectory(bool fromUpdateDir) {
 }
 
 bool bMarkerSaysFips(const std::string& fipsMarker) {
+  // Twice, as a marker that the system refuses for once must not take FIPS mode from an agent.
   std::optional<ABuffer> content;
   const auto read = [&] { return (content = helper::contentOf(fipsMarker)).has_value(); };
   return base::bAskedTwice(read) && content->length() > 0 && content->data()[0] == '1';
 }
 
 void deleteKeyFiles(const KeyFiles& files) {
+  // All of them, though an import takes two at most: no key stays where nobody looks after it.
   for (const std::string* path : inOrder(files)) {
     if (!helper::deleteFile(*path)) base::printLine(messages::couldNotDelete(*path));
   }

@@ -1,5 +1,6 @@
 #pragma once
-// The key files of one directory.
+// The key files of one directory: the server's public key and the secret key for requests to it, each in its form of
+// 2048 bits and in the one of 1024 bits, and the marker that says which mode the server wants the agent in.
 
 #include <array>
 #include <cstddef>
@@ -24,14 +25,15 @@ inline constexpr std::size_t kKeyFileCount = 5;
 /// The paths below `directory`, joined by a "/" whatever it ends in.
 [[nodiscard]] KeyFiles keyFilesIn(const std::string& directory);
 
-/// The directory to import from: the update directory or the installation directory. May end in "/".
+/// The directory to import from: the update directory or the installation directory. May end in "/"; need not be there.
 [[nodiscard]] std::string keyDirectory(bool fromUpdateDir);
 
-/// Whether the marker's first byte says FIPS mode. False where the file cannot be read.
+/// Whether the first byte of the marker at that path says FIPS mode ('1'). False where the file cannot be read, of
+/// which the system is asked twice.
 [[nodiscard]] bool bMarkerSaysFips(const std::string& fipsMarker);
 
-/// Deletes all five files in their order, with a line on the console for each that could not be deleted, be it that
-/// it was not there.
+/// Deletes all five files in their order, with a line on the console for each that could not be deleted, also where
+/// it was not there. Goes on after a failure. The directory is not synced: a power cut may bring files back.
 void deleteKeyFiles(const KeyFiles& files);
 
 /// The same with a line in the agent's log for each that is there and could not be deleted.

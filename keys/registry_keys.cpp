@@ -64,6 +64,7 @@ std::optional<Buffer> AgentRegistryKey::read(const char* sizeName, const char* b
   if (RegQueryValueEx(m_key, sizeName, nullptr, &type, &size, &numberSize) != kRegistrySuccess) return std::nullopt;
   Buffer bytes;
   if (size > kMaxKeySize) return std::nullopt;
+  // Want of memory must not pass for a missing key: the import would choose another mode.
   if (!bytes.allocate(size)) throw std::bad_alloc();
   type = kRegistryBytes;
   if (RegQueryValueEx(m_key, bytesName, nullptr, &type, bytes.data(), &size) != kRegistrySuccess) return std::nullopt;

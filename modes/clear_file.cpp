@@ -21,6 +21,7 @@ FileToClear siteCache() {
 }
 
 Cleared clearFile(const FileToClear& file) {
+  // Looked at first, as there need be none, and deleting what is not there would be a failure.
   switch (helper::presenceForReading(file.path)) {
     case Presence::kAbsent:
       return Cleared::kAbsent;

@@ -24,7 +24,7 @@ enum class Cleared {
   kFailed,   ///< it is there, or that is not known
 };
 
-/// Deletes the file if it is there. Where that fails, prints the text for it.
+/// Deletes the file if it is there. Where that fails, prints the text for it; nothing has changed then.
 [[nodiscard]] Cleared clearFile(const FileToClear& file);
 
 /// Deletes the file at `path`, which should be there. Returns false, having printed `notDeleted` and the path, when

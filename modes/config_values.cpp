@@ -41,6 +41,7 @@ int load_file_to_buffer(const std::string& path, std::string& content) {
 }
 
 bool update_value_to_file(const std::string& content, const std::string& name, std::string value, std::string& path) {
+  // As text, not as XML: every byte of the agent's file but the value stays as it is.
   const std::string startTag = "<" + name + ">";
   const std::size_t start = content.find(startTag);
   // Looked for from the start of the file, not from the start tag.

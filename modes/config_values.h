@@ -5,11 +5,14 @@
 
 namespace kelt::modes {
 
-/// "/opt/Quorvane/orv/" and "/opt/Quorvane/orv/scratch/", both with the trailing "/".
+/// The installation and scratch directories, "/opt/Quorvane/orv/" and "/opt/Quorvane/orv/scratch/", both with the
+/// trailing
+/// "/".
 [[nodiscard]] std::wstring getORVConfPath();
 [[nodiscard]] std::wstring getORVScratchPath();
 
-/// Finds the agent's "config.xml" under "/etc/orv.d"; leaves `path` unchanged when there is none.
+/// Finds the agent's "config.xml" under "/etc/orv.d", whoever may write to that; leaves `path` unchanged when there is
+/// none.
 void getconfigPath(std::string& path);
 
 /// Reads a file of at most 4095 bytes, up to its first zero byte. Returns 1, or 0 with `content` unchanged.

@@ -23,6 +23,7 @@ enum Status : int { kDone = 0, kSwitchFailed = 1, kStartFailed = 4, kStopFailed 
 
 int statusOf(const helper::Interruption& change) {
   if (!change.bStopped) return kStopFailed;
+  // Before the outcome of the switch: an agent that does not run is what there is to mend first.
   if (change.bStartFailed) return kStartFailed;
   return change.bDone ? kDone : kSwitchFailed;
 }
@@ -52,7 +53,7 @@ int unixCommandLineHelper::PrepareORV(bool managed, bool noStart, std::wstring s
     finishInterrupted(managed ? Work::kKeyImport : Work::kUnmanagedSwitch);
     if (!managed) return PrepareORVForUnmanagedMode();
     if (PrepareORVForManagedMode(sourceDir, currentDir) != 0) return ImportKeys(false);
-    finishInterrupted(std::nullopt);
+    finishInterrupted(std::nullopt);  // an import that was left for this one to go on with, too
     return false;
   });
   return modes::statusOf(change);

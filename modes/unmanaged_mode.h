@@ -7,7 +7,8 @@ namespace kelt::modes {
 
 /// Finishes the switch to unmanaged mode that `mark` was found to speak of, on a stopped agent: where the installed
 /// site list has no servers any more, deletes what belonged to them. Where it still has some, nothing had been done
-/// yet, and nothing is. The mark is removed. Says nothing on the console.
+/// yet, and nothing is. The mark is removed, also where something could not be deleted, which the log tells. Says
+/// nothing on the console. Throws std::bad_alloc, with the mark still there.
 void finishUnmanagedSwitch(helper::WorkMark& mark);
 
 }  // namespace kelt::modes

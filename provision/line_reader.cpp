@@ -15,6 +15,7 @@ std::string LineReader::next() {
   line.reserve(kMaxLength);  // no copies of a password are left behind by growing
   while (!m_over) {
     const int byte = peek();
+    // A line that is too long ends the reading: what follows is the rest of it, and no answer to anything.
     if (byte == kEnd || (byte != '\n' && line.size() == kMaxLength)) {
       m_over = true;
       break;

@@ -1,17 +1,21 @@
 #pragma once
-// The fixed console texts of provisioning. A progress text has no line end: kDone or kFailed completes its line.
+// The fixed console texts of provisioning, with the line ends that they have: a progress text has none, kDone or
+// kFailed completes its line. docs/console.md says what an administrator does about each.
 
 #include <string_view>
 
 namespace kelt::provision::messages {
 
+// Prompts, in their order. What is typed is not shown.
 inline constexpr std::string_view kAskServer = "zentorserver:";
 inline constexpr std::string_view kAskUser = "username:";
 inline constexpr std::string_view kAskPassword = "password:";
 
+// The ends of progress texts. A step that fails is the last one.
 inline constexpr std::string_view kDone = " OK\n";
 inline constexpr std::string_view kFailed = " ERROR\n";
 
+// The steps, in their order.
 inline constexpr std::string_view kInitializing = "Initializing CURL...\n";
 inline constexpr std::string_view kInitialized = "Curl initialization OK\n";
 inline constexpr std::string_view kNotInitialized = "Curl initialization ERROR\n0";

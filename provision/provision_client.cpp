@@ -36,6 +36,7 @@ Status completed(bool done, Status failure) {
   return done ? kSuccess : failure;
 }
 
+/// All that needs the password, the one copy of which goes with this scope.
 Status fetch(std::string_view server, std::string_view user, std::string_view password) {
   ServerAccess access(server, user, password);
   askForMissing(access);
@@ -65,6 +66,7 @@ bool writeArchive(FreshFile& zip, const std::string& path) {
     case Decoding::kDone:
       return zip.publish().ok();
     case Decoding::kNoBase64:
+      // Told by the step that follows, which finds no archive in it.
       return base::makeFreshFile(path, {}).ok();
     default:
       return false;
@@ -106,6 +108,7 @@ Status renameSiteList(const std::string& directory) {
   base::print(messages::kRenaming);
   const std::string from = directory + "/sitelist.xml";
   const std::string to = directory + "/SiteList.xml";
+  // Synced, so that a power cut does not leave the switch without the name that it looks for.
   return completed(std::rename(from.c_str(), to.c_str()) == 0 && base::syncDirectory(directory).ok(), kNotRenamed);
 }
 
@@ -116,6 +119,7 @@ void sweep(const std::string& directory) {
 }
 
 Status unpackReply(const std::string& directory) {
+  // Only now: a directory that nothing comes into is left as it is.
   sweep(directory);
   const std::string zip = directory + "/keltconfig_keystemp.zip";
   if (const Status status = writeZip(zip); status != kSuccess) return status;

@@ -9,7 +9,8 @@
 
 namespace kelt::provision {
 
-/// Held for the whole of a provisioning.
+/// Held for the whole of a provisioning, which has some of its state in one place for the whole process
+/// (provision/transfer.h, provision/terminal_modes.h).
 extern boost::mutex mtxProvision;
 
 /// What Provision::iGetProvisionFiles promises, with `directory` in UTF-8. What it makes of the password is wiped when

@@ -3,6 +3,8 @@
 
 namespace kelt::provision {
 
+/// The name that the binary looks up (base/module_loader.h), and the type of what it finds. Both sides are of one
+/// build.
 inline constexpr const char* kProvisionEntry = "kelt_provision_files";
 using ProvisionEntry = int (*)(const char* directory, const char* server, const char* user, const char* password);
 

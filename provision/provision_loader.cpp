@@ -1,3 +1,5 @@
+// The part of provisioning that every run has: loading the rest.
+
 #include <sys/prctl.h>
 
 #include "base/console.h"
@@ -19,6 +21,7 @@ int Provision::iGetProvisionFiles(const std::wstring& dir, const std::string& se
   const auto entry = base::loadModuleSymbol("provision", kProvisionEntry);
   if (!entry) {
     platform::logRefusal(entry.error());
+    // As where libcurl itself cannot be set up, which scripts know; the reason follows on a line of its own.
     base::print(messages::kInitializing);
     base::print(messages::kNotInitialized);
     base::print("\n" + std::string(messages::kNotLoadable) + entry.error().message + "\n");

@@ -1,3 +1,5 @@
+// The entry of the loadable object.
+
 #include "base/console.h"
 #include "provision/messages.h"
 #include "provision/provision_client.h"

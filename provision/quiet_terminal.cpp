@@ -51,6 +51,7 @@ QuietTerminal::QuietTerminal(int fd) : m_fd(fd) {
 
 QuietTerminal::~QuietTerminal() {
   putBack();
+  // Still blocked: none of them meets our handlers any more.
   for (std::size_t i = 0; i < kSignals.size(); ++i)
     ::sigaction(kSignals[i], &m_actions[i], nullptr);
   // What arrived since the last read acts here, on a terminal that echoes again.
@@ -62,6 +63,7 @@ std::size_t QuietTerminal::read(std::span<char> buffer) {
     if (!waitForInput()) return 0;
     const ssize_t got = ::read(m_fd, buffer.data(), buffer.size());
     if (got >= 0) return static_cast<std::size_t>(got);
+    // Another reader of the terminal may have been quicker.
     if (errno != EINTR && errno != EAGAIN) return 0;
   }
 }

@@ -14,6 +14,8 @@ namespace kelt::provision {
 /// at a time.
 class QuietTerminal {
  public:
+  /// Switches echo off. In a job in the background it first waits to come to the foreground, as writing would; what the
+  /// terminal is put back to is then what the shell gives a foreground job.
   explicit QuietTerminal(int fd);
   QuietTerminal(const QuietTerminal&) = delete;
   QuietTerminal& operator=(const QuietTerminal&) = delete;
@@ -28,14 +30,14 @@ class QuietTerminal {
 
   void quieten();
   void putBack() const;
-  bool waitForInput();
-  void letCaughtSignalsAct();
-  void letAct(std::size_t index);
+  bool waitForInput();             // false on an error
+  void letCaughtSignalsAct();      // each on a terminal that was put back
+  void letAct(std::size_t index);  // of a signal in kSignals
 
   int m_fd;
-  bool m_saved = false;
-  sigset_t m_before{};
-  std::array<struct sigaction, kSignals.size()> m_actions{};
+  bool m_saved = false;                                       // whether there is something to put back
+  sigset_t m_before{};                                        // the signals that were blocked
+  std::array<struct sigaction, kSignals.size()> m_actions{};  // what the signals did
 };
 
 }  // namespace kelt::provision

@@ -33,6 +33,7 @@ constexpr std::array kKeys{KeyForms{"/req2048seckey.bin", "/reqseckey.bin"},
 
 bool bOurs(const struct stat& info) {
   constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
+  // A file of ours under a second name could be written to by way of that.
   return S_ISREG(info.st_mode) && info.st_uid == ::geteuid() && info.st_nlink == 1 &&
          (info.st_mode & kWritableByOthers) == 0;
 }
@@ -58,6 +59,7 @@ bool removeStranger(const std::string& directory, const Name& name) {
 }  // namespace
 
 bool removeStrangers(const std::string& directory) {
+  // All of them, though one that stays refuses the lot: what can be removed is no trap for the next run either.
   bool bAll = true;
   for (const Name& name : kNames) {
     if (!removeStranger(directory, name)) bAll = false;

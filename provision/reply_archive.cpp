@@ -32,6 +32,7 @@ class PieceDecoder {
       used += bBlank(c) ? 0 : 1;
     }
     wide.resize(used);
+    // A piece may end anywhere, but only whole groups decode by themselves.
     m_waiting = wide.substr(used - used % kGroup);
     wide.resize(used - used % kGroup);
     return decode(std::move(wide));

@@ -52,6 +52,7 @@ void setAddressScopeIfRequired(void* curl, const std::string& host, const std::s
   if (network.qveCreateAddrinfo(host, port, &found, false) != 0) return;
   const std::unique_ptr<addrinfo, FreeList> list(found);
   for (const addrinfo* entry = list.get(); entry != nullptr; entry = entry->ai_next) {
+    // The first one decides, as libcurl takes one scope for all addresses.
     if (const auto scope = scopeOf(network, *entry)) {
       curl_easy_setopt(curl, CURLOPT_ADDRESS_SCOPE, static_cast<long>(*scope));
       return;

@@ -1,19 +1,21 @@
 #pragma once
+// What a provisioning comes to.
 
 namespace kelt::provision {
 
-/// What Provision::iGetProvisionFiles returns. The numbers reach the exit status of the run; 7 is not used.
+/// What Provision::iGetProvisionFiles returns. The numbers reach the exit status of the run, which is 30 more; 7 is not
+/// used. A failure ends the provisioning at the step that it names.
 enum Status : int {
   kSuccess = 0,
-  kNoCurl = 1,
-  kTransferFailed = 2,
+  kNoCurl = 1,          ///< libcurl, or the loadable object with it, cannot be used
+  kTransferFailed = 2,  ///< or there is no memory
   kZipNotCreated = 3,
   kZipNotWritten = 4,
-  kNotUnzipped = 5,
+  kNotUnzipped = 5,  ///< the zip file stays
   kModeNotWritten = 6,
-  kModeNotRead = 8,
-  kNotRenamed = 9,
-  kBadReply = 10,
+  kModeNotRead = 8,  ///< or somebody else's files cannot be removed
+  kNotRenamed = 9,   ///< of the site list
+  kBadReply = 10,    ///< nothing is written of it
 };
 
 }  // namespace kelt::provision

@@ -14,6 +14,7 @@ int TtyNoEcho(int fd) {
   constexpr unsigned int kEcho = ECHO | ECHOE | ECHOK | ECHONL;
   tioMode.c_lflag = static_cast<unsigned short>(tioMode.c_lflag & ~kEcho);
   tioMode.c_cflag = static_cast<unsigned short>(tioMode.c_cflag | CREAD);
+  // At once, not after pending output: what is typed from now on must not show.
   return ::ioctl(fd, TCSETA, &tioMode);
 }
 

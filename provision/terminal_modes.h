@@ -1,5 +1,6 @@
 #pragma once
-// The modes of the terminal that the prompts read from.
+// The modes of the terminal that the prompts read from. QuietTerminal (provision/quiet_terminal.h) calls these in an
+// order that leaves no terminal without echo.
 
 #include <sys/ioctl.h>
 #include <termios.h>

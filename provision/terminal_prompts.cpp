@@ -21,6 +21,7 @@ void askIfMissing(std::string_view prompt, std::string& value, LineReader& reade
 
 void askForMissing(ServerAccess& access) {
   if (!access.server.empty() && !access.user.empty() && !access.password.empty()) return;
+  // One for all three: between the prompts nothing that is typed ahead shows either.
   QuietTerminal terminal(STDIN_FILENO);
   LineReader reader([&terminal](std::span<char> buffer) { return terminal.read(buffer); });
   askIfMissing(messages::kAskServer, access.server, reader);

@@ -8,7 +8,7 @@
 
 namespace kelt::provision {
 
-/// Whom to fetch from, and as whom.
+/// Whom to fetch from, and as whom. Any of the three may be empty, which means that it has to be asked for.
 struct ServerAccess {
   std::string server;  ///< host or host:port
   std::string user;

@@ -78,10 +78,10 @@ Status fetchPackage(const ServerAccess& access, const std::string& host, const s
   setAddressScopeIfRequired(transfer.get(), host, port);
   avoidHttp2(transfer.get());
   keepNoSessions(transfer.get());
-  serverReply.reserve();
+  serverReply.reserve();  // growing by copies would take three times the reply's memory for a moment
   base::print(messages::kContacting);
   const CURLcode result = curl_easy_perform(transfer.get());
-  transfer.reset();
+  transfer.reset();  // with the password in it, before the reply is worked on
   base::print(result == CURLE_OK ? messages::kDone : messages::kFailed);
   return result == CURLE_OK ? kSuccess : kTransferFailed;
 }

@@ -1,4 +1,5 @@
 #pragma once
+// No copy of the password outlives a transfer.
 
 namespace kelt::provision {
 
