@@ -19,7 +19,7 @@ void keepNarrow(std::wstring& secret, std::string& kept) {
 }
 
 /// Exit statuses of the switch; those of provisioning are added to kProvisioningFailed.
-enum Status : int { kDone = 0, kSwitchFailed = 1, kStartFailed = 4, kStopFailed = 5, kProvisioningFailed = 30 };
+enum SwitchStatus : int { kDone = 0, kSwitchFailed = 1, kStartFailed = 4, kStopFailed = 5, kProvisioningFailed = 30 };
 
 int statusOf(const helper::Interruption& change) {
   if (!change.bStopped) return kStopFailed;
