@@ -24,7 +24,8 @@ constexpr std::size_t kMaxSize = 4096;
 
 constexpr std::string_view kWorkTag = "work=";
 constexpr std::array kNames = {std::pair{Work::kUnmanagedSwitch, std::string_view("unmanaged-switch")},
-                               std::pair{Work::kKeyImport, std::string_view("key-import")}};
+                               std::pair{Work::kKeyImport, std::string_view("key-import")},
+                               std::pair{Work::kTakeBack, std::string_view("take-back")}};
 
 std::string textOf(const BegunWork& begun) {
   std::string text(kWorkTag);
@@ -134,7 +135,7 @@ void WorkMark::end() noexcept {
   m_found.reset();
   const int directory = m_place.directory.get();
   // Synced, as a mark that comes back with a power cut would have work finished that was done long ago.
-  if (::unlinkat(directory, m_place.name.c_str(), 0) != 0) return;
+  if (!base::bAskedTwice([&] { return ::unlinkat(directory, m_place.name.c_str(), 0) == 0; })) return;
   static_cast<void>(base::retryInterrupted([&] { return ::fsync(directory); }));
 }
 

@@ -15,7 +15,7 @@
 namespace kelt::helper {
 
 /// The kinds of such work.
-enum class Work { kUnmanagedSwitch, kKeyImport };
+enum class Work { kUnmanagedSwitch, kKeyImport, kTakeBack };
 
 /// What a mark says.
 struct BegunWork {

@@ -20,6 +20,7 @@
 #include "keys/key_files.h"
 #include "keys/registry_keys.h"
 #include "modes/config_values.h"
+#include "modes/take_back.h"
 #include "modes/unmanaged_mode.h"
 #include "platform/crypto.h"
 #include "platform/logger.h"
@@ -259,9 +260,18 @@ std::optional<BegunImport> markedImport(helper::WorkMark& mark) {
   return import;
 }
 
+/// Finishes the work of modes/ that the mark tells of, but for a switch that is the caller's `own` work. Whether it
+/// told of such work.
+bool finishWorkOfSwitch(helper::WorkMark& mark, std::optional<helper::Work> own) {
+  const helper::Work work = mark.found()->work;
+  if (work == helper::Work::kTakeBack) modes::finishTakingBack(mark);
+  if (work == helper::Work::kUnmanagedSwitch && own != work) modes::finishUnmanagedSwitch(mark);
+  return work != helper::Work::kKeyImport;
+}
+
 /// Finishes whatever the mark tells of, for an import from the one directory or the other.
 Earlier finishBefore(bool fromUpdateDir, helper::WorkMark& mark) {
-  if (mark.found() && mark.found()->work == helper::Work::kUnmanagedSwitch) modes::finishUnmanagedSwitch(mark);
+  if (!mark.found() || finishWorkOfSwitch(mark, std::nullopt)) return {};
   const auto import = markedImport(mark);
   return import ? finish(*import, mark, import->fromUpdateDir == fromUpdateDir) : Earlier{};
 }
@@ -289,11 +299,7 @@ bool CommandLineHelper::ImportKeys(bool fromUpdateDir) {
 
 void CommandLineHelper::finishInterrupted(std::optional<Work> own) {
   WorkMark mark;
-  if (!mark.found()) return;
-  if (mark.found()->work == Work::kUnmanagedSwitch) {
-    if (own != Work::kUnmanagedSwitch) modes::finishUnmanagedSwitch(mark);
-    return;
-  }
+  if (!mark.found() || keys::finishWorkOfSwitch(mark, own)) return;
   const auto import = keys::markedImport(mark);
   if (!import || (own == Work::kKeyImport && !import->fromUpdateDir)) return;
   static_cast<void>(keys::finish(*import, mark, false));

@@ -5,9 +5,11 @@
 // completes an interrupted one.
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/console.h"
+#include "base/file_place.h"
 #include "base/retry.h"
 #include "base/utf.h"
 #include "helper/agent_log.h"
@@ -18,6 +20,7 @@
 #include "modes/clear_file.h"
 #include "modes/messages.h"
 #include "modes/site_list.h"
+#include "modes/take_back.h"
 
 namespace kelt::modes {
 namespace {
@@ -78,13 +81,18 @@ class ManagedSwitch {
     if (cleared == Cleared::kDeleted) helper::logEvent("Deleted as cached: " + file.path);
   }
 
-  /// Deletes what was copied. A failure here is told, and changes nothing any more.
+  /// Deletes what was copied. A failure here is told, and changes nothing any more. A mark has the next run go on with
+  /// it: that finds no site list to begin with any more. Where an import is marked already, that mark stays.
   void undo() const {
+    helper::WorkMark mark;
+    const std::vector<std::string> names = copiedKeyFiles();
+    if (!names.empty() && !mark.found()) mark.begin({helper::Work::kTakeBack, planOfTakingBack(names)});
     for (const Handled& file : m_handled) {
       if (!file.bCopied) continue;
       const std::string& path = file.bUndoneAtSource ? file.source : file.destination;
       static_cast<void>(remove(file, path, "Deleted after a failed switch: "));
     }
+    if (!names.empty()) static_cast<void>(base::syncDirectory(paths::kInstallDir));
   }
 
   void deleteSources() {
@@ -107,6 +115,16 @@ class ManagedSwitch {
     Handled& file = m_handled.emplace_back(examined(name, directory, bUndoneAtSource));
     file.bCopied = helper::copyFile(file.source, file.destination);
     return file;
+  }
+
+  /// The names of the key files that are to be taken back.
+  [[nodiscard]] std::vector<std::string> copiedKeyFiles() const {
+    std::vector<std::string> names;
+    for (const Handled& file : m_handled) {
+      if (file.bCopied && !file.bOneFile && !file.bUndoneAtSource)
+        names.push_back(file.destination.substr(std::string_view(paths::kInstallDir).size()));
+    }
+    return names;
   }
 
   /// Deletes `path`, the source or the copy of a file, with a line on the console when that fails and one in the log

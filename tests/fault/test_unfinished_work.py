@@ -355,6 +355,55 @@ def test_a_link_in_the_place_of_the_mark_is_removed_and_not_followed(managed):
     assert log_says(managed, f"Removed, being no mark of unfinished work: {MARK} is not a regular file")
 
 
+# -- the taking back of a failed switch to managed mode ------------------------------------------------------------------
+
+SWITCH = ["-m", "-d", "/run/keys"]
+COPIES = [f"{INSTALL}/{name}" for name in KEY_FILES if name != "agentfipsmode"]
+
+
+@pytest.fixture
+def failing(device, package):
+    """A switch that cannot copy one of its files."""
+    device.shell('cp -a "$1" /run/keys', package())
+    device.path(f"{INSTALL}/agentfipsmode").mkdir()
+    return device
+
+
+@pytest.mark.parametrize("path", COPIES, ids=lambda path: path.rsplit("/", 1)[-1])
+def test_the_next_switch_takes_back_what_a_failed_one_that_was_killed_has_not(failing, path):
+    _, status = kill_before(failing, r'unlink\(".*orv//' + path.rsplit("/", 1)[-1], *SWITCH)
+    assert status == 1
+    assert path in there(failing, COPIES)
+    assert failing.read(MARK).startswith(b"work=take-back\ncopy=reqseckey.bin ")
+    assert failing.path(MARK).stat().st_mode & 0o7777 == 0o600
+    assert failing.run(*SWITCH).status == 1, "the site list of the source was taken back first"
+    expect_as_undisturbed(failing)
+    assert there(failing, [*COPIES, MARK]) == []
+    assert log_says(failing, "Taking back what is left of a failed switch to managed mode.")
+
+
+@pytest.mark.parametrize("arguments", [["-k"], ["-u"]], ids=lambda words: words[0])
+def test_other_runs_take_back_a_failed_switch_that_was_killed_too(failing, arguments):
+    kill_before(failing, r'unlink\(".*orv//req2048seckey', *SWITCH)
+    failing.run(*arguments)
+    assert there(failing, [*COPIES, MARK]) == []
+
+
+def test_what_came_after_a_failed_switch_that_was_killed_stays(failing):
+    kill_before(failing, r'unlink\(".*orv//req2048seckey', *SWITCH)
+    copy = f"{INSTALL}/req2048seckey.bin"
+    content = failing.read(copy)
+    failing.path(copy).unlink()
+    failing.write(copy, content, 0o600)
+    failing.run("-k")
+    assert there(failing, [*COPIES, MARK]) == [copy]
+
+
+def test_a_failed_switch_that_is_not_killed_leaves_no_mark(failing):
+    assert failing.run(*SWITCH).status == 1
+    assert there(failing, [*COPIES, MARK]) == []
+
+
 # -- after a single refused call -----------------------------------------------------------------------------------------
 
 
@@ -387,3 +436,12 @@ def test_a_single_refused_call_before_a_kill_makes_no_difference_to_the_next_imp
         assert not device.path(MARK).exists()
         put_back = "rm -rf /etc/orv.d/* /opt/Quorvane/orv; cp -a /run/first.orv.d/. /etc/orv.d/"
         device.shell(put_back + "; cp -a /run/first.Quorvane/. /opt/Quorvane/; rm -r /run/first.*")
+
+
+@pytest.mark.parametrize("refused", [r"openat\(.*orv/scratch\"", r"unlinkat\(.*unfinished-work"])
+def test_a_single_refused_call_leaves_no_mark(managed, refused):
+    name, numbers = numbers_of(managed, refused, "-u")
+    for number in numbers:
+        number_of(managed, r"renameat\(.*unfinished-work", "-u", faults=f"-e inject={name}:error=EIO:when={number}")
+        assert managed.read("/run/undisturbed") == b"0\n"
+        assert not managed.path("/run/after/Quorvane/orv/scratch/unfinished-work").exists()
