@@ -166,6 +166,22 @@ def test_a_start_for_which_there_is_never_a_process_is_left_to_the_guard(device)
     assert left == []
 
 
+def test_a_guard_that_has_no_process_for_the_start_tries_again(device):
+    # The tracer comes to the guard while that waits, and only then the tool is killed.
+    stop_with(
+        device,
+        f"{AGENT} stop\nguard=$(pgrep -x keltconfig | grep -vx $PPID)\n"
+        + full_table("1..20")
+        + " -p $guard &\nuntil grep -q 'TracerPid:[[:space:]]*[1-9]' /proc/$guard/status; do sleep 0.1; done\nkill -KILL $PPID\n",
+    )
+    traced = "traced() { ! pgrep -x strace >/dev/null; }"
+    left = run_until_quiet(device, '"$KELTCONFIG" -u >/dev/null', traced, "await traced")
+    assert refused(device) == 20
+    assert device.log().count(NO_PROCESS) == 1 and STARTED_NOW in device.log()
+    assert device.calls() == device.stopping() + device.starting()
+    assert left == []
+
+
 def test_an_agent_that_no_process_could_stop_runs_on_and_is_owed_nothing(device):
     left = run_until_quiet(device, full_table("1+") + ' "$KELTCONFIG" -u >/dev/null')
     assert NO_GUARD in device.log()

@@ -2,16 +2,14 @@
 
 #include "helper/prepared_command.h"
 
-#include <csignal>
 #include <cstdint>
-#include <sys/resource.h>
-#include <sys/time.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include "limited_memory.h"
 #include "support/agent_on_device.h"
 #include "support/log.h"
 #include "support/private_device.h"
+#include "support/process_limit.h"
 
 namespace kelt::helper {
 namespace {
@@ -26,25 +24,6 @@ class Prepared : public tests::PrivateDevice {
     for (const char* directory : {"/tmp", "/opt/Quorvane/orv/scratch/logs"})
       ASSERT_EQ(::chmod(directory, 0777), 0);
     m_command = tests::putCommand("command");
-  }
-
-  /// Calls `onTimer` every few milliseconds, which also cuts a pause short.
-  static void startTimer(void (*onTimer)(int)) {
-    struct sigaction action {};
-    action.sa_handler = onTimer;
-    ::sigaction(SIGALRM, &action, nullptr);
-    const itimerval often{{0, 5000}, {0, 5000}};
-    ::setitimer(ITIMER_REAL, &often, nullptr);
-  }
-
-  /// Leaves this process without further ones, for as long as its soft limit stays.
-  static bool bAlone() {
-    // Root itself has no limit; in a namespace of its own user it has.
-    static_cast<void>(::setresuid(65534, 65534, 65534));
-    rlimit limit{};
-    ::getrlimit(RLIMIT_NPROC, &limit);
-    limit.rlim_cur = 0;
-    return ::setrlimit(RLIMIT_NPROC, &limit) == 0 && ::fork() < 0;
   }
 
   std::string m_command;
@@ -69,15 +48,8 @@ TEST_F(Prepared, RunsAfterItWasMoved) {
 TEST_F(Prepared, AsksAgainForAProcessThatTheSystemDoesNotHaveAndSaysSo) {
   const int status = tests::statusOfProcess([&] {
     const PreparedCommand command({m_command});
-    if (!bAlone()) return false;
-    startTimer([](int) {
-      static int ticks = 0;
-      if (++ticks < 20) return;
-      rlimit limit{};
-      ::getrlimit(RLIMIT_NPROC, &limit);
-      limit.rlim_cur = limit.rlim_max;
-      ::setrlimit(RLIMIT_NPROC, &limit);
-    });
+    if (!tests::bAlone()) return false;
+    tests::startTimer(tests::allowOthersAfterAWhile);
     command.runPatiently(nullptr);
     return true;
   });
@@ -89,8 +61,8 @@ TEST_F(Prepared, AsksAgainForAProcessThatTheSystemDoesNotHaveAndSaysSo) {
 TEST_F(Prepared, GivesUpInTheEndAndSaysSo) {
   const int status = tests::statusOfProcess([&] {
     const PreparedCommand command({m_command});
-    if (!bAlone()) return false;
-    startTimer([](int) {});
+    if (!tests::bAlone()) return false;
+    tests::startTimer([](int) {});
     command.runPatiently(nullptr);
     return true;
   });

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "service_fixture.h"
+#include "support/process_limit.h"
 
 using kelt::helper::unixCommandLineHelper;
 using kelt::tests::calls;
@@ -93,6 +94,22 @@ TEST_F(ServiceControl, PassesRegularFilesThatAreNamedLikeTheAgentsDirectory) {
   expectStart(true);
   expectStop(true);
   EXPECT_EQ(calls(), (Lines{"agent start", "agent stop"}));
+}
+
+TEST_F(ServiceControl, StopsTheAgentAsSoonAsTheSystemHasAProcessForThat) {
+  putAgent();
+  putDirectory("/opt/Quorvane/orv/scratch/logs");
+  for (const char* directory : {"/tmp", "/opt/Quorvane/orv/scratch/logs"})
+    ASSERT_EQ(::chmod(directory, 0777), 0);
+  const int status = kelt::tests::statusOfProcess([] {
+    unixCommandLineHelper helper;
+    if (!kelt::tests::bAlone()) return false;
+    kelt::tests::startTimer(kelt::tests::allowOthersAfterAWhile);
+    return helper.StopORVService();
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(calls(), Lines{"agent stop"});
+  EXPECT_EQ(kelt::tests::errorsLogged(), Lines{"The system has no process for a command of the agent; trying again."});
 }
 
 TEST_F(ServiceControl, RunsTheStopCommandThatStoodThereBeforeThePlugInsWereUnloaded) {
