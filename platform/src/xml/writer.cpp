@@ -19,60 +19,134 @@ bool bOneName(std::string_view name) {
   return !name.empty() && std::all_of(name.begin(), name.end(), bFits);
 }
 
-/// Looks for what pugixml would write although no reader could read it back.
-class Inspection : public pugi::xml_tree_walker {
- public:
-  bool for_each(pugi::xml_node& node) override {
-    if (node.type() != pugi::node_element) return true;
-    if (depth() >= static_cast<int>(kMaxXmlDepth)) m_refusal = "XML element nested too deep";
-    const auto attributes = node.attributes();
-    const bool bNamed =
-        bOneName(node.name()) && std::all_of(attributes.begin(), attributes.end(),
-                                             [](pugi::xml_attribute attribute) { return bOneName(attribute.name()); });
-    if (!bNamed) m_refusal = "XML name that no document holds";
-    return m_refusal == nullptr;
+enum class Place { kText, kAttribute };
+
+/// How a character must be written at `place`; empty for as it is.
+std::string_view referenceFor(char c, Place place) {
+  const bool bAttribute = place == Place::kAttribute;
+  switch (c) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':  // "]]>" must not stand in text
+      return "&gt;";
+    case '\r':
+      return "&#13;";
+    case '"':
+      return bAttribute ? "&quot;" : "";
+    case '\t':
+      return bAttribute ? "&#9;" : "";
+    case '\n':
+      return bAttribute ? "&#10;" : "";
+    default:
+      return "";
   }
+}
 
-  /// Why the document cannot be written; null where it can.
-  [[nodiscard]] const char* refusal() const { return m_refusal; }
-
- private:
-  const char* m_refusal = nullptr;
-};
-
-/// Takes what pugixml writes. A carriage return, which it writes as it is in text, is one that came in as a reference
-/// or from us, as a reader makes all others line feeds; in whatever is not text there can be none.
-class Bytes : public pugi::xml_writer {
+class Writer {
  public:
-  explicit Bytes(std::string& out) : m_out(out) {}
-
-  void write(const void* data, std::size_t size) override {
-    std::string_view piece(static_cast<const char*>(data), size);
-    for (std::size_t end = piece.find('\r'); end != std::string_view::npos; end = piece.find('\r')) {
-      m_out.append(piece.substr(0, end)).append("&#13;");
-      piece.remove_prefix(end + 1);
+  void writeDocument(const pugi::xml_document& document) {
+    m_out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+    for (const pugi::xml_node node : document.children()) {
+      if (node.type() == pugi::node_declaration) continue;
+      writeNode(node, 1);
+      m_out += '\n';
     }
-    m_out.append(piece);
+  }
+
+  Result<std::string> result() && {
+    if (m_refusal != nullptr) return Error{ErrorKind::kMalformed, 0, m_refusal};
+    return std::move(m_out);
   }
 
  private:
-  std::string& m_out;
+  void writeNode(pugi::xml_node node, unsigned depth) {
+    switch (node.type()) {
+      case pugi::node_element:
+        return writeElement(node, depth);
+      case pugi::node_pcdata:
+        return writeEscaped(node.value(), Place::kText);
+      case pugi::node_cdata:
+        return writeBetween("<![CDATA[", node.value(), "]]>");
+      case pugi::node_comment:
+        return writeBetween("<!--", node.value(), "-->");
+      case pugi::node_pi:
+        return writeInstruction(node);
+      default:
+        return;
+    }
+  }
+
+  void writeElement(pugi::xml_node element, unsigned depth) {
+    if (depth > kMaxXmlDepth) return refuse("XML element nested too deep");
+    m_out += '<';
+    writeName(element.name());
+    for (const pugi::xml_attribute attribute : element.attributes())
+      writeAttribute(attribute);
+    if (!element.first_child()) {
+      m_out += "/>";
+      return;
+    }
+    m_out += '>';
+    for (const pugi::xml_node child : element.children())
+      writeNode(child, depth + 1);
+    m_out += "</";
+    writeName(element.name());
+    m_out += '>';
+  }
+
+  void writeAttribute(pugi::xml_attribute attribute) {
+    m_out += ' ';
+    writeName(attribute.name());
+    m_out += "=\"";
+    writeEscaped(attribute.value(), Place::kAttribute);
+    m_out += '"';
+  }
+
+  void writeInstruction(pugi::xml_node instruction) {
+    m_out += "<?";
+    writeName(instruction.name());
+    const std::string_view data = instruction.value();
+    if (!data.empty()) m_out += ' ';
+    m_out += data;
+    m_out += "?>";
+  }
+
+  void writeBetween(std::string_view start, std::string_view content, std::string_view end) {
+    m_out += start;
+    m_out += content;
+    m_out += end;
+  }
+
+  void writeEscaped(std::string_view text, Place place) {
+    for (const char c : text) {
+      const std::string_view reference = referenceFor(c, place);
+      if (reference.empty()) {
+        m_out += c;
+      } else {
+        m_out += reference;
+      }
+    }
+  }
+
+  void writeName(std::string_view name) {
+    if (!bOneName(name)) return refuse("XML name that no document holds");
+    m_out += name;
+  }
+
+  void refuse(const char* reason) { m_refusal = reason; }
+
+  std::string m_out;
+  const char* m_refusal = nullptr;
 };
 
 }  // namespace
 
 Result<std::string> writeXml(const pugi::xml_document& document) {
-  Inspection inspection;
-  document.root().traverse(inspection);
-  if (inspection.refusal() != nullptr) return Error{ErrorKind::kMalformed, 0, inspection.refusal()};
-  std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-  Bytes bytes(out);
-  for (const pugi::xml_node node : document.children()) {
-    if (node.type() == pugi::node_declaration) continue;
-    node.print(bytes, "", pugi::format_raw, pugi::encoding_utf8);
-    out += '\n';
-  }
-  return out;
+  Writer writer;
+  writer.writeDocument(document);
+  return std::move(writer).result();
 }
 
 }  // namespace kelt::platform

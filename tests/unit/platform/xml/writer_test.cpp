@@ -33,7 +33,7 @@ TEST(XmlWriter, WritesEveryKindOfNode) {
 
 TEST(XmlWriter, WritesReferencesWhereAReaderWouldSeeSomethingElse) {
   EXPECT_EQ(written("<r x='&lt;&amp;&quot;&apos;>&#9;&#10;&#13;'>&lt;&amp;\"'&gt;\t\n&#13;]]&gt;</r>"),
-            kDeclaration + "<r x=\"&lt;&amp;&quot;'>&#09;&#10;&#13;\">&lt;&amp;\"'&gt;\t\n&#13;]]&gt;</r>\n");
+            kDeclaration + "<r x=\"&lt;&amp;&quot;'&gt;&#9;&#10;&#13;\">&lt;&amp;\"'&gt;\t\n&#13;]]&gt;</r>\n");
 }
 
 TEST(XmlWriter, WritesAReferenceForEachOfManyCarriageReturnsInALongText) {
