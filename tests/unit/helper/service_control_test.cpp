@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "service_fixture.h"
+#include "support/log.h"
 #include "support/process_limit.h"
 
 using kelt::helper::unixCommandLineHelper;
