@@ -100,16 +100,18 @@ LogState prepare(int fd, const std::string& path) {
   return info.st_size > kRotateBeyond && rotate(fd, path) ? LogState::kMoved : LogState::kReady;
 }
 
+/// In one call, so that lines of several processes do not mix.
+void writeTo(int fd, std::string_view line) {
+  static_cast<void>(retryInterrupted([&] { return ::write(fd, line.data(), line.size()); }));
+}
+
 void append(const std::string& path, std::string_view line) {
   for (int attempt = 1; attempt <= kAttempts; ++attempt) {
     const UniqueFd fd = openLog(path);
     if (!fd) return;
     const LogState state = prepare(fd.get(), path);
     if (state == LogState::kUnusable) return;
-    if (state == LogState::kReady || attempt == kAttempts) {
-      static_cast<void>(retryInterrupted([&] { return ::write(fd.get(), line.data(), line.size()); }));
-      return;
-    }
+    if (state == LogState::kReady || attempt == kAttempts) return writeTo(fd.get(), line);
     const timespec pause{0, kPauseNanoseconds};
     if (attempt > 1) ::nanosleep(&pause, nullptr);
   }
