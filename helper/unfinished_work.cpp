@@ -46,9 +46,9 @@ std::optional<BegunWork> workIn(std::string_view text) {
   return std::nullopt;
 }
 
-const char* whyNoMark(const struct stat& info) {
+const char* whyNoMark(const struct stat& info, uid_t owner) {
   if (!S_ISREG(info.st_mode)) return "is not a regular file";
-  if (info.st_uid != ::geteuid()) return "belongs to somebody else";
+  if (info.st_uid != owner) return "belongs to somebody else";
   if (info.st_nlink != 1) return "has other names";
   if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) return "can be written by others";
   return nullptr;
@@ -64,6 +64,25 @@ void logProblem(const std::string& text) {
   logError(L"keltcfg", base::toWide(text).c_str());
 }
 
+base::Result<BegunWork> readMark(const base::Place& place, const std::string& path, uid_t owner) {
+  const int directory = place.directory.get();
+  const char* const name = place.name.c_str();
+  const auto refused = [&](const char* why) { return Error{ErrorKind::kRefused, 0, path + " " + why}; };
+  struct stat info {};
+  // Looked at before it is opened: merely opening a device can have an effect.
+  if (::fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW) != 0) return base::systemError("examine " + path);
+  if (const char* why = whyNoMark(info, owner)) return refused(why);
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  const base::UniqueFd file(base::retryInterrupted([&] { return ::openat(directory, name, kFlags); }));
+  if (!file || ::fstat(file.get(), &info) != 0) return base::systemError("open " + path);
+  if (const char* why = whyNoMark(info, owner)) return refused(why);
+  const auto content = base::readAll(file.get(), path, kMaxSize);
+  if (!content) return content.error();
+  auto found = workIn({reinterpret_cast<const char*>(content.value().data()), content.value().size()});
+  if (!found) return refused("is no mark of unfinished work");
+  return std::move(*found);
+}
+
 base::Status writeMark(const std::string& path, const std::string& text) {
   auto file = base::FreshFile::create(path);
   if (!file) return file.error();
@@ -73,6 +92,13 @@ base::Status writeMark(const std::string& path, const std::string& text) {
 }
 
 }  // namespace
+
+base::Result<BegunWork> inspectMark(uid_t owner) {
+  const std::string path = markPath();
+  const auto place = base::openPlace(path);
+  if (!place) return place.error();
+  return readMark(place.value(), path, owner);
+}
 
 WorkMark::WorkMark() : m_path(markPath()) {
   auto place = base::openPlace(m_path);
@@ -92,23 +118,11 @@ WorkMark::~WorkMark() {
 }
 
 base::Status WorkMark::read() {
-  const int directory = m_place.directory.get();
-  const char* const name = m_place.name.c_str();
-  const auto refused = [&](const char* why) { return Error{ErrorKind::kRefused, 0, m_path + " " + why}; };
-  struct stat info {};
-  // Looked at before it is opened: merely opening a device can have an effect.
-  if (::fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW) != 0) return base::systemError("examine " + m_path);
-  if (const char* why = whyNoMark(info)) return refused(why);
-  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-  const base::UniqueFd file(base::retryInterrupted([&] { return ::openat(directory, name, kFlags); }));
-  if (!file || ::fstat(file.get(), &info) != 0) return base::systemError("open " + m_path);
-  if (const char* why = whyNoMark(info)) return refused(why);
-  const auto content = base::readAll(file.get(), m_path, kMaxSize);
-  if (!content) return content.error();
-  m_found = workIn({reinterpret_cast<const char*>(content.value().data()), content.value().size()});
-  if (!m_found) return refused("is no mark of unfinished work");
+  auto found = readMark(m_place, m_path, ::geteuid());
+  if (!found) return found.error();
+  m_found = std::move(found).value();
   // A killed run may have left it in memory only.
-  static_cast<void>(base::syncDirectory(directory, m_path));
+  static_cast<void>(base::syncDirectory(m_place.directory.get(), m_path));
   return {};
 }
 

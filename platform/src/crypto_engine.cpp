@@ -73,6 +73,12 @@ class OpenSslEngine final : public CryptoEngine {
     return guarded<base::SecretBytes>(context(), [&](OSSL_LIB_CTX* library) { return parseSecretKey(library, file); });
   }
 
+  Result<unsigned> keySize(bool bSecret, std::span<const unsigned char> file) override {
+    return guarded<unsigned>(context(), [&](OSSL_LIB_CTX* library) { return parsedKeySize(library, bSecret, file); });
+  }
+
+  [[nodiscard]] const char* version() const override { return OpenSSL_version(OPENSSL_VERSION); }
+
   Result<std::vector<unsigned char>> sha256(std::span<const unsigned char> data) override {
     return guarded<std::vector<unsigned char>>(context(),
                                                [&](OSSL_LIB_CTX* library) { return sha256In(library, data); });

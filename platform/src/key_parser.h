@@ -13,6 +13,10 @@ namespace kelt::platform {
 /// See CryptoEngine::publicKey and secretKey. May throw std::bad_alloc.
 [[nodiscard]] base::Result<std::vector<unsigned char>> parsePublicKey(OSSL_LIB_CTX* library,
                                                                       std::span<const unsigned char> file);
+
+/// See CryptoEngine::keySize.
+[[nodiscard]] base::Result<unsigned> parsedKeySize(OSSL_LIB_CTX* library, bool bSecret,
+                                                   std::span<const unsigned char> file);
 [[nodiscard]] base::Result<base::SecretBytes> parseSecretKey(OSSL_LIB_CTX* library,
                                                              std::span<const unsigned char> file);
 
