@@ -1,7 +1,8 @@
-// Whether a source directory holds every key file that the managed switch copies.
+#include "modes/key_file_check.h"
 
 #include <array>
 #include <cstdint>
+#include <utility>
 
 #include "base/console.h"
 #include "helper/agent_paths.h"
@@ -33,67 +34,96 @@ constexpr std::array kKeyFiles{
     KeyFile{paths::kServerKey, kServer, true},
 };
 
+using modes::KeyFileFinding;
+using modes::KeyFileState;
+
 /// One check of a directory: what was found missing so far.
 class KeyFileCheck {
  public:
   explicit KeyFileCheck(std::wstring directory) : m_directory(std::move(directory)) {}
 
-  /// Prints what is wrong with the file, or makes it where that helps. Returns false when something was wrong.
-  bool check(const KeyFile& file) {
+  KeyFileFinding examine(const KeyFile& file) {
     const std::wstring path = m_directory + file.name;
     bool bExists = false;
     // A full form that cannot be examined does not count as missing: the legacy form is made beside it all the same.
-    if (!AFiler::getFileAccessibility(path, AFiler::kRead, bExists))
-      return complain(messages::kKeyFileInaccessible, path);
-    if (bExists) return bKeyFile(path) || complain(messages::kKeyFileInaccessible, path);
+    if (!AFiler::getFileAccessibility(path, AFiler::kRead, bExists)) return {path, KeyFileState::kInaccessible};
+    if (bExists) return {path, stateOf(path)};
     bool& bFullFormMissing = m_fullFormMissing.at(file.group);
-    if (file.bMadeIfMissing && !bFullFormMissing) {
-      makeEmpty(path);
-      return true;
-    }
+    if (file.bMadeIfMissing && !bFullFormMissing) return {path, KeyFileState::kToBeMade};
     bFullFormMissing = true;
-    return complain(messages::kKeyFileMissing, path);
+    return {path, KeyFileState::kMissing};
   }
 
  private:
-  /// Whether what is there can be a key file; else the log says why not. Nothing is opened: a pipe would block.
-  static bool bKeyFile(const std::wstring& path) {
+  /// Whether what is there can be a key file.
+  static KeyFileState stateOf(const std::wstring& path) {
     std::uint64_t size = 0;
-    const wchar_t* problem = nullptr;
-    if (!AFiler::tryGetFileSize(path, size)) {
-      problem = L": not a regular file";
-    } else if (size > kMaxKeyFileSize) {
-      problem = L": larger than any key file";
-    }
-    if (problem != nullptr) logError(L"keltcfg", (path + problem).c_str());
-    return problem == nullptr;
-  }
-
-  static bool complain(const wchar_t* text, const std::wstring& path) {
-    base::printLine(text + path);
-    return false;
-  }
-
-  /// Where this fails, copying the file fails later and says so.
-  static void makeEmpty(const std::wstring& path) {
-    AFile file;
-    if (file.openAlways(path)) file.close();
+    if (!AFiler::tryGetFileSize(path, size)) return KeyFileState::kNotRegular;
+    return size > kMaxKeyFileSize ? KeyFileState::kTooLarge : KeyFileState::kThere;
   }
 
   std::wstring m_directory;
   std::array<bool, kGroupCount> m_fullFormMissing{};
 };
 
+bool complain(const wchar_t* text, const std::wstring& path) {
+  base::printLine(text + path);
+  return false;
+}
+
+/// For what is there and cannot be a key file: the log says why not.
+bool refuse(const std::wstring& path, const wchar_t* problem) {
+  logError(L"keltcfg", (path + problem).c_str());
+  return complain(messages::kKeyFileInaccessible, path);
+}
+
+/// Where this fails, copying the file fails later and says so.
+bool makeEmpty(const std::wstring& path) {
+  AFile file;
+  if (file.openAlways(path)) file.close();
+  return true;
+}
+
+/// Prints what is wrong with a file, or makes it where that helps. Returns false when something was wrong.
+bool settle(const KeyFileFinding& file) {
+  switch (file.state) {
+    case KeyFileState::kThere:
+      return true;
+    case KeyFileState::kToBeMade:
+      return makeEmpty(file.path);
+    case KeyFileState::kMissing:
+      return complain(messages::kKeyFileMissing, file.path);
+    case KeyFileState::kInaccessible:
+      return complain(messages::kKeyFileInaccessible, file.path);
+    case KeyFileState::kNotRegular:
+      return refuse(file.path, L": not a regular file");
+    case KeyFileState::kTooLarge:
+      return refuse(file.path, L": larger than any key file");
+  }
+  return false;
+}
+
 }  // namespace
 
 bool unixCommandLineHelper::allKeyFilesPresent() {
-  KeyFileCheck directory(GetSourceDir());
   bool bComplete = true;
-  for (const KeyFile& file : kKeyFiles) {
-    if (!directory.check(file)) bComplete = false;
+  for (const KeyFileFinding& file : modes::examineKeyFiles(GetSourceDir())) {
+    if (!settle(file)) bComplete = false;
   }
   if (!bComplete) base::printLine(messages::keyFilesIncomplete(GetSourceDir()));
   return bComplete;
 }
 
 }  // namespace kelt::helper
+
+namespace kelt::modes {
+
+std::vector<KeyFileFinding> examineKeyFiles(const std::wstring& directory) {
+  helper::KeyFileCheck check(directory);
+  std::vector<KeyFileFinding> findings;
+  for (const auto& file : helper::kKeyFiles)
+    findings.push_back(check.examine(file));
+  return findings;
+}
+
+}  // namespace kelt::modes

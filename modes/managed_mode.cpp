@@ -12,8 +12,8 @@
 #include "helper/unix_command_line_helper.h"
 #include "modes/clear_file.h"
 #include "modes/messages.h"
+#include "modes/site_list.h"
 #include "platform/afile.h"
-#include "platform/anxml.h"
 #include "platform/logger.h"
 
 namespace kelt::helper {
@@ -21,21 +21,15 @@ namespace {
 
 namespace messages = modes::messages;
 
-enum class SiteListContent { kUnloadable, kNoSites, kNoServer, kServer };
+using modes::SiteListContent;
 
 /// What the site list at `path` holds. One that does not load is taken for Latin-1, converted where it stands, and
 /// loaded again: one that the system merely refused for once would be spoilt by that.
 SiteListContent examine(const unixCommandLineHelper& helper, const std::wstring& path) {
   AnXml siteList;
-  const auto load = [&] { return siteList.useExistingFile(path.c_str(), L"ns:SiteLists", nullptr, nullptr); };
+  const auto load = [&] { return siteList.useExistingFile(path.c_str(), modes::kSiteListRoot, nullptr, nullptr); };
   if (!base::bAskedTwice(load) && !(helper.ConvertSiteListToUTF8(path) && load())) return SiteListContent::kUnloadable;
-
-  const AnXmlNode root(&siteList);
-  AnXmlNode sites;
-  if (!root.getExistingChild(&sites, L"SiteList", nullptr, nullptr, nullptr, nullptr)) return SiteListContent::kNoSites;
-  AnXmlNode server;
-  const bool bServer = sites.getExistingChild(&server, L"SpipeSite", L"ServerIP", nullptr, nullptr, nullptr);
-  return bServer ? SiteListContent::kServer : SiteListContent::kNoServer;
+  return modes::contentOf(siteList);
 }
 
 void logPath(const wchar_t* what, const std::wstring& path) {

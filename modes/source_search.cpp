@@ -1,4 +1,4 @@
-// Finding the directory that holds the files for the managed switch.
+#include "modes/source_search.h"
 
 #include <utility>
 
@@ -24,10 +24,9 @@ bool bHasSiteList(const std::wstring& directory) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is given
 int unixCommandLineHelper::PrepareORVForManagedMode(std::wstring sourceDir, std::wstring currentDir) {
-  std::wstring joined = currentDir;
-  joined.append(L"/").append(sourceDir);
-  for (const std::wstring& candidate : {std::move(sourceDir), std::move(joined), std::move(currentDir)}) {
+  for (const std::wstring& candidate : modes::sourceCandidates(sourceDir, currentDir)) {
     if (!bHasSiteList(candidate)) continue;
     SetSourceDir(candidate);
     sweepDirectory(candidate);
@@ -39,3 +38,13 @@ int unixCommandLineHelper::PrepareORVForManagedMode(std::wstring sourceDir, std:
 }
 
 }  // namespace kelt::helper
+
+namespace kelt::modes {
+
+std::array<std::wstring, 3> sourceCandidates(const std::wstring& sourceDir, const std::wstring& currentDir) {
+  std::wstring joined = currentDir;
+  joined.append(L"/").append(sourceDir);
+  return {sourceDir, std::move(joined), currentDir};
+}
+
+}  // namespace kelt::modes
