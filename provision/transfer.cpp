@@ -8,15 +8,17 @@
 #include "base/console.h"
 #include "provision/messages.h"
 #include "provision/server_address.h"
+#include "provision/server_probe.h"
 #include "provision/wiping_memory.h"
 
 namespace kelt::provision {
 
 std::string sB64data;
 
+const char* const kPackagePath = "/remote/RepositoryMgmt.PackageManagedAgentFilesCmd.do";
+
 namespace {
 
-constexpr const char* kPath = "/remote/RepositoryMgmt.PackageManagedAgentFilesCmd.do";
 bool replyCut = false;
 
 /// Makes room for the largest reply: address space that costs memory only as far as it is filled, and saves growing by
@@ -63,7 +65,7 @@ void avoidHttp2(CURL* curl) {
 
 /// The server's certificate is not verified, as designed: the device has nothing yet to verify it with.
 void setOptions(CURL* curl, const ServerAccess& access) {
-  const std::string url = "https://" + access.server + kPath;
+  const std::string url = "https://" + access.server + kPackagePath;
   setText(curl, CURLOPT_URL, url);
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
