@@ -92,8 +92,6 @@ void checkProducts(const std::vector<std::string>& products, const ConfigDirecto
     const std::string path = directory.fileOf(name);
     if (file) {
       findings.ok("config.product", path + " is trusted and well-formed", name);
-    } else if (file.error().kind == ErrorKind::kNotFound) {
-      findings.ok("config.product", path + " is not there, so that the product has no plug-in", name);
     } else {
       findings.failure(State::kWarning, "config.product", file.error(), remedyOf(file.error()), name);
     }

@@ -88,7 +88,7 @@ bool Receiver::take(const char* bytes, std::size_t count) {
 bool Receiver::takeFields(std::vector<std::string> fields) {
   if (fields.size() == 6 && fields[0] == kCheck && bState(fields[3])) {
     m_report.checks.push_back({fields[1], fields[2], static_cast<State>(fields[3][0] - '0'), fields[4], fields[5]});
-    m_begun = {};
+    m_begun.waitsFor.clear();
   } else if (fields.size() == 3 && fields[0] == kFact) {
     m_report.facts[fields[1]].push_back(std::move(fields[2]));
   } else if (fields.size() == 3 && fields[0] == kBegin) {

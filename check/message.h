@@ -37,7 +37,7 @@ class Receiver {
   [[nodiscard]] bool take(const char* bytes, std::size_t count);
 
   [[nodiscard]] Report& report() { return m_report; }
-  /// What was begun last and has not come to a finding; its id is empty where there is nothing.
+  /// What was begun last; once it has come to a finding, it waits for nothing any more.
   [[nodiscard]] const Begun& begun() const { return m_begun; }
   /// Whether it all came to its end.
   [[nodiscard]] bool bComplete() const { return m_bComplete; }

@@ -84,15 +84,17 @@ void putCheck(Writer& writer, const Check& check) {
   writer.EndObject();
 }
 
-std::string object(State verdict, const std::string& summary, const Report& report) {
+}  // namespace
+
+std::string jsonReport(const Report& report) {
   rapidjson::StringBuffer buffer;
   Writer writer(buffer);
   writer.SetIndent(' ', 2);
   writer.StartObject();
   writer.Key("schema");
   writer.Int(kSchema);
-  put(writer, "verdict", nameOf(verdict));
-  put(writer, "summary", summary);
+  put(writer, "verdict", nameOf(verdictOf(report)));
+  put(writer, "summary", summaryOf(report));
   writer.Key("facts");
   writer.StartObject();
   putFacts(writer, kDeviceFacts, report.facts);
@@ -108,16 +110,6 @@ std::string object(State verdict, const std::string& summary, const Report& repo
   writer.EndArray();
   writer.EndObject();
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
-}
-
-}  // namespace
-
-std::string jsonReport(const Report& report) {
-  return object(verdictOf(report), summaryOf(report), report);
-}
-
-std::string jsonWithoutReport(const std::string& why) {
-  return object(State::kUnknown, why, {});
 }
 
 }  // namespace kelt::check

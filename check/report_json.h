@@ -14,7 +14,4 @@ inline constexpr int kSchema = 1;
 /// The report as one JSON object (RFC 8259) in UTF-8 and a line end. What is no text is shown as readable() does.
 [[nodiscard]] std::string jsonReport(const Report& report);
 
-/// The object of a run that had no report.
-[[nodiscard]] std::string jsonWithoutReport(const std::string& why);
-
 }  // namespace kelt::check

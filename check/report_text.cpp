@@ -45,7 +45,7 @@ std::string upper(const char* name) {
 std::string firstLine(State verdict, const std::string& summary) {
   std::string line = "KELTCHECK " + upper(nameOf(verdict)) + " - " + readable(summary);
   std::replace(line.begin(), line.end(), '|', '/');
-  return line + "\n";
+  return line;
 }
 
 std::string nameOf(const Check& check) {
@@ -87,7 +87,7 @@ std::string coloured(const std::string& text, State state, bool bColours) {
 }  // namespace
 
 std::string plainReport(const Report& report, bool bVerbose) {
-  std::string text = firstLine(verdictOf(report), summaryOf(report));
+  std::string text = firstLine(verdictOf(report), summaryOf(report)) + "\n";
   for (const Check& check : report.checks) {
     if (check.state == State::kOk && !bVerbose) continue;
     text.append(nameOf(check.state)).append(" ").append(nameOf(check)).append(": ").append(readable(check.fact));
@@ -99,7 +99,7 @@ std::string plainReport(const Report& report, bool bVerbose) {
 
 std::string terminalReport(const Report& report, bool bVerbose, bool bColours) {
   const State verdict = verdictOf(report);
-  std::string text = coloured(firstLine(verdict, summaryOf(report)), verdict, bColours);
+  std::string text = coloured(firstLine(verdict, summaryOf(report)), verdict, bColours) + "\n";
   std::string_view group;
   for (const Check& check : report.checks) {
     if (check.state == State::kOk && !bVerbose) continue;
@@ -115,7 +115,7 @@ std::string terminalReport(const Report& report, bool bVerbose, bool bColours) {
 }
 
 std::string unknownLine(const std::string& why) {
-  return firstLine(State::kUnknown, why);
+  return firstLine(State::kUnknown, why) + "\n";
 }
 
 }  // namespace kelt::check

@@ -87,6 +87,25 @@ bool bUsable(const KeyFileFinding& file, const std::wstring& directory, Findings
   return false;
 }
 
+/// Keeps what is found of a place until it shows whether that is the one.
+class KeptFindings final : public Findings {
+ public:
+  void take(Check check) override { m_checks.push_back(std::move(check)); }
+  void takeFact(const std::string& /*name*/, const std::string& /*value*/) override {}
+  void begin(const std::string& /*id*/, const std::string& /*waitsFor*/) override {}
+
+  /// Passes all on. Of a place that is passed over no file is a problem, as another place is taken.
+  void passOn(bool bPassedOver, Findings& findings) {
+    for (Check& check : m_checks) {
+      if (bPassedOver && check.state == State::kProblem) check.state = State::kWarning;
+      findings.take(std::move(check));
+    }
+  }
+
+ private:
+  std::vector<Check> m_checks;
+};
+
 bool bComplete(const std::wstring& directory, Findings& findings) {
   bool bAll = true;
   for (const KeyFileFinding& file : modes::examineKeyFiles(directory))
@@ -143,13 +162,20 @@ void checkSource(const Device& device, const std::string& source, Findings& find
     return findings.problem(kId, "keltconfig takes " + source + " for an option", "Put ./ before the name.");
   std::string tried;
   bool bAllSeen = true;
+  KeptFindings passedOver;
   for (const std::wstring& candidate :
        modes::sourceCandidates(helper::latin1_to_unicode(source), base::toWide(device.startedIn))) {
     const Found siteList = siteListIn(candidate);
     if (siteList == Found::kNotSeen) bAllSeen = false;
     tried.append(tried.empty() ? "" : ", ").append(narrow(candidate));
-    if (siteList == Found::kYes && bComplete(candidate, findings)) return rehearse(device, candidate, findings);
+    if (siteList != Found::kYes) continue;
+    KeptFindings here;
+    const bool bTaken = bComplete(candidate, here);
+    if (bTaken) passedOver.passOn(true, findings);
+    here.passOn(false, bTaken ? findings : static_cast<Findings&>(passedOver));
+    if (bTaken) return rehearse(device, candidate, findings);
   }
+  passedOver.passOn(false, findings);
   findings.put(bAllSeen ? State::kProblem : State::kUnknown, kId,
                "None of the places that are searched holds a site list and all key files: " + tried,
                bAllSeen ? remedyFor(source) : kLookAsRoot);

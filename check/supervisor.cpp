@@ -88,22 +88,21 @@ class Supervision {
 
   void tellWhyNotComplete() {
     const Begun& begun = m_receiver.begun();
-    const std::string what = begun.waitsFor.empty() ? begun.id : begun.waitsFor;
-    const std::string id = begun.id.empty() ? kRun : begun.id;
-    Check check{id, {}, State::kUnknown, {}, {}};
+    const std::string what = begun.waitsFor.empty() ? "the checks from " + begun.id + " on" : begun.waitsFor;
+    Check check{begun.waitsFor.empty() ? kRun : begun.id, {}, State::kUnknown, {}, {}};
     if (!m_bOverdue) {
       int status = 0;
       retryInterrupted([&] { return ::waitpid(m_process, &status, 0); });
-      check.fact = WIFSIGNALED(status)
-                       ? "The look at " + what + " was ended by signal " + std::to_string(WTERMSIG(status)) + "."
-                       : "The look at " + what + " ended for want of memory.";
+      check.fact = WIFSIGNALED(status) ? "There was no end of " + what + ": a signal ended the look, " +
+                                             std::to_string(WTERMSIG(status)) + "."
+                                       : "There was no end of " + what + ", for want of memory.";
       check.remedy = "Run it again; report it where that does not help.";
-    } else if (m_bNetwork) {
+    } else if (!begun.waitsFor.empty()) {
       check.state = State::kProblem;
-      check.fact = "There was no end within the time for the network: " + what + ".";
+      check.fact = "There was no end of " + what + " within the time for the network.";
       check.remedy = "Check the name service, the network and the server; a transfer would wait for them, too.";
     } else {
-      check.fact = "There was no end within the time for all checks: " + what + ".";
+      check.fact = "There was no end of " + what + " within the time for all.";
       check.remedy = "Look for a file system that does not answer, or a device that is overloaded.";
     }
     m_receiver.report().checks.push_back(std::move(check));
