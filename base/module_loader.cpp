@@ -58,16 +58,21 @@ Result<void*> loadJudged(OpenedFile part, const char* symbol) {
 
 }  // namespace
 
-Result<void*> loadModuleSymbol(const std::string& name, const char* symbol) {
+Result<OpenedFile> findModule(const std::string& name) {
   const std::string file = "keltconfig-" + name + ".so";
   const Trust trust = ownersOfParts();
   for (const std::string& directory : {directoryOfBinary(), std::string(KELT_MODULE_DIR)}) {
     if (directory.empty()) continue;
     auto part = openTrusted(AT_FDCWD, "", directory + "/" + file, trust);
-    if (part) return loadJudged(std::move(part).value(), symbol);
-    if (part.error().kind != ErrorKind::kNotFound) return part.error();
+    if (part || part.error().kind != ErrorKind::kNotFound) return part;
   }
   return Error{ErrorKind::kNotFound, 0, file + ": not installed"};
+}
+
+Result<void*> loadModuleSymbol(const std::string& name, const char* symbol) {
+  auto part = findModule(name);
+  if (!part) return part.error();
+  return loadJudged(std::move(part).value(), symbol);
 }
 
 }  // namespace kelt::base

@@ -4,8 +4,13 @@
 #include <string>
 
 #include "base/result.h"
+#include "base/trusted_file.h"
 
 namespace kelt::base {
+
+/// Finds and judges the shared object "keltconfig-<name>.so" as loadModuleSymbol does, and loads nothing. Errors:
+/// kNotFound, kRefused, kSystem as there.
+[[nodiscard]] Result<OpenedFile> findModule(const std::string& name);
 
 /// Loads the shared object "keltconfig-<name>.so" and looks up `symbol`. It is taken by absolute path from the
 /// directory of the running binary, or else from the installation's library directory; never through a search path, so

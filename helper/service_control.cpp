@@ -20,7 +20,6 @@ namespace {
 constexpr const wchar_t* kSource = L"keltcfg";
 constexpr const wchar_t* kLoadElement = L"LoadOrvPluginCommand";
 
-using base::Result;
 using platform::ConfigDirectory;
 using platform::ConfigFile;
 
@@ -52,8 +51,8 @@ const char* complaintAbout(ConfigDirectory::State state) {
 /// Calls `take` with the name of each product but the agent, in the order of the directory, and what its file came to.
 /// Errors: those of usable(), with nothing called, and of listed().
 template <typename Take>
-base::Status forEachPlugIn(ConfigDirectory& directory, Take take) {
-  if (base::Status usable = directory.usable(); !usable) return usable;
+Status forEachPlugIn(ConfigDirectory& directory, Take take) {
+  if (Status usable = directory.usable(); !usable) return usable;
   while (const auto name = directory.next()) {
     if (!ConfigDirectory::bAgent(*name)) take(*name, directory.load(*name));
   }
@@ -80,8 +79,8 @@ void forgiveDebts() {
   settle(Owed::kPlugIns);
 }
 
-bool bRefusedBySystem(const base::Error& error) {
-  return error.kind == base::ErrorKind::kSystem;
+bool bRefusedBySystem(const Error& error) {
+  return error.kind == ErrorKind::kSystem;
 }
 
 /// Tells that what was kept is used.
@@ -89,8 +88,8 @@ void logReserve() {
   logError(kSource, L"What starts the agent cannot be read; it is started as it was configured before the stop.");
 }
 
-base::Error noMemory() {
-  return {base::ErrorKind::kSystem, ENOMEM, "out of memory"};  // short enough to need none
+Error noMemory() {
+  return {ErrorKind::kSystem, ENOMEM, "out of memory"};  // short enough to need none
 }
 
 /// Runs those of the kept commands that were not read anew.
@@ -175,7 +174,7 @@ Result<ReservedStart> unixCommandLineHelper::readStart() const {
   auto start = readStartCommand();
   if (!start) return start.error();
   ReservedStart all{std::move(start).value(), {}};
-  base::Status refused;
+  Status refused;
   ConfigDirectory directory = openConfigDirectory();
   const auto listed = forEachPlugIn(directory, [&](const std::string& name, const Result<ConfigFile>& file) {
     // A file that is missing or malformed names no command; one that the system refuses might.

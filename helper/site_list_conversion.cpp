@@ -26,7 +26,7 @@ const char* asText(const ABuffer& buffer) {
 }
 
 /// Whoever may write to the directory may put a link there at any moment, which must not lead to another file.
-base::Status replace(const std::string& path, const std::string& utf8) {
+Status replace(const std::string& path, const std::string& utf8) {
   return base::replaceFileNotLink(path, {reinterpret_cast<const unsigned char*>(utf8.data()), utf8.size()});
 }
 
@@ -69,7 +69,7 @@ bool unixCommandLineHelper::ConvertSiteListToUTF8(std::wstring path) const {
   } else if (!ConvertToUtf8(asText(content), utf8)) {
     problem = "this system has no such conversion, or no memory for it";
   } else if (const auto done = replace(file, utf8); !done) {
-    problem = done.error().kind == base::ErrorKind::kRefused ? "it is a symbolic link" : "it cannot be written";
+    problem = done.error().kind == ErrorKind::kRefused ? "it is a symbolic link" : "it cannot be written";
   }
   tell(file, problem);
   return problem == nullptr;

@@ -16,9 +16,6 @@
 namespace kelt::helper {
 namespace {
 
-using base::Error;
-using base::ErrorKind;
-
 /// Far beyond any mark.
 constexpr std::size_t kMaxSize = 4096;
 
@@ -45,18 +42,45 @@ std::optional<BegunWork> workIn(std::string_view text) {
   return std::nullopt;
 }
 
-const char* whyNoMark(const struct stat& info) {
+const char* whyNoMark(const struct stat& info, uid_t owner) {
   if (!S_ISREG(info.st_mode)) return "is not a regular file";
-  if (info.st_uid != ::geteuid()) return "belongs to somebody else";
+  if (info.st_uid != owner) return "belongs to somebody else";
   if (info.st_nlink != 1) return "has other names";
   if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) return "can be written by others";
   return nullptr;
 }
 
+Result<BegunWork> readMark(const base::Place& place, const std::string& path, uid_t owner) {
+  const int directory = place.directory.get();
+  const char* const name = place.name.c_str();
+  const auto refused = [&](const char* why) { return Error{ErrorKind::kRefused, 0, path + " " + why}; };
+  struct stat info {};
+  // Looked at before it is opened: merely opening a device can have an effect.
+  if (::fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW) != 0) return base::systemError("examine " + path);
+  if (const char* why = whyNoMark(info, owner)) return refused(why);
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  const base::UniqueFd file(base::retryInterrupted([&] { return ::openat(directory, name, kFlags); }));
+  if (!file || ::fstat(file.get(), &info) != 0) return base::systemError("open " + path);
+  if (const char* why = whyNoMark(info, owner)) return refused(why);
+  // The file that is read is the one that was judged, whatever has its name by now.
+  const auto content = base::readAll(file.get(), path, kMaxSize);
+  if (!content) return content.error();
+  auto found = workIn({reinterpret_cast<const char*>(content.value().data()), content.value().size()});
+  if (!found) return refused("is no mark of unfinished work");
+  return std::move(*found);
+}
+
 }  // namespace
 
+Result<BegunWork> inspectMark(uid_t owner) {
+  const std::string path = inAgentDataDirectory(paths::kUnfinishedWork);
+  const auto place = base::openPlace(path);
+  if (!place) return place.error();
+  return readMark(place.value(), path, owner);
+}
+
 WorkMark::WorkMark() : m_path(inAgentDataDirectory(paths::kUnfinishedWork)) {
-  const base::Status status = find();
+  const Status status = find();
   if (status || status.error().kind == ErrorKind::kNotFound) return;
   if (status.error().kind == ErrorKind::kSystem) {
     logProblem("Whether an earlier run left work unfinished is not known: " + status.error().message);
@@ -69,39 +93,26 @@ WorkMark::~WorkMark() {
   if (m_bOwn) end();
 }
 
-base::Status WorkMark::find() {
-  base::Status opened = open();
+Status WorkMark::find() {
+  Status opened = open();
   // A directory that the system refuses for once must not pass for one that holds no mark.
   if (!opened && opened.error().kind == ErrorKind::kSystem) opened = open();
   return opened ? read() : opened;
 }
 
-base::Status WorkMark::open() {
+Status WorkMark::open() {
   auto place = base::openPlace(m_path);
   if (!place) return place.error();
   m_place = std::move(place).value();
   return {};
 }
 
-base::Status WorkMark::read() {
-  const int directory = m_place.directory.get();
-  const char* const name = m_place.name.c_str();
-  const auto refused = [&](const char* why) { return Error{ErrorKind::kRefused, 0, m_path + " " + why}; };
-  struct stat info {};
-  // Looked at before it is opened: merely opening a device can have an effect.
-  if (::fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW) != 0) return base::systemError("examine " + m_path);
-  if (const char* why = whyNoMark(info)) return refused(why);
-  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-  const base::UniqueFd file(base::retryInterrupted([&] { return ::openat(directory, name, kFlags); }));
-  if (!file || ::fstat(file.get(), &info) != 0) return base::systemError("open " + m_path);
-  if (const char* why = whyNoMark(info)) return refused(why);
-  // The file that is read is the one that was judged, whatever has its name by now.
-  const auto content = base::readAll(file.get(), m_path, kMaxSize);
-  if (!content) return content.error();
-  m_found = workIn({reinterpret_cast<const char*>(content.value().data()), content.value().size()});
-  if (!m_found) return refused("is no mark of unfinished work");
+Status WorkMark::read() {
+  auto found = readMark(m_place, m_path, ::geteuid());
+  if (!found) return found.error();
+  m_found = std::move(found).value();
   // A killed run may have left it in memory only.
-  static_cast<void>(base::syncDirectory(directory, m_path));
+  static_cast<void>(base::syncDirectory(m_place.directory.get(), m_path));
   return {};
 }
 
@@ -116,16 +127,16 @@ bool WorkMark::adopt(Work work) noexcept {
   return true;
 }
 
-base::Status WorkMark::write(const std::string& text) {
+Status WorkMark::write(const std::string& text) {
   // None that could not be removed again.
-  const base::Status opened = m_place.directory ? base::Status() : open();
+  const Status opened = m_place.directory ? Status() : open();
   return opened ? base::makeFreshFile(m_path, text) : opened;
 }
 
 void WorkMark::begin(const BegunWork& work) {
   m_bOwn = true;  // also where it fails: the mark is there all the same when only its last sync failed
   const std::string text = textOf(work);
-  base::Status done = write(text);
+  Status done = write(text);
   if (!done) done = write(text);
   if (!done) logProblem("No mark of unfinished work could be made: " + done.error().message);
 }

@@ -8,6 +8,7 @@
 
 #include <optional>
 #include <string>
+#include <sys/types.h>
 
 #include "base/file_place.h"
 #include "base/result.h"
@@ -22,6 +23,10 @@ struct BegunWork {
   Work work{};
   std::string plan;  ///< what whoever finishes it has to know: lines of its own, each with its line end
 };
+
+/// What the mark says, for whoever only wants to know: nothing is removed, synced or logged. It counts as that of the
+/// user `owner`. Errors: kNotFound; kRefused, for one that is none; kSystem.
+[[nodiscard]] Result<BegunWork> inspectMark(uid_t owner);
 
 /// The mark, for whoever holds the instance lock.
 class WorkMark {
@@ -50,10 +55,10 @@ class WorkMark {
   void end() noexcept;
 
  private:
-  [[nodiscard]] base::Status find();
-  [[nodiscard]] base::Status open();
-  [[nodiscard]] base::Status read();
-  [[nodiscard]] base::Status write(const std::string& text);
+  [[nodiscard]] Status find();
+  [[nodiscard]] Status open();
+  [[nodiscard]] Status read();
+  [[nodiscard]] Status write(const std::string& text);
   void refuse(const std::string& why) const;
 
   std::string m_path;

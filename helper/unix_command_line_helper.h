@@ -104,12 +104,12 @@ class unixCommandLineHelper : public CommandLineHelper {
 
   /// The steps of a start, in helper/service_control.cpp. `reserved` may be null; `bDespiteDirectory` is whether it
   /// counts where the configuration directory cannot be opened, too.
-  [[nodiscard]] base::Result<PreparedCommand> readStartCommand() const;
-  [[nodiscard]] base::Result<ReservedStart> readStart() const;
+  [[nodiscard]] Result<PreparedCommand> readStartCommand() const;
+  [[nodiscard]] Result<ReservedStart> readStart() const;
   [[nodiscard]] std::optional<ReservedStart> readStartInAdvance() const noexcept;
   void loadPlugInsAnewOr(ReservedStart* reserved, bool bDespiteDirectory) const noexcept;
   [[nodiscard]] bool loadPlugInsAnew(ReservedStart* reserved, bool bDespiteDirectory) const;
-  void loadPlugIn(const base::Result<platform::ConfigFile>& file, ReservedPlugIn* kept) const;
+  void loadPlugIn(const Result<platform::ConfigFile>& file, ReservedPlugIn* kept) const;
 
   std::wstring m_versionString;
   std::wstring m_sourceDir;

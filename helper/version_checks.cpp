@@ -54,7 +54,7 @@ bool bMeet(const std::vector<std::wstring_view>& installed, const std::vector<st
 
 /// The agent's configuration, whoever may write to it: it is asked what is installed and decides nothing that root
 /// does.
-base::Result<platform::ConfigFile> loadAgentConfig() {
+Result<platform::ConfigFile> loadAgentConfig() {
   platform::ConfigDirectory directory(paths::kConfigDir);
   auto config = directory.loadAgent(platform::ConfigUse::kInforms);
   if (!config) platform::logRefusal(config.error());

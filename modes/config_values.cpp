@@ -15,9 +15,6 @@ namespace {
 
 namespace paths = helper::paths;
 
-/// A longer configuration file is not edited.
-constexpr std::size_t kMaxConfigSize = 4095;
-
 }  // namespace
 
 std::wstring getORVConfPath() {
@@ -34,25 +31,31 @@ void getconfigPath(std::string& path) {
 }
 
 int load_file_to_buffer(const std::string& path, std::string& content) {
-  const auto text = base::readText(path, kMaxConfigSize);
+  const auto text = base::readText(path, kMaxEditedConfig);
   if (!text) return 0;
   content = text.value().substr(0, text.value().find('\0'));
   return 1;
 }
 
-bool update_value_to_file(const std::string& content, const std::string& name, std::string value, std::string& path) {
+std::optional<std::string> withValue(const std::string& content, const std::string& name, std::string value) {
   // As text, not as XML: every byte of the agent's file but the value stays as it is.
   const std::string startTag = "<" + name + ">";
   const std::size_t start = content.find(startTag);
   // Looked for from the start of the file, not from the start tag.
   const std::size_t end = content.find("</" + name + ">");
-  if (start == std::string::npos || end == std::string::npos) return false;
+  if (start == std::string::npos || end == std::string::npos) return std::nullopt;
 
   std::string updated = std::move(value);
   updated.insert(0, content, 0, start + startTag.size());
   updated.append(content, end);
+  return updated;
+}
+
+bool update_value_to_file(const std::string& content, const std::string& name, std::string value, std::string& path) {
+  const auto updated = withValue(content, name, std::move(value));
+  if (!updated) return false;
   // A failure leaves the old file, which holds a value that the agent can work with; callers do not act on it.
-  static_cast<void>(base::bAskedTwice([&] { return base::replaceFile(path, updated).ok(); }));
+  static_cast<void>(base::bAskedTwice([&] { return base::replaceFile(path, *updated).ok(); }));
   return true;
 }
 

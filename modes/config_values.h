@@ -1,13 +1,17 @@
 #pragma once
 // The agent's directories, its key files, and single values of its configuration file, edited as text.
 
+#include <cstddef>
+#include <optional>
 #include <string>
 
 namespace kelt::modes {
 
+/// The most bytes of a configuration file that is edited.
+inline constexpr std::size_t kMaxEditedConfig = 4095;
+
 /// The installation and scratch directories, "/opt/Quorvane/orv/" and "/opt/Quorvane/orv/scratch/", both with the
-/// trailing
-/// "/".
+/// trailing "/".
 [[nodiscard]] std::wstring getORVConfPath();
 [[nodiscard]] std::wstring getORVScratchPath();
 
@@ -17,6 +21,11 @@ void getconfigPath(std::string& path);
 
 /// Reads a file of at most 4095 bytes, up to its first zero byte. Returns 1, or 0 with `content` unchanged.
 int load_file_to_buffer(const std::string& path, std::string& content);
+
+/// `content` with `value` between the first "<name>" and the first "</name>" in it; nothing where one of the tags is
+/// missing.
+[[nodiscard]] std::optional<std::string> withValue(const std::string& content, const std::string& name,
+                                                   std::string value);
 
 /// Puts `value` between the first "<name>" and the first "</name>" of `content` and replaces the file at `path` by the
 /// result. Returns false, with nothing written, where one of the tags is missing; a failed write is not reported and

@@ -1,11 +1,9 @@
-// Whether a source directory holds every key file that the managed switch copies.
+#include "modes/key_file_check.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "base/console.h"
 #include "base/utf.h"
@@ -37,79 +35,100 @@ constexpr std::array kKeyFiles{
     KeyFile{paths::kServerKey, paths::kServerKey2048},
 };
 
+/// One examination of a directory: what was found missing so far.
+class KeyFileCheck {
+ public:
+  explicit KeyFileCheck(const std::string& directory) : m_directory(directory) {}
+
+  KeyFileFinding examine(const KeyFile& file) {
+    const std::string path = m_directory + file.name;
+    switch (helper::presenceForReading(path)) {
+      case Presence::kThere:
+        return {path, stateOf(path)};
+      case Presence::kUnknown:
+        return {path, KeyFileState::kInaccessible};
+      case Presence::kAbsent:
+        break;
+    }
+    // Also beside a full form that cannot be examined: that one is not known to be missing.
+    if (file.fullForm != nullptr && !bMissing(file.fullForm)) return {path, KeyFileState::kToBeMade};
+    m_missing.emplace_back(file.name);
+    return {path, KeyFileState::kMissing};
+  }
+
+ private:
+  /// Whether what is there can be a key file.
+  static KeyFileState stateOf(const std::string& path) {
+    const auto size = helper::sizeOf(path);
+    if (!size) return KeyFileState::kNotRegular;
+    return *size > platform::kMaxKeyFileSize ? KeyFileState::kTooLarge : KeyFileState::kThere;
+  }
+
+  [[nodiscard]] bool bMissing(std::string_view name) const {
+    return std::find(m_missing.begin(), m_missing.end(), name) != m_missing.end();
+  }
+
+  const std::string& m_directory;
+  std::vector<std::string_view> m_missing;  // names of files
+};
+
 bool complain(const char* text, const std::string& path) {
   base::printLine(text + path);
   return false;
 }
 
-/// Why what stands at `path` is no key file; null where it is one. Nothing is opened: a pipe would block.
-const char* whyNoKeyFile(const std::string& path) {
-  const auto size = helper::sizeOf(path);
-  if (!size) return ": not a regular file";
-  return *size > platform::kMaxKeyFileSize ? ": larger than any key file" : nullptr;
-}
-
-/// Looks at what is there. Returns false, with a line on the console and the reason in the log, where it is no key
-/// file.
-bool checkContent(const std::string& path) {
-  const char* const problem = whyNoKeyFile(path);
-  if (problem == nullptr) return true;
+/// For what is there and cannot be a key file: the log says why not.
+bool refuse(const std::string& path, const char* problem) {
   helper::logProblem(path + problem);
   return complain(messages::kKeyFileInaccessible, path);
 }
 
 /// Where this fails, copying the file fails later and says so.
-void makeEmpty(const std::string& path) {
+bool makeEmpty(const std::string& path) {
   AFile file;
   if (file.openAlways(base::toWide(path))) file.close();
+  return true;
 }
 
-/// One check of a directory, file by file.
-class KeyFileCheck {
- public:
-  explicit KeyFileCheck(std::string directory) : m_directory(std::move(directory)) {}
-
-  /// Prints what is wrong with the file, or makes it where that helps. Returns false when something was wrong.
-  bool check(const KeyFile& file) {
-    const std::string path = m_directory + file.name;
-    switch (helper::presenceForReading(path)) {
-      case Presence::kThere:
-        return checkContent(path);
-      case Presence::kUnknown:
-        return complain(messages::kKeyFileInaccessible, path);
-      case Presence::kAbsent:
-        break;
-    }
-    // Also beside a full form that cannot be examined: that one is not known to be missing.
-    if (file.fullForm != nullptr && !bMissing(file.fullForm)) {
-      makeEmpty(path);
+/// Prints what is wrong with a file, or makes it where that helps. Returns false when something was wrong.
+bool settle(const KeyFileFinding& file) {
+  switch (file.state) {
+    case KeyFileState::kThere:
       return true;
-    }
-    m_missing.emplace_back(file.name);
-    return complain(messages::kKeyFileMissing, path);
+    case KeyFileState::kToBeMade:
+      return makeEmpty(file.path);
+    case KeyFileState::kMissing:
+      return complain(messages::kKeyFileMissing, file.path);
+    case KeyFileState::kInaccessible:
+      return complain(messages::kKeyFileInaccessible, file.path);
+    case KeyFileState::kNotRegular:
+      return refuse(file.path, ": not a regular file");
+    case KeyFileState::kTooLarge:
+      return refuse(file.path, ": larger than any key file");
   }
+  return false;
+}
 
- private:
-  [[nodiscard]] bool bMissing(std::string_view name) const {
-    return std::find(m_missing.begin(), m_missing.end(), name) != m_missing.end();
-  }
-
-  std::string m_directory;
-  std::vector<std::string_view> m_missing;  // names of files
-};
-
-/// Checks every file, also after a problem, so that the user hears of all of them at once.
+/// Settles every file, also after a problem, so that the user hears of all of them at once.
 bool checkKeyFiles(const std::string& directory) {
-  KeyFileCheck files(directory);
   bool bComplete = true;
-  for (const KeyFile& file : kKeyFiles) {
-    if (!files.check(file)) bComplete = false;
+  for (const KeyFileFinding& file : examineKeyFiles(directory)) {
+    if (!settle(file)) bComplete = false;
   }
   if (!bComplete) base::printLine(messages::keyFilesIncomplete(directory));
   return bComplete;
 }
 
 }  // namespace
+
+std::vector<KeyFileFinding> examineKeyFiles(const std::string& directory) {
+  KeyFileCheck check(directory);
+  std::vector<KeyFileFinding> findings;
+  for (const KeyFile& file : kKeyFiles)
+    findings.push_back(check.examine(file));
+  return findings;
+}
+
 }  // namespace kelt::modes
 
 namespace kelt::helper {

@@ -27,17 +27,13 @@ namespace {
 
 namespace paths = helper::paths;
 
-enum class SiteListContent { kUnloadable, kNoSites, kNoServer, kServer };
-
 /// What the site list at `path` holds. One that does not load is taken for Latin-1, converted where it stands, and
 /// loaded again: one that the system merely refused for once would be spoilt by that.
 SiteListContent examine(const helper::unixCommandLineHelper& helper, const std::string& path) {
   SiteList siteList;
   const auto load = [&] { return siteList.load(path); };
   const bool bLoaded = base::bAskedTwice(load) || (helper.ConvertSiteListToUTF8(base::toWide(path)) && load());
-  if (!bLoaded) return SiteListContent::kUnloadable;
-  if (!siteList.bHasSites()) return SiteListContent::kNoSites;
-  return siteList.bHasServerAddress() ? SiteListContent::kServer : SiteListContent::kNoServer;
+  return bLoaded ? siteList.content() : SiteListContent::kUnloadable;
 }
 
 void logKept(const char* why, const std::string& path) {

@@ -5,6 +5,9 @@
 namespace kelt::modes {
 namespace {
 
+constexpr const wchar_t* kServer = L"SpipeSite";
+constexpr const wchar_t* kAddress = L"ServerIP";
+
 /// The element that holds the servers. Returns whether there is one.
 bool findSites(AnXml& document, AnXmlNode& sites) {
   return AnXmlNode(&document).getExistingChild(&sites, L"SiteList", nullptr, nullptr, nullptr, nullptr);
@@ -12,30 +15,37 @@ bool findSites(AnXml& document, AnXmlNode& sites) {
 
 /// The first server, or the first with the attribute `attribute`. Returns whether there is one.
 bool findServer(const AnXmlNode& sites, AnXmlNode& server, const wchar_t* attribute = nullptr) {
-  return sites.getExistingChild(&server, L"SpipeSite", attribute, nullptr, nullptr, nullptr);
+  return sites.getExistingChild(&server, kServer, attribute, nullptr, nullptr, nullptr);
 }
 
 }  // namespace
 
-bool SiteList::load(const std::string& path) {
-  return m_document.useExistingFile(base::toWide(path).c_str(), L"ns:SiteLists", nullptr, nullptr);
+SiteListContent contentOf(AnXml& siteList) {
+  AnXmlNode sites;
+  AnXmlNode server;
+  if (!findSites(siteList, sites)) return SiteListContent::kNoSites;
+  return findServer(sites, server, kAddress) ? SiteListContent::kServer : SiteListContent::kNoServer;
 }
 
-bool SiteList::bHasSites() {
+std::vector<std::string> serversOf(AnXml& siteList) {
   AnXmlNode sites;
-  return findSites(m_document, sites);
+  std::vector<std::string> addresses;
+  if (!findSites(siteList, sites)) return addresses;
+  AnXmlChildIndex servers(&sites, kServer);
+  AString address;
+  while (servers.moveNext(kAddress, &address))
+    addresses.push_back(base::toUtf8(address.str()));
+  return addresses;
+}
+
+bool SiteList::load(const std::string& path) {
+  return m_document.useExistingFile(base::toWide(path).c_str(), kSiteListRoot, nullptr, nullptr);
 }
 
 bool SiteList::bHasServer() {
   AnXmlNode sites;
   AnXmlNode server;
   return findSites(m_document, sites) && findServer(sites, server);
-}
-
-bool SiteList::bHasServerAddress() {
-  AnXmlNode sites;
-  AnXmlNode server;
-  return findSites(m_document, sites) && findServer(sites, server, L"ServerIP");
 }
 
 bool SiteList::removeServers() {

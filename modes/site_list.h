@@ -2,10 +2,27 @@
 // The site list: which servers manage the agent.
 
 #include <string>
+#include <vector>
 
 #include "platform/anxml.h"
 
 namespace kelt::modes {
+
+/// The name of its root element.
+inline constexpr const wchar_t* kSiteListRoot = L"ns:SiteLists";
+
+enum class SiteListContent {
+  kUnloadable,
+  kNoSites,   ///< without "SiteList"
+  kNoServer,  ///< without a server that has an address
+  kServer,
+};
+
+/// What the loaded site list holds: any but kUnloadable.
+[[nodiscard]] SiteListContent contentOf(AnXml& siteList);
+
+/// The addresses of its servers, in their order, an empty one where a server has none.
+[[nodiscard]] std::vector<std::string> serversOf(AnXml& siteList);
 
 /// A site list in memory: under the root "ns:SiteLists" an element "SiteList", and in that a "SpipeSite" for each
 /// server. One that was not loaded holds nothing. Operations may throw std::bad_alloc.
@@ -15,12 +32,11 @@ class SiteList {
   /// another root.
   [[nodiscard]] bool load(const std::string& path);
 
-  /// Whether it has the element that holds the servers.
-  [[nodiscard]] bool bHasSites();
+  /// As contentOf.
+  [[nodiscard]] SiteListContent content() { return contentOf(m_document); }
 
-  /// Whether it has a server, and one with an address.
+  /// Whether it has a server, with an address or without.
   [[nodiscard]] bool bHasServer();
-  [[nodiscard]] bool bHasServerAddress();
 
   /// Removes every server. Returns false when there was none.
   bool removeServers();

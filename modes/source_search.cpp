@@ -1,4 +1,4 @@
-// Finding the directory that holds the files for the managed switch.
+#include "modes/source_search.h"
 
 #include <utility>
 
@@ -23,14 +23,20 @@ bool findSiteList(const std::string& directory) {
 }
 
 }  // namespace
+
+std::array<std::wstring, 3> sourceCandidates(const std::wstring& sourceDir, const std::wstring& currentDir) {
+  std::wstring joined = currentDir;
+  joined.append(L"/").append(sourceDir);
+  return {sourceDir, std::move(joined), currentDir};
+}
+
 }  // namespace kelt::modes
 
 namespace kelt::helper {
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is given
 int unixCommandLineHelper::PrepareORVForManagedMode(std::wstring sourceDir, std::wstring currentDir) {
-  std::wstring joined = currentDir;
-  joined.append(L"/").append(sourceDir);
-  for (const std::wstring& candidate : {std::move(sourceDir), std::move(joined), std::move(currentDir)}) {
+  for (const std::wstring& candidate : modes::sourceCandidates(sourceDir, currentDir)) {
     const std::string directory = base::toUtf8(candidate);
     if (!modes::findSiteList(directory)) continue;
     SetSourceDir(candidate);

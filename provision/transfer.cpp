@@ -7,6 +7,7 @@
 #include "base/console.h"
 #include "provision/messages.h"
 #include "provision/server_address.h"
+#include "provision/server_probe.h"
 #include "provision/wiping_memory.h"
 
 namespace kelt::provision {
@@ -14,9 +15,9 @@ namespace kelt::provision {
 std::string sB64data;
 Reply serverReply(sB64data);
 
-namespace {
+const char* const kPackagePath = "/remote/RepositoryMgmt.PackageManagedAgentFilesCmd.do";
 
-constexpr const char* kPath = "/remote/RepositoryMgmt.PackageManagedAgentFilesCmd.do";
+namespace {
 
 /// A handle, which holds the password, and what libcurl holds for all of them.
 struct EndTransfer {
@@ -48,7 +49,7 @@ void keepNoSessions(CURL* curl) {
 
 /// The server's certificate is not verified, as designed: the device has nothing yet to verify it with.
 void setOptions(CURL* curl, const ServerAccess& access) {
-  const std::string url = "https://" + access.server + kPath;
+  const std::string url = "https://" + access.server + kPackagePath;
   setText(curl, CURLOPT_URL, url);
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);

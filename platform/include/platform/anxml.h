@@ -10,8 +10,10 @@
 // name or value counts as the empty one. Want of memory is std::bad_alloc, throughout.
 
 #include <memory>
+#include <span>
 #include <string>
 
+#include "base/result.h"
 #include "platform/astring.h"
 
 namespace kelt::platform {
@@ -31,6 +33,13 @@ class AnXml {
   /// Returns false, with the document empty, for a missing file, one that is refused (see above) or another root.
   [[nodiscard]] bool useExistingFile(const wchar_t* path, const wchar_t* rootName, const wchar_t* reserved1,
                                      const wchar_t* reserved2);
+
+  /// The same for whoever wants to know why not, with path and root name in UTF-8 and without a line in the log.
+  /// Errors: kNotFound; kRefused for what is no regular file; kMalformed, with line and column; kTooLarge; kSystem.
+  [[nodiscard]] kelt::Status load(const std::string& path, const std::string& rootName);
+
+  /// The same for a document in memory.
+  [[nodiscard]] kelt::Status load(std::span<const unsigned char> bytes, const std::string& rootName);
 
   /// The same, but a missing file starts a new document with that root. A file that is there and does not load is a
   /// failure and stays as it is.

@@ -2,6 +2,7 @@
 // A named lock between processes that no killed holder leaves behind.
 
 #include <string>
+#include <sys/types.h>
 
 #include "base/result.h"
 #include "base/unique_fd.h"
@@ -29,6 +30,10 @@ class InterProcessWriteLock {
 
   /// Takes the lock if that is possible without waiting, or holds it already. Returns non-zero then.
   [[nodiscard]] int tryLock();
+
+  /// Looks how the named lock stands for a process of the user `owner`, and takes, makes and changes nothing: whether
+  /// somebody holds it. Errors, as lock() would fail by them: kRefused; kSystem, where it cannot be examined.
+  [[nodiscard]] static kelt::Result<bool> held(const std::string& name, uid_t owner);
 
   /// Removes the named object. To be called while holding the lock (tryLock), as the last act before its destruction:
   /// whoever waits for it then starts again with a new file.

@@ -8,3 +8,6 @@ void logInfo(const wchar_t* source, const wchar_t* message);
 
 /// The same, marked "E".
 void logError(const wchar_t* source, const wchar_t* message);
+
+/// From here on nothing is logged in this process: for a program that is to change nothing.
+void closeLog();

@@ -45,6 +45,12 @@ class CryptoEngine {
   /// asked for a passphrase.
   [[nodiscard]] virtual Result<base::SecretBytes> secretKey(std::span<const unsigned char> file) = 0;
 
+  /// The size in bits of such a key: of a public one, or with `bSecret` of a secret one. Errors as there.
+  [[nodiscard]] virtual Result<unsigned> keySize(bool bSecret, std::span<const unsigned char> file) = 0;
+
+  /// The library's own name and version, for instance "OpenSSL 3.0.17 1 Jul 2025"; does not need to be started.
+  [[nodiscard]] virtual const char* version() const = 0;
+
   /// SHA-256, 32 bytes. Errors: kSystem; kRefused while the engine is stopped.
   [[nodiscard]] virtual Result<std::vector<unsigned char>> sha256(std::span<const unsigned char> data) = 0;
 };

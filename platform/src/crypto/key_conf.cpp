@@ -7,6 +7,7 @@
 #include "crypto/key_store.h"
 
 #include "platform/crypto.h"
+#include "platform/key_inspection.h"
 #include "platform/refusals.h"
 
 namespace quorvane_com::QV::crypto {
@@ -15,10 +16,7 @@ namespace {
 constexpr const char* kFileName = "keyconf.ini";
 constexpr std::size_t kMaxSize = 256;
 
-struct Values {
-  Mode mode = Mode::kNonFips;
-  KeySize keySize = KeySize::kLower;
-};
+using Values = kelt::platform::KeyRecord;
 
 /// Cuts the first line off `text`, without its line end.
 std::string_view takeLine(std::string_view& text) {
@@ -62,22 +60,25 @@ std::optional<Values> parse(std::string_view text) {
   return Values{*mode, *keySize};
 }
 
+/// The record in what was read of the key store `store`.
+kelt::Result<Values> recordIn(const kelt::Result<kelt::base::SecretBytes>& file, const std::string& store) {
+  if (!file) return file.error();
+  const auto values = parse(std::string(file.value().begin(), file.value().end()));
+  if (values) return *values;
+  const std::string why = store + "/" + kFileName + ": is no record of mode and key size";
+  return kelt::Error{kelt::ErrorKind::kMalformed, 0, why};
+}
+
 std::optional<Values> readValues() {
   const std::string store = kelt::platform::keyStorePath();
   const auto read = [&] { return kelt::platform::readStored(store, kFileName, kMaxSize); };
   auto file = read();
   // What the system refuses for once must not pass for a record that is not there.
   if (!file && file.error().kind == kelt::ErrorKind::kSystem) file = read();
-  if (!file) {
-    kelt::platform::logRefusal(file.error());
-    return std::nullopt;
-  }
-  const auto values = parse(std::string(file.value().begin(), file.value().end()));
-  if (!values) {
-    const std::string why = store + "/" + kFileName + ": is no record of mode and key size";
-    kelt::platform::logRefusal({kelt::ErrorKind::kMalformed, 0, why});
-  }
-  return values;
+  const auto values = recordIn(file, store);
+  if (values) return values.value();
+  kelt::platform::logRefusal(values.error());
+  return std::nullopt;
 }
 
 /// Logs why something was not done, if it was not. Returns whether it was.
@@ -118,3 +119,8 @@ bool KeyConf::SetCryptoMode(Mode mode, KeySize keySize) {
 }
 
 }  // namespace quorvane_com::QV::crypto
+
+kelt::Result<kelt::platform::KeyRecord> kelt::platform::inspectKeyRecord(const std::string& store, uid_t owner) {
+  namespace crypto = quorvane_com::QV::crypto;
+  return crypto::recordIn(readStoredAsItIs(store, crypto::kFileName, crypto::kMaxSize, owner), store);
+}

@@ -53,8 +53,8 @@ Status setMode(int fd, mode_t mode, const std::string& path) {
   return base::systemError("set the mode of " + path);
 }
 
-/// Opens the directory, judges it by what was opened, and takes the rights of others away.
-Result<base::UniqueFd> openKeyStore(const std::string& path) {
+/// Opens the directory and judges it by what was opened.
+Result<base::UniqueFd> openAsItIs(const std::string& path, uid_t owner) {
   base::UniqueFd directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!directory) {
     if (errno == ENOTDIR || errno == ELOOP) return refused(path, "is not a directory");
@@ -62,7 +62,17 @@ Result<base::UniqueFd> openKeyStore(const std::string& path) {
   }
   struct stat info {};
   if (::fstat(directory.get(), &info) != 0) return base::systemError("examine " + path);
-  if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
+  if (info.st_uid != owner) return refused(path, "belongs to somebody else");
+  return directory;
+}
+
+/// The same, and takes the rights of others away.
+Result<base::UniqueFd> openKeyStore(const std::string& path) {
+  auto opened = openAsItIs(path, ::geteuid());
+  if (!opened) return opened.error();
+  base::UniqueFd directory = std::move(opened).value();
+  struct stat info {};
+  if (::fstat(directory.get(), &info) != 0) return base::systemError("examine " + path);
   // From here on nobody else puts anything there; what is there already is judged file by file.
   const Status narrowed = setMode(directory.get(), 0700, path);
   if (!narrowed && (info.st_mode & kOthersWrite) != 0) return narrowed.error();
@@ -71,7 +81,7 @@ Result<base::UniqueFd> openKeyStore(const std::string& path) {
 
 /// Opens a file of the open key store and judges it by what was opened: others may have put files there while they had
 /// the right to, and names for files of ours.
-Result<base::UniqueFd> openStored(int store, const std::string& storePath, const char* name) {
+Result<base::UniqueFd> openStored(int store, const std::string& storePath, const char* name, uid_t owner) {
   constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
   const std::string path = storePath + "/" + name;
   base::UniqueFd file(::openat(store, name, kFlags));
@@ -82,7 +92,7 @@ Result<base::UniqueFd> openStored(int store, const std::string& storePath, const
   struct stat info {};
   if (::fstat(file.get(), &info) != 0) return base::systemError("examine " + path);
   if (!S_ISREG(info.st_mode)) return refused(path, "is not a regular file");
-  if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
+  if (info.st_uid != owner) return refused(path, "belongs to somebody else");
   if (info.st_nlink > 1) return refused(path, "has other names");
   return file;
 }
@@ -96,7 +106,7 @@ Status makeDirectory(const std::string& path) {
 
 /// base::replaceFile keeps owner and mode of what it replaces and follows links, which a secret must not rely on.
 Status takeOwnership(int store, const std::string& storePath, const char* name) {
-  const auto file = openStored(store, storePath, name);
+  const auto file = openStored(store, storePath, name, ::geteuid());
   if (!file) return file.error().kind == ErrorKind::kNotFound ? Status() : file.error();
   return setMode(file.value().get(), 0600, storePath + "/" + name);
 }
@@ -129,16 +139,40 @@ Status prepareKeyStore(const std::string& path) {
   return setMode(directory.value().get(), 0700, path);
 }
 
-Result<base::SecretBytes> readStored(const std::string& store, const char* name, std::size_t limit) {
-  const auto directory = openKeyStore(store);
-  if (!directory) return directory.error();
-  const auto file = openStored(directory.value().get(), store, name);
+namespace {
+
+Result<base::SecretBytes> readFrom(const base::UniqueFd& directory, const std::string& store, const char* name,
+                                   std::size_t limit, uid_t owner) {
+  const auto file = openStored(directory.get(), store, name, owner);
   if (!file) return file.error();
   const std::string path = store + "/" + name;
   struct stat info {};
   if (::fstat(file.value().get(), &info) != 0) return base::systemError("examine " + path);
   if ((info.st_mode & kOthersWrite) != 0) return refused(path, "can be written by others");
   return base::readAll(file.value().get(), path, limit);
+}
+
+}  // namespace
+
+Result<base::SecretBytes> readStored(const std::string& store, const char* name, std::size_t limit) {
+  const auto directory = openKeyStore(store);
+  if (!directory) return directory.error();
+  return readFrom(directory.value(), store, name, limit, ::geteuid());
+}
+
+Status judgeKeyStore(const std::string& path, uid_t owner) {
+  const auto directory = openAsItIs(path, owner);
+  return directory ? Status() : directory.error();
+}
+
+Result<base::SecretBytes> readStoredAsItIs(const std::string& store, const char* name, std::size_t limit, uid_t owner) {
+  const auto directory = openAsItIs(store, owner);
+  if (!directory) return directory.error();
+  return readFrom(directory.value(), store, name, limit, owner);
+}
+
+const char* storedName(KeyType type) {
+  return fileNameOf(type);
 }
 
 Status storeFile(const std::string& store, const char* name, std::span<const unsigned char> data) {

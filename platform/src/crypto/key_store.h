@@ -3,6 +3,7 @@
 
 #include <span>
 #include <string>
+#include <sys/types.h>
 
 #include "crypto/engine.h"
 
@@ -30,6 +31,17 @@ namespace kelt::platform {
 /// nothing changed, as readStored, except that others may have had the right to write to it; kSystem as
 /// base::replaceFile.
 [[nodiscard]] Status storeFile(const std::string& store, const char* name, std::span<const unsigned char> data);
+
+/// How the key store at `path` stands for the user `owner`, without changing anything. Errors: kNotFound, kRefused as
+/// prepareKeyStore; kSystem.
+[[nodiscard]] Status judgeKeyStore(const std::string& path, uid_t owner);
+
+/// Reads as readStored does, for the user `owner`, and takes away no rights.
+[[nodiscard]] Result<base::SecretBytes> readStoredAsItIs(const std::string& store, const char* name,
+                                                               std::size_t limit, uid_t owner);
+
+/// The name of the file in which a key is kept; null for a type that is none.
+[[nodiscard]] const char* storedName(quorvane_com::QV::crypto::KeyType type);
 
 /// The key store on files. Why an import was refused goes to the agent log, and to the logger's information callback;
 /// what that means to the run is the caller's to say.

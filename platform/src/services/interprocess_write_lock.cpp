@@ -39,28 +39,37 @@ Error refused(const std::string& path, const char* why) {
   return {ErrorKind::kRefused, 0, path + ": " + why};
 }
 
-/// Makes the directory if it is missing. An error where somebody else could put or replace files in it.
-Status safeDirectory() {
-  const std::string directory = kelt::platform::paths::kLockDir;
-  if (::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) return systemError("make " + directory);
+/// An error where somebody other than `owner` could put or replace files in the directory.
+Status judgeDirectory(const std::string& directory, uid_t owner) {
   struct stat info {};
   if (::lstat(directory.c_str(), &info) != 0) return systemError("examine " + directory);
   if (!S_ISDIR(info.st_mode)) return refused(directory, "is not a directory");
-  if (info.st_uid != ::geteuid()) return refused(directory, "belongs to somebody else");
+  if (info.st_uid != owner) return refused(directory, "belongs to somebody else");
   if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) return refused(directory, "can be written by others");
   return {};
 }
 
-/// An error where somebody else can have opened the file, or can open it. No link at all means that it was just
-/// removed, which shows once it is locked.
-Status safeFile(int fd, const std::string& path) {
-  struct stat info {};
-  if (::fstat(fd, &info) != 0) return systemError("examine " + path);
+/// Makes the directory if it is missing, and judges it.
+Status safeDirectory() {
+  const std::string directory = kelt::platform::paths::kLockDir;
+  if (::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) return systemError("make " + directory);
+  return judgeDirectory(directory, ::geteuid());
+}
+
+/// An error where somebody other than `owner` can have opened the file, or can open it. No link at all means that it
+/// was just removed, which shows once it is locked.
+Status judgeFile(const struct stat& info, const std::string& path, uid_t owner) {
   if (!S_ISREG(info.st_mode)) return refused(path, "is not a regular file");
-  if (info.st_uid != ::geteuid()) return refused(path, "belongs to somebody else");
+  if (info.st_uid != owner) return refused(path, "belongs to somebody else");
   if (info.st_nlink > 1) return refused(path, "has other names");
   if ((info.st_mode & 077U) != 0) return refused(path, "can be opened by others");
   return {};
+}
+
+Status safeFile(int fd, const std::string& path) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0) return systemError("examine " + path);
+  return judgeFile(info, path, ::geteuid());
 }
 
 Result<UniqueFd> openLockFile(const std::string& path) {
@@ -135,6 +144,27 @@ int InterProcessWriteLock::tryLock() {
   if (m_fd) return 1;
   m_fd = acquire(m_path, takeAtOnce, [probes = kProbes]() mutable { return --probes > 0; });
   return m_fd ? 1 : 0;
+}
+
+Result<bool> InterProcessWriteLock::held(const std::string& name, uid_t owner) {
+  const std::string path = pathOf(name);
+  const auto unlessMissing = [](Error error) -> Result<bool> {
+    return error.kind == ErrorKind::kNotFound ? Result<bool>(false) : error;
+  };
+  if (path.empty()) return refused(name, "is no name of a lock");
+  const Status safe = judgeDirectory(kelt::platform::paths::kLockDir, owner);
+  if (!safe) return unlessMissing(safe.error());
+  struct stat info {};
+  if (::lstat(path.c_str(), &info) != 0) return unlessMissing(systemError("examine " + path));
+  if (const Status judged = judgeFile(info, path, owner); !judged) return judged.error();
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  const UniqueFd fd(retryInterrupted([&] { return ::open(path.c_str(), kFlags); }));
+  if (!fd) return unlessMissing(systemError("open " + path));
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;
+  if (::fcntl(fd.get(), F_OFD_GETLK, &whole) != 0) return systemError("examine the lock of " + path);
+  return whole.l_type != F_UNLCK;
 }
 
 void InterProcessWriteLock::cleanSemaphore(const std::string& name) {

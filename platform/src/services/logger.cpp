@@ -117,7 +117,10 @@ void append(const std::string& path, std::string_view line) {
   }
 }
 
+bool bClosed = false;
+
 void writeLine(char mark, const wchar_t* source, const wchar_t* message) noexcept {
+  if (bClosed) return;
   const int errnoBefore = errno;
   try {
     append(logPath(), lineOf(mark, source, message));
@@ -135,4 +138,8 @@ void logInfo(const wchar_t* source, const wchar_t* message) {
 
 void logError(const wchar_t* source, const wchar_t* message) {
   writeLine('E', source, message);
+}
+
+void closeLog() {
+  bClosed = true;
 }

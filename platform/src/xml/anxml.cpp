@@ -43,14 +43,23 @@ bool bGiven(const wchar_t* text) {
   return text != nullptr && *text != L'\0';
 }
 
-Result<std::unique_ptr<XmlDocument>> loadFile(const wchar_t* path, const wchar_t* rootName) {
-  const std::string file = pathOf(path);
-  const auto bytes = kelt::base::readFile(file, kMaxDocumentSize);
-  auto document = bytes ? XmlDocument::load(bytes.value(), xmlTextOf(rootName)) : bytes.error();
-  if (!document) kelt::platform::logRefusal(file, document.error());
-  // That says nothing about the file, and a caller who takes it for malformed may well replace it.
+/// What is wrong with a document for want of memory says nothing about it, and a caller who takes it for malformed may
+/// well replace it.
+Result<std::unique_ptr<XmlDocument>> orNoMemory(Result<std::unique_ptr<XmlDocument>> document) {
   if (!document && document.error().sysErrno == ENOMEM) throw std::bad_alloc();
   return document;
+}
+
+Result<std::unique_ptr<XmlDocument>> readDocument(const std::string& path, const std::string& rootName) {
+  const auto bytes = kelt::base::readFile(path, kMaxDocumentSize);
+  return bytes ? XmlDocument::load(bytes.value(), rootName) : bytes.error();
+}
+
+Result<std::unique_ptr<XmlDocument>> loadFile(const wchar_t* path, const wchar_t* rootName) {
+  const std::string file = pathOf(path);
+  auto document = readDocument(file, xmlTextOf(rootName));
+  if (!document) kelt::platform::logRefusal(file, document.error());
+  return orNoMemory(std::move(document));
 }
 
 std::string valueOf(pugi::xml_node node, const std::string& attribute) {
@@ -78,6 +87,22 @@ bool AnXml::useExistingFile(const wchar_t* path, const wchar_t* rootName, const 
   if (!document) return false;
   m_document = std::move(document).value();
   return true;
+}
+
+kelt::Status AnXml::load(const std::string& path, const std::string& rootName) {
+  close();
+  auto document = orNoMemory(readDocument(path, rootName));
+  if (!document) return document.error();
+  m_document = std::move(document).value();
+  return {};
+}
+
+kelt::Status AnXml::load(std::span<const unsigned char> bytes, const std::string& rootName) {
+  close();
+  auto document = orNoMemory(XmlDocument::load(bytes, rootName));
+  if (!document) return document.error();
+  m_document = std::move(document).value();
+  return {};
 }
 
 bool AnXml::useFileAlways(const wchar_t* path, const wchar_t* rootName, const wchar_t* reserved1,

@@ -108,7 +108,8 @@ Error failureOf(const Judgement& judgement) {
   if (judgement.bNoMemory || XML_GetErrorCode(judgement.parser) == XML_ERROR_NO_MEMORY) return noMemoryForXml();
   const std::string reason =
       judgement.refusal != nullptr ? judgement.refusal : XML_ErrorString(XML_GetErrorCode(judgement.parser));
-  return malformed(reason + " in line " + std::to_string(XML_GetCurrentLineNumber(judgement.parser)));
+  return malformed(reason + " in line " + std::to_string(XML_GetCurrentLineNumber(judgement.parser)) + ", column " +
+                   std::to_string(XML_GetCurrentColumnNumber(judgement.parser) + 1));
 }
 
 Result<Judgement> judgeAs(std::span<const unsigned char> document, XmlOrigin origin) {

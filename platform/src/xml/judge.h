@@ -24,8 +24,8 @@ struct XmlVerdict {
 /// Judges a whole document. Accepted is what is well-formed (XML 1.0; names as in its fourth edition), without a
 /// DOCTYPE, at most kMaxXmlDepth deep, and in one of these encodings: UTF-8 (with or without a byte order mark),
 /// US-ASCII or ISO-8859-1 as declared, and UTF-16 (RFC 2781) of either byte order with a byte order mark and with no
-/// other encoding declared. Errors: kMalformed, with the reason, and the line where one is at fault, in the message;
-/// kSystem for want of memory.
+/// other encoding declared. Errors: kMalformed, with the reason, and line and column where one is at fault (counted
+/// from 1), in the message; kSystem for want of memory.
 [[nodiscard]] Result<XmlVerdict> judgeXml(std::span<const unsigned char> document);
 
 /// The error of a document for which there is too little memory, which says nothing about the document.

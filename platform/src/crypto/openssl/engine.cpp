@@ -65,6 +65,13 @@ class OpenSslEngine final : public CryptoEngine {
                                       [&](OSSL_LIB_CTX* context) { return parseSecretKey(context, file); });
   }
 
+  Result<unsigned> keySize(bool bSecret, std::span<const unsigned char> file) override {
+    return guarded<unsigned>(startedContext(),
+                             [&](OSSL_LIB_CTX* context) { return parsedKeySize(context, bSecret, file); });
+  }
+
+  [[nodiscard]] const char* version() const override { return OpenSSL_version(OPENSSL_VERSION); }
+
   Result<std::vector<unsigned char>> sha256(std::span<const unsigned char> data) override {
     return guarded<std::vector<unsigned char>>(startedContext(),
                                                [&](OSSL_LIB_CTX* context) { return sha256In(context, data); });

@@ -209,4 +209,10 @@ Result<SecretBytes> parseSecretKey(OSSL_LIB_CTX* context, Bytes file) {
   return normalise<SecretBytes>(context, kSecret, file);
 }
 
+Result<unsigned> parsedKeySize(OSSL_LIB_CTX* library, bool bSecret, Bytes file) {
+  const Result<Key> key = readKey(library, bSecret ? kSecret : kPublic, file);
+  if (!key) return key.error();
+  return static_cast<unsigned>(EVP_PKEY_get_bits(key.value().get()));
+}
+
 }  // namespace kelt::platform

@@ -15,4 +15,7 @@ namespace kelt::platform {
                                                                 std::span<const unsigned char> file);
 [[nodiscard]] Result<base::SecretBytes> parseSecretKey(OSSL_LIB_CTX* context, std::span<const unsigned char> file);
 
+/// See CryptoEngine::keySize.
+[[nodiscard]] Result<unsigned> parsedKeySize(OSSL_LIB_CTX* context, bool bSecret, std::span<const unsigned char> file);
+
 }  // namespace kelt::platform

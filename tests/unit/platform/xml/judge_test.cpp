@@ -247,7 +247,7 @@ TEST(JudgeXml, CountsTheLinesOfUtf16) {
     for (const std::string& document : {bigEndian(text), littleEndian(text)}) {
       const auto verdict = judgeXml(bytesOf(document));
       ASSERT_FALSE(verdict.ok());
-      EXPECT_TRUE(verdict.error().message.ends_with(" in line 3")) << verdict.error().message;
+      EXPECT_NE(verdict.error().message.find(" in line 3, column "), std::string::npos) << verdict.error().message;
     }
   }
 }
@@ -256,7 +256,7 @@ TEST(JudgeXml, NamesHalfACharacterAndAWrongDeclaration) {
   EXPECT_EQ(judgeXml(bytesOf(bigEndian(u"<a/>") + "x")).error().message,
             "XML document with half a character of UTF-16 at its end");
   EXPECT_EQ(judgeXml(bytesOf(bigEndian(u"<?xml version='1.0' encoding='UTF-8'?><a/>"))).error().message,
-            "XML document with a byte order mark of another encoding than the declared one in line 1");
+            "XML document with a byte order mark of another encoding than the declared one in line 1, column 2");
 }
 
 TEST(JudgeXml, RefusesNamesInLatin1ThatItRefusesInUtf8) {
@@ -273,7 +273,7 @@ TEST(JudgeXml, AcceptsADepthOf256AndRefuses257) {
   EXPECT_TRUE(judgeXml(bytesOf(nested(256))).ok());
   const auto verdict = judgeXml(bytesOf(nested(257)));
   ASSERT_FALSE(verdict.ok());
-  EXPECT_EQ(verdict.error().message, "XML document with nesting that is too deep in line 1");
+  EXPECT_EQ(verdict.error().message, "XML document with nesting that is too deep in line 1, column 772");
   EXPECT_FALSE(judgeXml(bytesOf(nested(100000))).ok());
 }
 
@@ -290,13 +290,13 @@ TEST(JudgeXml, TellsWhichElementsHaveAnEndTagInTheOrderInWhichTheyEnd) {
   EXPECT_EQ(verdict.value().bEndTags, (std::vector<bool>{false, true, false, true, true}));
 }
 
-TEST(JudgeXml, NamesTheReasonAndTheLine) {
+TEST(JudgeXml, NamesTheReasonTheLineAndTheColumn) {
   const auto doctype = judgeXml(bytesOf("<?xml version='1.0'?>\n<!DOCTYPE a>\n<a/>"));
   ASSERT_FALSE(doctype.ok());
-  EXPECT_EQ(doctype.error().message, "XML document with a DOCTYPE in line 2");
+  EXPECT_EQ(doctype.error().message, "XML document with a DOCTYPE in line 2, column 12");
   const auto mismatch = judgeXml(bytesOf("<a>\n\n</b>"));
   ASSERT_FALSE(mismatch.ok());
-  EXPECT_EQ(mismatch.error().message, "XML document with mismatched tag in line 3");
+  EXPECT_EQ(mismatch.error().message, "XML document with mismatched tag in line 3, column 3");
 }
 
 }  // namespace

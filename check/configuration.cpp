@@ -1,0 +1,174 @@
+// The configuration directory, and the files of the agent and of the products in it.
+
+#include <algorithm>
+#include <vector>
+
+#include "check/device.h"
+
+#include "base/file_read.h"
+#include "base/utf.h"
+#include "helper/agent_paths.h"
+#include "modes/config_values.h"
+#include "platform/anxml.h"
+#include "platform/config_directory.h"
+#include "platform/iconfiguration.h"
+
+namespace kelt::check {
+namespace {
+
+using platform::ConfigDirectory;
+using platform::ConfigFile;
+
+constexpr const char* kInstallAgent = "Install the agent.";
+constexpr const char* kGiveToRoot =
+    "Find out who has written to it; then give it and the directory above it to root (chown root) and take the right "
+    "to "
+    "write from others (chmod o-w).";
+constexpr const char* kMendFile = "Put the file right, or install the product it belongs to again.";
+constexpr const char* kHashElement = "binsphash";
+
+std::string configDirectoryPath() {
+  return std::string(helper::paths::kConfigDir);
+}
+
+void checkDirectory(const ConfigDirectory& directory, Findings& findings) {
+  const Status usable = directory.usable();
+  if (usable) return findings.ok("config.directory", configDirectoryPath() + " is root's and closed to others");
+  const bool bMissing = usable.error().kind == ErrorKind::kNotFound;
+  findings.failure(State::kProblem, "config.directory", usable.error(), bMissing ? kInstallAgent : kGiveToRoot);
+}
+
+/// The names of the products' directories, in the order of the system.
+struct Names {
+  std::vector<std::string> agents;
+  std::vector<std::string> products;
+};
+
+Names namesIn(ConfigDirectory& directory, Findings& findings) {
+  Names names;
+  while (const auto name = directory.next())
+    (ConfigDirectory::bAgent(*name) ? names.agents : names.products).push_back(*name);
+  if (const auto all = directory.listed(); !all)
+    findings.failure(State::kProblem, "config.list", all.error(), "Check the file system of the directory.");
+  std::sort(names.products.begin(), names.products.end());
+  return names;
+}
+
+void checkAgents(const std::vector<std::string>& agents, Findings& findings) {
+  const std::string all = configDirectoryPath();
+  if (agents.empty())
+    return findings.problem("config.agent", "No directory in " + all + " is the agent's", kInstallAgent);
+  findings.ok("config.agent", "The agent's configuration is in " + all + "/" + agents.front());
+  for (std::size_t i = 1; i < agents.size(); ++i)
+    findings.warning("config.other-agent",
+                     all + "/" + agents[i] + " is ignored, as " + agents.front() + " comes first in the directory",
+                     "Remove the one that is not used.", agents[i]);
+}
+
+const char* remedyOf(const Error& error) {
+  switch (error.kind) {
+    case ErrorKind::kNotFound:
+      return "Install the product again, or remove its directory.";
+    case ErrorKind::kRefused:
+      return kGiveToRoot;
+    default:
+      return kMendFile;
+  }
+}
+
+void checkAgentFile(const Device& device, const ConfigDirectory& directory, Findings& findings) {
+  const auto file = directory.load(device.agentName);
+  if (!file) return findings.failure(State::kProblem, "config.file", file.error(), remedyOf(file.error()));
+  findings.ok("config.file", device.agentConfigPath + " is trusted and well-formed");
+  findings.takeFact("agent_version", base::toUtf8(file.value().firstTextOrEmpty(L"Version")));
+  findings.takeFact("binsphash", base::toUtf8(file.value().firstTextOrEmpty(L"binsphash")));
+}
+
+/// A product whose file is refused loses its plug-in; the rest goes on.
+void checkProducts(const std::vector<std::string>& products, const ConfigDirectory& directory, Findings& findings) {
+  for (const std::string& name : products) {
+    const auto file = directory.load(name);
+    const std::string path = directory.fileOf(name);
+    if (file) {
+      findings.ok("config.product", path + " is trusted and well-formed", name);
+    } else {
+      findings.failure(State::kWarning, "config.product", file.error(), remedyOf(file.error()), name);
+    }
+  }
+}
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+    ++count;
+  return count;
+}
+
+/// What the next switch would make of the file; empty where that loads and holds the hash.
+std::string whyNotRecorded(const std::string& content) {
+  const std::string hash(64, '0');
+  const auto updated = modes::withValue(content, kHashElement, hash);
+  if (!updated) return "it has no <binsphash> and </binsphash> to put it between";
+  AnXml document;
+  const Status loaded =
+      document.load({reinterpret_cast<const unsigned char*>(updated->data()), updated->size()}, "Configuration");
+  return loaded ? std::string() : "the file would not load any more, " + loaded.error().message;
+}
+
+void checkHashContent(const Device& device, const std::string& content, Findings& findings) {
+  constexpr const char* kId = "config.binsphash";
+  constexpr const char* kRemedy = "Give the file exactly one element <binsphash></binsphash>, also within comments.";
+  const std::string& path = device.agentConfigPath;
+  const std::string why = whyNotRecorded(content);
+  const bool bSpoils = why.starts_with("the file would");
+  const std::string fact = "The next switch could not record the hash of the server's key in " + path + ": " + why;
+  if (!why.empty()) return findings.put(bSpoils ? State::kProblem : State::kWarning, kId, fact, kRemedy);
+  const std::size_t starts = countOf(content, "<binsphash>");
+  const std::size_t ends = countOf(content, "</binsphash>");
+  const bool bInOrder = content.find("<binsphash>") < content.find("</binsphash>");
+  if (starts != 1 || ends != 1 || !bInOrder)
+    return findings.warning(kId, path + " does not have the tags of binsphash exactly once, in their order", kRemedy);
+  findings.ok(kId, "The hash of the server's key can be recorded in " + path);
+}
+
+void checkHashTags(const Device& device, Findings& findings) {
+  const auto text = base::readText(device.agentConfigPath, modes::kMaxEditedConfig);
+  if (text) return checkHashContent(device, text.value().substr(0, text.value().find('\0')), findings);
+  const bool bTooLarge = text.error().kind == ErrorKind::kTooLarge;
+  Error error = text.error();
+  if (bTooLarge) error.message += ", so that the next switch could not record the hash of the server's key in it";
+  findings.failure(State::kWarning, "config.binsphash", error,
+                   bTooLarge ? "Shorten the file, its comments for instance." : kMendFile);
+}
+
+void findDirectories(Device& device) {
+  using quorvane_com::orv::configuration::IConfiguration;
+  const IConfiguration& configuration = IConfiguration::GetConfiguration();
+  device.binDirectory = base::toUtf8(configuration.GetAgentBinDirectory());
+  device.dataDirectory = base::toUtf8(configuration.GetFrameworkDataDirectory());
+  const bool bSlash = device.dataDirectory.ends_with('/');
+  device.keyStore = device.dataDirectory + (bSlash ? "" : "/") + std::string(helper::paths::kKeyStore);
+}
+
+}  // namespace
+
+void checkConfiguration(Device& device, Findings& findings) {
+  findings.begin("config.directory", {});
+  findDirectories(device);
+  ConfigDirectory directory(configDirectoryPath());
+  checkDirectory(directory, findings);
+  const auto opened = directory.state();
+  if (opened == ConfigDirectory::State::kInaccessible || opened == ConfigDirectory::State::kUnreadable) return;
+  const Names names = namesIn(directory, findings);
+  checkAgents(names.agents, findings);
+  if (!names.agents.empty()) {
+    device.agentName = names.agents.front();
+    device.agentConfigPath = directory.fileOf(device.agentName);
+    findings.takeFact("agent_directory", configDirectoryPath() + "/" + device.agentName);
+    if (directory.usable()) checkAgentFile(device, directory, findings);
+    checkHashTags(device, findings);
+  }
+  if (directory.usable()) checkProducts(names.products, directory, findings);
+}
+
+}  // namespace kelt::check

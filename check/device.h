@@ -1,0 +1,43 @@
+#pragma once
+// What the checks of one run share about the device, each as far as those before it have found it out.
+
+#include <optional>
+#include <string>
+
+#include "check/findings.h"
+
+#include "platform/key_inspection.h"
+
+namespace kelt::check {
+
+/// Whose the agent's files are, and as whom the tool runs.
+inline constexpr unsigned kAgentUser = 0;
+
+struct Device {
+  std::string startedIn;        ///< the working directory at the start, or what PWD said
+  std::string agentName;        ///< the agent's own directory of the configuration; empty where there is none
+  std::string agentConfigPath;  ///< and its file
+  std::string binDirectory;
+  std::string dataDirectory;
+  std::string keyStore;
+  bool bManaged = false;
+  std::optional<platform::KeyRecord> record;  ///< mode and key size, where they are recorded
+  bool bKeysStored = false;                   ///< the key store has a key
+};
+
+/// Each looks at one topic and tells what it finds. The order is that of a run.
+void checkConfiguration(Device& device, Findings& findings);
+void checkCommands(const Device& device, Findings& findings);
+void checkDirectories(const Device& device, Findings& findings);
+void checkRoom(const Device& device, Findings& findings);
+void checkMode(Device& device, Findings& findings);
+void checkKeys(Device& device, Findings& findings);
+void checkRegistry(Findings& findings);
+void checkTraces(const Device& device, Findings& findings);
+void checkLock(Findings& findings);
+/// `bLoad`: whether the loadable parts are loaded on trial, which costs more than all other checks together.
+void checkInstallation(bool bLoad, Findings& findings);
+void checkSource(const Device& device, const std::string& source, Findings& findings);
+void checkServer(const std::string& server, Findings& findings);
+
+}  // namespace kelt::check

@@ -1,0 +1,106 @@
+// The directories that a run enters and writes to.
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include "check/device.h"
+#include "check/look.h"
+
+#include "base/file_place.h"
+#include "helper/agent_paths.h"
+#include "modes/config_values.h"
+
+namespace kelt::check {
+namespace {
+
+namespace paths = helper::paths;
+
+struct Wanted {
+  const char* id;
+  std::string path;
+  const char* name;
+  State whenBroken;
+  bool bWritten;
+};
+
+constexpr const char* kMake = "Install the agent again, or make the directory, root's and with mode 0755.";
+
+std::string quoted(const Wanted& wanted) {
+  return std::string("The ") + wanted.name + ", " + wanted.path + ", ";
+}
+
+/// Why root could not write into the directory; null where it can.
+const char* whyNotWritten(const std::string& path) {
+  const auto system = fileSystemOf(path);
+  if (system && (system.value().f_flag & ST_RDONLY) != 0) return "is on a file system that is read-only";
+  if (bImmutable(path)) return "cannot be changed, by its attributes";
+  // What another user may do there says nothing of root.
+  if (::geteuid() == 0 && ::faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+    return "cannot be written to";
+  return nullptr;
+}
+
+void check(const Wanted& wanted, Findings& findings) {
+  const auto info = lookAt(wanted.path);
+  if (!info) return findings.failure(wanted.whenBroken, wanted.id, info.error(), kMake);
+  if (!S_ISDIR(info.value().st_mode))
+    return findings.put(wanted.whenBroken, wanted.id, quoted(wanted) + "is a " + kindOf(info.value()), kMake);
+  if (::faccessat(AT_FDCWD, wanted.path.c_str(), X_OK, AT_EACCESS) != 0)
+    return findings.failure(wanted.whenBroken, wanted.id, base::systemError("enter " + wanted.path), kMake);
+  const char* why = wanted.bWritten ? whyNotWritten(wanted.path) : nullptr;
+  if (why != nullptr) {
+    return findings.put(wanted.whenBroken, wanted.id, quoted(wanted) + why,
+                        "Mount its file system for writing (mount -o remount,rw), or take its attributes away (chattr "
+                        "-i -a).");
+  }
+  findings.ok(wanted.id, quoted(wanted) + (wanted.bWritten ? "can be entered and written to" : "can be entered"));
+}
+
+/// What a switch replaces or deletes: nothing but a file can be.
+void checkTarget(const std::string& path, Findings& findings) {
+  const auto info = lookAt(path);
+  if (!info) {
+    const int error = info.error().sysErrno;
+    // A link may lead nowhere; it is resolved, and the file made there.
+    if (error == ENOENT || error == ENOTDIR) return;
+    return findings.failure(State::kProblem, "directory.target", info.error(), "Remove what stands there.");
+  }
+  if (S_ISREG(info.value().st_mode)) return;
+  findings.problem("directory.target", path + ", which a switch replaces or deletes, is a " + kindOf(info.value()),
+                   "Remove what stands there.");
+}
+
+void checkTargets(Findings& findings) {
+  const std::string install = paths::kInstallDir;
+  const std::string etc = paths::kScratchEtcDir;
+  const std::string scratch = paths::kScratchDir;
+  for (const char* name :
+       {paths::kServerKey2048, paths::kRequestKey2048, paths::kServerKey, paths::kRequestKey, paths::kFipsMarker})
+    checkTarget(install + std::string(name).substr(1), findings);
+  checkTarget(scratch + std::string(paths::kServerSiteList).substr(1), findings);
+  checkTarget(etc + paths::kSiteCache, findings);
+}
+
+}  // namespace
+
+void checkDirectories(const Device& device, Findings& findings) {
+  findings.begin("directory.bin", {});
+  check({"directory.bin", device.binDirectory, "agent's binary directory", State::kProblem, false}, findings);
+  check({"directory.install", std::string(paths::kInstallDir), "installation directory", State::kProblem, true},
+        findings);
+  check({"directory.scratch", std::string(paths::kScratchDir), "scratch directory", State::kProblem, true}, findings);
+  check(
+      {"directory.site-list", std::string(paths::kScratchEtcDir), "directory of the site list", State::kProblem, true},
+      findings);
+  check({"directory.data", device.dataDirectory, "agent's data directory", State::kProblem, true}, findings);
+  if (!device.agentConfigPath.empty())
+    check({"directory.config", base::directoryOf(device.agentConfigPath), "directory of the agent's configuration",
+           State::kWarning, true},
+          findings);
+  checkTargets(findings);
+}
+
+}  // namespace kelt::check

@@ -1,0 +1,52 @@
+#pragma once
+// Where the checks put what they find.
+
+#include <string>
+
+#include "check/check.h"
+
+#include "base/result.h"
+
+namespace kelt::check {
+
+/// Takes findings and facts as they come.
+class Findings {
+ public:
+  Findings() = default;
+  Findings(const Findings&) = delete;
+  Findings& operator=(const Findings&) = delete;
+  virtual ~Findings() = default;
+
+  virtual void take(Check check) = 0;
+  virtual void takeFact(const std::string& name, const std::string& value) = 0;
+  /// What is looked at from here on: an identifier and, for what waits for others, what it waits for. Should the run be
+  /// ended before the next call of any kind, that is told.
+  virtual void begin(const std::string& id, const std::string& waitsFor) = 0;
+
+  void ok(const std::string& id, const std::string& fact, const std::string& subject = {});
+  void warning(const std::string& id, const std::string& fact, const std::string& remedy,
+               const std::string& subject = {});
+  void problem(const std::string& id, const std::string& fact, const std::string& remedy,
+               const std::string& subject = {});
+  void unknown(const std::string& id, const std::string& fact, const std::string& remedy,
+               const std::string& subject = {});
+  void put(State state, const std::string& id, const std::string& fact, const std::string& remedy,
+           const std::string& subject = {});
+
+  /// Puts the message of `error` as the fact: unknown, where only another user could have found it out or the system
+  /// had no means for it, else `otherwise`.
+  void failure(State otherwise, const std::string& id, const Error& error, const std::string& remedy,
+               const std::string& subject = {});
+};
+
+/// Whether `error` says nothing about the thing itself: this user may not look, or the system had no means.
+[[nodiscard]] bool bNotSeen(const Error& error);
+[[nodiscard]] bool bNotSeen(int sysErrno);
+
+/// What to do where this user may not look.
+inline constexpr const char* kLookAsRoot = "Run keltcheck as root to find it out.";
+
+/// A text as a sentence: without line ends, with a full stop.
+[[nodiscard]] std::string sentence(std::string text);
+
+}  // namespace kelt::check

@@ -1,0 +1,57 @@
+#pragma once
+// How findings go from the process that looks to the one that reports.
+
+#include <string>
+#include <vector>
+
+#include "check/findings.h"
+
+namespace kelt::check {
+
+/// Writes each finding to a pipe as soon as it is there.
+class PipeFindings final : public Findings {
+ public:
+  /// `fd` is the pipe's writing end, which stays the caller's.
+  explicit PipeFindings(int fd) : m_fd(fd) {}
+
+  void take(Check check) override;
+  void takeFact(const std::string& name, const std::string& value) override;
+  void begin(const std::string& id, const std::string& waitsFor) override;
+
+ private:
+  void send(const std::vector<std::string>& fields) const;
+
+  int m_fd;
+};
+
+/// What is being looked at.
+struct Begun {
+  std::string id;
+  std::string waitsFor;
+};
+
+/// Puts together what comes out of the pipe.
+class Receiver {
+ public:
+  /// Takes the next bytes of the pipe. Returns false for what PipeFindings never writes.
+  [[nodiscard]] bool take(const char* bytes, std::size_t count);
+
+  [[nodiscard]] Report& report() { return m_report; }
+  /// What was begun last; once it has come to a finding, it waits for nothing any more.
+  [[nodiscard]] const Begun& begun() const { return m_begun; }
+  /// Whether it all came to its end.
+  [[nodiscard]] bool bComplete() const { return m_bComplete; }
+
+ private:
+  [[nodiscard]] bool takeFields(std::vector<std::string> fields);
+
+  std::string m_waiting;
+  Report m_report;
+  Begun m_begun;
+  bool m_bComplete = false;
+};
+
+/// The last message: that all was looked at.
+void sendEnd(int fd);
+
+}  // namespace kelt::check

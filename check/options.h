@@ -1,0 +1,28 @@
+#pragma once
+// The command line.
+
+#include <string>
+
+#include "base/result.h"
+
+namespace kelt::check {
+
+enum class Format { kTerminal, kPlain, kJson };
+
+struct Options {
+  std::string source;  ///< the directory of a rehearsal; empty for none
+  std::string server;  ///< the server to look at; empty for none
+  Format format = Format::kPlain;
+  bool bVerbose = false;
+  bool bHelp = false;
+  bool bVersion = false;
+};
+
+/// Reads the command line as main has it. Long options may be shortened as far as they are unique, and a value may
+/// follow a "=". The format is kTerminal where neither --plain nor --json is given. Errors: kRefused, with a sentence.
+[[nodiscard]] Result<Options> optionsIn(int argc, char** argv);
+
+/// What --help prints.
+[[nodiscard]] const char* helpText();
+
+}  // namespace kelt::check

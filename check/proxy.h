@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+
+namespace kelt::check {
+
+/// Which proxy the environment would have a transfer by HTTPS go through, as a sentence; empty where it names none.
+/// A user name and a password in its address are left out.
+[[nodiscard]] std::string proxySentence();
+
+}  // namespace kelt::check

@@ -1,0 +1,37 @@
+#include "check/readable.h"
+
+#include <cstdint>
+
+#include "base/utf.h"
+
+namespace kelt::check {
+namespace {
+
+std::string escaped(std::uint32_t byte) {
+  constexpr const char* kDigits = "0123456789ABCDEF";
+  return std::string("\\x") + kDigits[(byte >> 4U) & 0x0FU] + kDigits[byte & 0x0FU];
+}
+
+bool bControl(std::uint32_t unit) {
+  // The last are marks that change the direction of the text after them.
+  return unit < 0x20 || (unit >= 0x7F && unit < 0xA0) || (unit >= 0x202A && unit <= 0x202E) ||
+         (unit >= 0x2066 && unit <= 0x2069);
+}
+
+}  // namespace
+
+std::string readable(std::string_view text) {
+  std::string out;
+  for (const wchar_t wide : base::toWide(text)) {
+    const auto unit = static_cast<std::uint32_t>(wide);
+    const bool bNoText = unit >= 0xD800 && unit <= 0xDFFF;
+    if (bNoText || (bControl(unit) && unit < 0x100)) {
+      out += escaped(unit);
+    } else if (!bControl(unit)) {
+      out += base::toUtf8({&wide, 1});
+    }
+  }
+  return out;
+}
+
+}  // namespace kelt::check

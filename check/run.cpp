@@ -1,0 +1,77 @@
+#include "check/run.h"
+
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <unistd.h>
+
+#include "check/device.h"
+#include "check/options.h"
+#include "check/report_json.h"
+#include "check/report_text.h"
+#include "check/supervisor.h"
+#include "check/verdict.h"
+
+#include "base/console.h"
+
+namespace kelt::check {
+namespace {
+
+constexpr int kWrongUse = 3;
+
+std::string workingDirectory() {
+  std::array<char, PATH_MAX> path{};
+  if (::getcwd(path.data(), path.size()) != nullptr) return path.data();
+  const char* fromShell = ::getenv("PWD");  // NOLINT(concurrency-mt-unsafe): there is one thread
+  return fromShell == nullptr ? "" : fromShell;
+}
+
+void look(const Options& options, Findings& findings) {
+  Device device;
+  device.startedIn = workingDirectory();
+  findings.takeFact("keltcheck", KELT_VERSION);
+  checkConfiguration(device, findings);
+  // As the tool does: relative names of programs and directories are meant from there.
+  static_cast<void>(::chdir(device.binDirectory.c_str()));
+  checkCommands(device, findings);
+  checkDirectories(device, findings);
+  checkRoom(device, findings);
+  checkMode(device, findings);
+  checkKeys(device, findings);
+  checkRegistry(findings);
+  checkTraces(device, findings);
+  checkLock(findings);
+  checkInstallation(device.bKeysStored || !options.source.empty() || !options.server.empty(), findings);
+  if (!options.source.empty()) checkSource(device, options.source, findings);
+  if (!options.server.empty()) checkServer(options.server, findings);
+}
+
+std::string shown(const Report& report, const Options& options, bool bColours) {
+  if (options.format == Format::kJson) return jsonReport(report);
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
+  const bool bTerminal = options.format == Format::kTerminal && ::isatty(STDOUT_FILENO) == 1;
+  return bTerminal ? terminalReport(report, options.bVerbose, bColours) : plainReport(report, options.bVerbose);
+}
+
+}  // namespace
+
+int runCheck(int argc, char** argv, bool bColours) {
+  const auto options = optionsIn(argc, argv);
+  if (!options) {
+    base::print(unknownLine("wrong use: " + options.error().message + "; keltcheck --help shows the right one"));
+    return kWrongUse;
+  }
+  if (options.value().bHelp) {
+    base::print(helpText());
+    return 0;
+  }
+  if (options.value().bVersion) {
+    base::printLine(std::string_view(KELT_VERSION));
+    return 0;
+  }
+  const Report report = supervised({}, [&](Findings& findings) { look(options.value(), findings); });
+  base::print(shown(report, options.value(), bColours));
+  return exitStatusOf(verdictOf(report));
+}
+
+}  // namespace kelt::check

@@ -1,0 +1,181 @@
+// The rehearsal of `keltconfig -m -d DIR`: which place is used, and each file in it.
+
+#include "check/source.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+#include <vector>
+
+#include "check/look.h"
+#include "check/room.h"
+
+#include "base/utf.h"
+#include "helper/agent_paths.h"
+#include "helper/encoding.h"
+#include "modes/key_file_check.h"
+#include "modes/source_search.h"
+
+namespace kelt::check {
+namespace {
+
+namespace paths = helper::paths;
+using modes::KeyFileFinding;
+using modes::KeyFileState;
+
+constexpr const char* kComplete =
+    "Put SiteList.xml, req2048seckey.bin, sr2048pubkey.bin and agentfipsmode of the server into the directory.";
+
+enum class Found { kNo, kYes, kNotSeen };
+
+/// Whether the switch would find a site list there.
+Found siteListIn(const std::string& directory) {
+  const std::string path = directory + paths::kSiteList;
+  const auto info = lookAt(path);
+  if (!info) return bNotSeen(info.error()) ? Found::kNotSeen : Found::kNo;
+  if (::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0) return Found::kYes;
+  return bNotSeen(errno) ? Found::kNotSeen : Found::kNo;
+}
+
+const char* whyUseless(KeyFileState state) {
+  switch (state) {
+    case KeyFileState::kMissing:
+      return " is missing";
+    case KeyFileState::kInaccessible:
+      return " cannot be examined";
+    case KeyFileState::kNotRegular:
+      return " is not a regular file";
+    case KeyFileState::kTooLarge:
+      return " is larger than any key file";
+    default:
+      return nullptr;
+  }
+}
+
+std::string nameIn(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+/// Tells of one key file. Returns whether it is as the switch wants it.
+bool bUsable(const KeyFileFinding& file, const std::string& directory, Findings& findings) {
+  const std::string& path = file.path;
+  const std::string name = nameIn(path);
+  if (file.state == KeyFileState::kToBeMade) {
+    if (!bReadOnly(directory)) {
+      findings.ok("source.file", path + " is not there and would be made, empty, as its 2048-bit form is", name);
+    } else {
+      findings.problem("source.file", path + " is not there, and cannot be made: the directory is read-only",
+                       "Copy the directory to where it can be written to.", name);
+    }
+    return true;
+  }
+  const char* why = whyUseless(file.state);
+  if (why == nullptr) {
+    findings.ok("source.file", path + " is there", name);
+    return true;
+  }
+  const auto info = lookAt(path);
+  const bool bUnseen =
+      info ? ::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0 && bNotSeen(errno) : bNotSeen(info.error());
+  findings.put(bUnseen ? State::kUnknown : State::kProblem, "source.file",
+               bUnseen ? path + " is not for this user to see" : path + why, bUnseen ? kLookAsRoot : kComplete, name);
+  return false;
+}
+
+/// Keeps what is found of a place until it shows whether that is the one.
+class KeptFindings final : public Findings {
+ public:
+  void take(Check check) override { m_checks.push_back(std::move(check)); }
+  void takeFact(const std::string& /*name*/, const std::string& /*value*/) override {}
+  void begin(const std::string& /*id*/, const std::string& /*waitsFor*/) override {}
+
+  /// Passes all on. Of a place that is passed over no file is a problem, as another place is taken.
+  void passOn(bool bPassedOver, Findings& findings) {
+    for (Check& check : m_checks) {
+      if (bPassedOver && check.state == State::kProblem) check.state = State::kWarning;
+      findings.take(std::move(check));
+    }
+  }
+
+ private:
+  std::vector<Check> m_checks;
+};
+
+bool bComplete(const std::string& directory, Findings& findings) {
+  bool bAll = true;
+  for (const KeyFileFinding& file : modes::examineKeyFiles(directory))
+    bAll = bUsable(file, directory, findings) && bAll;
+  return bAll;
+}
+
+std::uint64_t sizeOf(const std::string& path) {
+  const auto info = lookAt(path);
+  return info ? static_cast<std::uint64_t>(info.value().st_size) : 0;
+}
+
+void checkRoomForCopies(const Device& device, const std::string& directory, Findings& findings) {
+  std::vector<std::uint64_t> keys;
+  for (const char* name :
+       {paths::kRequestKey, paths::kRequestKey2048, paths::kFipsMarker, paths::kServerKey, paths::kServerKey2048})
+    keys.push_back(sizeOf(directory + name));
+  const std::uint64_t list = sizeOf(directory + paths::kSiteList);
+  constexpr std::uint64_t kStored = 4096;
+  checkRoomFor({{paths::kInstallDir, keys},
+                {paths::kScratchEtcDir, {list}},
+                {device.dataDirectory, std::vector<std::uint64_t>(3, kStored)}},
+               "source.room", findings);
+}
+
+void rehearse(const Device& device, const std::string& directory, Findings& findings) {
+  findings.ok("source.directory", "The switch would take its files from " + directory);
+  checkSourceSiteList(directory, findings);
+  checkSourceKeys(device, directory, findings);
+  checkRoomForCopies(device, directory, findings);
+}
+
+/// Arguments are read as ISO-8859-1, byte by byte.
+const char* remedyFor(const std::string& source) {
+  for (const char c : source) {
+    if (static_cast<unsigned char>(c) >= 0x80)
+      return "Use a name in ASCII, or change into the directory and give '.': the tool reads its arguments as "
+             "ISO-8859-1.";
+  }
+  return kComplete;
+}
+
+}  // namespace
+
+bool bReadOnly(const std::string& directory) {
+  const auto system = fileSystemOf(directory);
+  return (system && (system.value().f_flag & ST_RDONLY) != 0) || bImmutable(directory);
+}
+
+void checkSource(const Device& device, const std::string& source, Findings& findings) {
+  constexpr const char* kId = "source.directory";
+  findings.begin(kId, {});
+  if (source.starts_with('-'))
+    return findings.problem(kId, "keltconfig takes " + source + " for an option", "Put ./ before the name.");
+  std::string tried;
+  bool bAllSeen = true;
+  KeptFindings passedOver;
+  for (const std::wstring& wide :
+       modes::sourceCandidates(helper::latin1_to_unicode(source), base::toWide(device.startedIn))) {
+    const std::string candidate = base::toUtf8(wide);
+    const Found siteList = siteListIn(candidate);
+    if (siteList == Found::kNotSeen) bAllSeen = false;
+    tried.append(tried.empty() ? "" : ", ").append(candidate);
+    if (siteList != Found::kYes) continue;
+    KeptFindings here;
+    const bool bTaken = bComplete(candidate, here);
+    if (bTaken) passedOver.passOn(true, findings);
+    here.passOn(false, bTaken ? findings : static_cast<Findings&>(passedOver));
+    if (bTaken) return rehearse(device, candidate, findings);
+  }
+  passedOver.passOn(false, findings);
+  findings.put(bAllSeen ? State::kProblem : State::kUnknown, kId,
+               "None of the places that are searched holds a site list and all key files: " + tried,
+               bAllSeen ? remedyFor(source) : kLookAsRoot);
+}
+
+}  // namespace kelt::check

@@ -1,0 +1,19 @@
+#pragma once
+// The two halves of the rehearsal of a switch to managed mode.
+
+#include <string>
+
+#include "check/device.h"
+
+namespace kelt::check {
+
+/// Rehearses what a switch does with the site list in `directory`, the place that it takes.
+void checkSourceSiteList(const std::string& directory, Findings& findings);
+
+/// Rehearses what the import does with the key files there, once they are copied.
+void checkSourceKeys(const Device& device, const std::string& directory, Findings& findings);
+
+/// Whether nothing can be written into `directory`, whoever tries.
+[[nodiscard]] bool bReadOnly(const std::string& directory);
+
+}  // namespace kelt::check

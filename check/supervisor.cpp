@@ -1,0 +1,141 @@
+#include "check/supervisor.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "check/message.h"
+
+#include "base/retry.h"
+#include "base/unique_fd.h"
+
+namespace kelt::check {
+namespace {
+
+using base::retryInterrupted;
+using base::UniqueFd;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kRun = "run.complete";
+
+/// Nothing that is called by the way may reach the console or a file, whatever it is.
+void renounceWriting() {
+  const UniqueFd nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  if (nowhere) {
+    ::dup2(nowhere.get(), STDOUT_FILENO);
+    ::dup2(nowhere.get(), STDERR_FILENO);
+  }
+  const rlimit none{0, 0};
+  ::setrlimit(RLIMIT_FSIZE, &none);
+}
+
+[[noreturn]] void lookAndEnd(int pipe, const std::function<void(Findings&)>& look) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  renounceWriting();
+  try {
+    PipeFindings findings(pipe);
+    look(findings);
+    sendEnd(pipe);
+    ::_exit(0);
+  } catch (...) {
+    // No memory: that the end is missing says it.
+    ::_exit(1);
+  }
+}
+
+/// One supervised process.
+class Supervision {
+ public:
+  Supervision(const Limits& limits, pid_t process, UniqueFd pipe)
+      : m_limits(limits), m_process(process), m_pipe(std::move(pipe)), m_deadline(Clock::now() + limits.all) {}
+
+  Report wait() {
+    while (bMore()) {
+    }
+    if (!m_receiver.bComplete()) tellWhyNotComplete();
+    return std::move(m_receiver.report());
+  }
+
+ private:
+  /// Waits for the next bytes and takes them. Returns false at the end of the pipe or of the time.
+  bool bMore() {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(m_deadline - Clock::now()).count();
+    pollfd wanted{m_pipe.get(), POLLIN, 0};
+    const int ready = left <= 0 ? 0 : retryInterrupted([&] { return ::poll(&wanted, 1, static_cast<int>(left)); });
+    if (ready == 0) {
+      m_bOverdue = true;
+      ::kill(m_process, SIGKILL);
+      return false;
+    }
+    std::array<char, 16384> bytes;
+    const ssize_t count = retryInterrupted([&] { return ::read(m_pipe.get(), bytes.data(), bytes.size()); });
+    if (count <= 0 || !m_receiver.take(bytes.data(), static_cast<std::size_t>(count))) return false;
+    startNetworkTime();
+    return true;
+  }
+
+  void startNetworkTime() {
+    if (m_bNetwork || m_receiver.begun().waitsFor.empty()) return;
+    m_bNetwork = true;
+    m_deadline = std::min(m_deadline, Clock::now() + m_limits.network);
+  }
+
+  void tellWhyNotComplete() {
+    const Begun& begun = m_receiver.begun();
+    const std::string what = begun.waitsFor.empty() ? "the checks from " + begun.id + " on" : begun.waitsFor;
+    Check check{begun.waitsFor.empty() ? kRun : begun.id, {}, State::kUnknown, {}, {}};
+    if (!m_bOverdue) {
+      int status = 0;
+      retryInterrupted([&] { return ::waitpid(m_process, &status, 0); });
+      check.fact = WIFSIGNALED(status) ? "There was no end of " + what + ": a signal ended the look, " +
+                                             std::to_string(WTERMSIG(status)) + "."
+                                       : "There was no end of " + what + ", for want of memory.";
+      check.remedy = "Run it again; report it where that does not help.";
+    } else if (!begun.waitsFor.empty()) {
+      check.state = State::kProblem;
+      check.fact = "There was no end of " + what + " within the time for the network.";
+      check.remedy = "Check the name service, the network and the server; a transfer would wait for them, too.";
+    } else {
+      check.fact = "There was no end of " + what + " within the time for all.";
+      check.remedy = "Look for a file system that does not answer, or a device that is overloaded.";
+    }
+    m_receiver.report().checks.push_back(std::move(check));
+  }
+
+  const Limits& m_limits;
+  pid_t m_process;
+  UniqueFd m_pipe;
+  Clock::time_point m_deadline;
+  Receiver m_receiver;
+  bool m_bNetwork = false;
+  bool m_bOverdue = false;
+};
+
+Report refused(const char* what) {
+  return {{{kRun, {}, State::kUnknown, what, "Free memory and processes, and run it again."}}, {}};
+}
+
+}  // namespace
+
+Report supervised(const Limits& limits, const std::function<void(Findings&)>& look) {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return refused("The system has no pipe for the checks.");
+  UniqueFd reading(ends[0]);
+  UniqueFd writing(ends[1]);
+  const pid_t process = ::fork();
+  if (process < 0) return refused("The system has no process for the checks.");
+  if (process == 0) {
+    reading.reset();
+    lookAndEnd(writing.get(), look);
+  }
+  writing.reset();
+  return Supervision(limits, process, std::move(reading)).wait();
+}
+
+}  // namespace kelt::check

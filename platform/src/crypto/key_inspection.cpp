@@ -1,0 +1,69 @@
+#include "platform/key_inspection.h"
+
+#include "crypto/engine_loader.h"
+#include "crypto/key_store.h"
+
+namespace kelt::platform {
+namespace {
+
+CryptoEngine& engineAt(void* engine) {
+  return *static_cast<CryptoEngine*>(engine);
+}
+
+std::string hexDigits(std::span<const unsigned char> bytes) {
+  constexpr const char* kDigits = "0123456789ABCDEF";
+  std::string digits;
+  for (const unsigned char byte : bytes) {
+    digits += kDigits[byte >> 4U];
+    digits += kDigits[byte & 0x0FU];
+  }
+  return digits;
+}
+
+}  // namespace
+
+Status inspectKeyStore(const std::string& store, uid_t owner) {
+  return judgeKeyStore(store, owner);
+}
+
+Result<base::SecretBytes> inspectStoredKey(const std::string& store, quorvane_com::QV::crypto::KeyType type,
+                                           uid_t owner) {
+  return readStoredAsItIs(store, storedName(type), kMaxKeyFileSize, owner);
+}
+
+std::string storedKeyPath(const std::string& store, quorvane_com::QV::crypto::KeyType type) {
+  return store + "/" + storedName(type);
+}
+
+Result<KeyInspector> KeyInspector::start(bool bFips) {
+  const auto engine = loadCryptoEngine();
+  if (!engine) return engine.error();
+  const auto module = engine.value()->start(bFips);
+  if (!module) return module.error();
+  return KeyInspector(engine.value(), module.value() == CryptoModule::kFips);
+}
+
+std::string KeyInspector::version() const {
+  return engineAt(m_engine).version();
+}
+
+Result<KeyFacts> KeyInspector::publicKey(std::span<const unsigned char> file) const {
+  CryptoEngine& engine = engineAt(m_engine);
+  const auto bits = engine.keySize(false, file);
+  if (!bits) return bits.error();
+  const auto key = engine.publicKey(file);
+  if (!key) return key.error();
+  const auto hash = engine.sha256(key.value());
+  if (!hash) return hash.error();
+  return KeyFacts{bits.value(), hexDigits(hash.value())};
+}
+
+Result<KeyFacts> KeyInspector::secretKey(std::span<const unsigned char> file) const {
+  CryptoEngine& engine = engineAt(m_engine);
+  const auto bits = engine.keySize(true, file);
+  if (!bits) return bits.error();
+  if (const auto key = engine.secretKey(file); !key) return key.error();
+  return KeyFacts{bits.value(), {}};
+}
+
+}  // namespace kelt::platform

@@ -1,0 +1,156 @@
+#include "provision/server_probe.h"
+
+#include <array>
+#include <curl/curl.h>
+#include <memory>
+#include <netdb.h>
+#include <string_view>
+
+#include "platform/network_util.h"
+#include "provision/server_address.h"
+#include "provision/server_certificate.h"
+
+namespace kelt::provision {
+namespace {
+
+constexpr long kPatienceMilliseconds = 5000;
+constexpr const char* kDefaultPort = "8443";
+
+struct FreeList {
+  void operator()(addrinfo* list) const { ::freeaddrinfo(list); }
+};
+struct EndProbe {
+  void operator()(CURL* curl) const {
+    curl_easy_cleanup(curl);
+    curl_global_cleanup();
+  }
+};
+using Transfer = std::unique_ptr<CURL, EndProbe>;
+
+/// What the callbacks of one exchange share. They run inside a C library: none of them lets an exception out.
+struct Exchange {
+  CURL* curl;
+  const ProbeFacts& tell;
+  bool bTold = false;
+};
+
+void tellTls(Exchange& exchange) {
+  curl_tlssessioninfo* session = nullptr;
+  if (curl_easy_getinfo(exchange.curl, CURLINFO_TLS_SSL_PTR, &session) != CURLE_OK || session == nullptr) return;
+  if (session->backend != CURLSSLBACKEND_OPENSSL || session->internals == nullptr) return;
+  tellConnection(session->internals, exchange.tell);
+  exchange.bTold = true;
+}
+
+/// Called once the connection is there, before anything is asked.
+int onConnected(void* context, char* address, char* /*local*/, int /*port*/, int /*localPort*/) {
+  try {
+    auto& exchange = *static_cast<Exchange*>(context);
+    exchange.tell("connected", address);
+    tellTls(exchange);
+    return CURL_PREREQFUNC_OK;
+  } catch (...) {
+    return CURL_PREREQFUNC_ABORT;
+  }
+}
+
+/// The answer's body is nobody's business: the exchange ends where it begins.
+std::size_t onBody(const void* /*data*/, std::size_t /*size*/, std::size_t /*count*/, void* /*context*/) {
+  return 0;
+}
+
+/// Returns whether there is an address.
+bool tellAddresses(const std::string& host, const std::string& port, const ProbeFacts& tell) {
+  tell("resolving", host);
+  addrinfo* found = nullptr;
+  const int failure = ANetworkUtil().qveCreateAddrinfo(host, port, &found, false);
+  if (failure != 0) {
+    tell("unresolved", ::gai_strerror(failure));
+    return false;
+  }
+  const std::unique_ptr<addrinfo, FreeList> list(found);
+  for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
+    std::array<char, NI_MAXHOST> text{};
+    if (::getnameinfo(entry->ai_addr, entry->ai_addrlen, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST) != 0)
+      continue;
+    tell("address", text.data());
+    unsigned int scope = 0;
+    if (entry->ai_family == AF_INET6 && ANetworkUtil().qveGetScopeId(text.data(), scope) != 0)
+      tell("scope", std::to_string(scope));
+  }
+  return true;
+}
+
+void setOptions(Exchange& exchange, const std::string& url, std::array<char, CURL_ERROR_SIZE>& reason) {
+  CURL* const curl = exchange.curl;
+  curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
+  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
+  curl_easy_setopt(curl, CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
+  curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, kPatienceMilliseconds);
+  curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, reason.data());
+  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, onBody);
+  curl_easy_setopt(curl, CURLOPT_PREREQFUNCTION, onConnected);
+  curl_easy_setopt(curl, CURLOPT_PREREQDATA, &exchange);
+}
+
+bool bNegotiates() {
+  const auto features = static_cast<unsigned>(curl_version_info(CURLVERSION_NOW)->features);
+  return (features & CURL_VERSION_SPNEGO) != 0;
+}
+
+void tellOffers(CURL* curl, const ProbeFacts& tell) {
+  long offers = 0;
+  curl_easy_getinfo(curl, CURLINFO_HTTPAUTH_AVAIL, &offers);
+  const auto kinds = static_cast<unsigned long>(offers);
+  if ((kinds & CURLAUTH_NEGOTIATE) != 0) tell("offers", "Negotiate");
+  if ((kinds & CURLAUTH_NTLM) != 0) tell("offers", "NTLM");
+  if ((kinds & CURLAUTH_DIGEST) != 0) tell("offers", "Digest");
+  if ((kinds & CURLAUTH_BASIC) != 0) tell("offers", "Basic");
+  if ((kinds & CURLAUTH_NEGOTIATE) != 0 && bNegotiates()) tell("negotiate", "yes");
+}
+
+void exchangeWith(const std::string& url, const std::string& host, const std::string& port, const ProbeFacts& tell) {
+  tell("connecting", host);
+  const Transfer transfer(curl_easy_init());
+  if (transfer == nullptr) return tell("failed", "libcurl could not be started");
+  Exchange exchange{transfer.get(), tell};
+  std::array<char, CURL_ERROR_SIZE> reason{};
+  setOptions(exchange, url, reason);
+  setAddressScopeIfRequired(transfer.get(), host, port);
+  const CURLcode result = curl_easy_perform(transfer.get());
+  long status = 0;
+  curl_easy_getinfo(transfer.get(), CURLINFO_RESPONSE_CODE, &status);
+  // The body was not taken: that is no failure.
+  const bool bAnswered = status != 0 && (result == CURLE_OK || result == CURLE_WRITE_ERROR);
+  if (!bAnswered) return tell("failed", reason.front() != '\0' ? reason.data() : curl_easy_strerror(result));
+  tell("status", std::to_string(status));
+  tellOffers(transfer.get(), tell);
+}
+
+}  // namespace
+
+std::string curlVersion() {
+  return curl_version_info(CURLVERSION_NOW)->version;
+}
+
+void lookAtServer(const std::string& server, const ProbeFacts& tell) {
+  std::string host;
+  std::string port;
+  std::string address = server;
+  if (!split_host_and_port(server, host, port)) {
+    if (host.empty()) host = server;
+    port = kDefaultPort;
+    address.append(":").append(port);
+  }
+  tell("libcurl", curlVersion());
+  tell("host", host);
+  tell("port", port);
+  if (server.find('@') != std::string::npos) return tell("user-in-address", "yes");
+  static_cast<void>(tellAddresses(host, port, tell));
+  exchangeWith("https://" + address + kPackagePath, host, port, tell);
+}
+
+}  // namespace kelt::provision

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+#include "provision/probe.h"
+
+namespace kelt::provision {
+
+/// What probeServer promises, as the loadable object holds it. May throw std::bad_alloc.
+void lookAtServer(const std::string& server, const ProbeFacts& tell);
+
+/// The version of libcurl.
+[[nodiscard]] std::string curlVersion();
+
+/// Where the package is asked for, below the address of the server.
+extern const char* const kPackagePath;
+
+}  // namespace kelt::provision
