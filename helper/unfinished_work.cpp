@@ -54,10 +54,13 @@ const char* whyNoMark(const struct stat& info, uid_t owner) {
   return nullptr;
 }
 
+std::string markPathIn(const std::wstring& data) {
+  return base::toUtf8(APath(data, paths::kUnfinishedWork).str());
+}
+
 std::string markPath() {
   using quorvane_com::orv::configuration::IConfiguration;
-  const std::wstring data = IConfiguration::GetConfiguration().GetFrameworkDataDirectory();
-  return base::toUtf8(APath(data, paths::kUnfinishedWork).str());
+  return markPathIn(IConfiguration::GetConfiguration().GetFrameworkDataDirectory());
 }
 
 void logProblem(const std::string& text) {
@@ -93,8 +96,8 @@ base::Status writeMark(const std::string& path, const std::string& text) {
 
 }  // namespace
 
-base::Result<BegunWork> inspectMark(uid_t owner) {
-  const std::string path = markPath();
+base::Result<BegunWork> inspectMark(const std::string& data, uid_t owner) {
+  const std::string path = markPathIn(base::toWide(data));
   const auto place = base::openPlace(path);
   if (!place) return place.error();
   return readMark(place.value(), path, owner);
