@@ -1,6 +1,5 @@
 // The commands that the configuration files name.
 
-#include <algorithm>
 #include <optional>
 #include <vector>
 
@@ -8,14 +7,11 @@
 #include "check/program.h"
 
 #include "base/utf.h"
-#include "helper/agent_paths.h"
 #include "helper/unix_command_line_helper.h"
 #include "platform/config_directory.h"
 
 namespace kelt::check {
 namespace {
-
-using platform::ConfigDirectory;
 
 /// One element that names a command.
 struct Command {
@@ -79,33 +75,18 @@ void checkPlugIn(const Command& command, const platform::ConfigFile& file, const
   if (const auto line = file.firstText(command.element)) checkWords(command, wordsOf(*line), subject, findings);
 }
 
-std::vector<std::string> productsIn(ConfigDirectory& directory) {
-  std::vector<std::string> names;
-  while (const auto name = directory.next()) {
-    if (!ConfigDirectory::bAgent(*name)) names.push_back(*name);
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 }  // namespace
 
 void checkCommands(const Device& device, Findings& findings) {
   findings.begin("command.start", {});
-  ConfigDirectory directory(std::string(helper::paths::kConfigDir));
-  if (!directory.usable()) return;
   // Files that are refused name no command, and were told of already.
-  if (!device.agentName.empty()) {
-    if (const auto agent = directory.load(device.agentName)) {
-      checkWords(kStart, wordsOf(agent.value().firstTextOrEmpty(kStart.element)), {}, findings);
-      checkWords(kStop, wordsOf(agent.value().firstTextOrEmpty(kStop.element)), {}, findings);
-    }
+  if (device.agentConfig) {
+    checkWords(kStart, wordsOf(device.agentConfig->firstTextOrEmpty(kStart.element)), {}, findings);
+    checkWords(kStop, wordsOf(device.agentConfig->firstTextOrEmpty(kStop.element)), {}, findings);
   }
-  for (const std::string& name : productsIn(directory)) {
-    const auto product = directory.load(name);
-    if (!product) continue;
-    checkPlugIn(kLoad, product.value(), name, findings);
-    checkPlugIn(kUnload, product.value(), name, findings);
+  for (const Product& product : device.products) {
+    checkPlugIn(kLoad, product.config, product.name, findings);
+    checkPlugIn(kUnload, product.config, product.name, findings);
   }
 }
 

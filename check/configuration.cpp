@@ -1,6 +1,7 @@
 // The configuration directory, and the files of the agent and of the products in it.
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "check/device.h"
@@ -76,8 +77,7 @@ const char* remedyOf(const Error& error) {
   }
 }
 
-void checkAgentFile(const Device& device, const ConfigDirectory& directory, Findings& findings) {
-  const auto file = directory.load(device.agentName);
+void checkAgentFile(Device& device, const base::Result<ConfigFile>& file, Findings& findings) {
   if (!file) return findings.failure(State::kProblem, "config.file", file.error(), remedyOf(file.error()));
   findings.ok("config.file", device.agentConfigPath + " is trusted and well-formed");
   findings.takeFact("agent_version", base::toUtf8(file.value().firstTextOrEmpty(L"Version")));
@@ -85,12 +85,14 @@ void checkAgentFile(const Device& device, const ConfigDirectory& directory, Find
 }
 
 /// A product whose file is refused loses its plug-in; the rest goes on.
-void checkProducts(const std::vector<std::string>& products, const ConfigDirectory& directory, Findings& findings) {
+void checkProducts(const std::vector<std::string>& products, const ConfigDirectory& directory, Device& device,
+                   Findings& findings) {
   for (const std::string& name : products) {
-    const auto file = directory.load(name);
+    auto file = directory.load(name);
     const std::string path = directory.fileOf(name);
     if (file) {
       findings.ok("config.product", path + " is trusted and well-formed", name);
+      device.products.push_back({name, std::move(file).value()});
     } else {
       findings.failure(State::kWarning, "config.product", file.error(), remedyOf(file.error()), name);
     }
@@ -141,34 +143,42 @@ void checkHashTags(const Device& device, Findings& findings) {
                    bTooLarge ? "Shorten the file, its comments for instance." : kMendFile);
 }
 
-void findDirectories(Device& device) {
-  using quorvane_com::orv::configuration::IConfiguration;
-  const IConfiguration& configuration = IConfiguration::GetConfiguration();
-  device.binDirectory = base::toUtf8(configuration.GetAgentBinDirectory());
-  device.dataDirectory = base::toUtf8(configuration.GetFrameworkDataDirectory());
+void findDirectories(Device& device, const base::Result<ConfigFile>& file) {
+  const auto directories = quorvane_com::orv::configuration::directoriesIn(file);
+  device.binDirectory = base::toUtf8(directories.bin);
+  device.dataDirectory = base::toUtf8(directories.data);
   const bool bSlash = device.dataDirectory.ends_with('/');
   device.keyStore = device.dataDirectory + (bSlash ? "" : "/") + std::string(helper::paths::kKeyStore);
+}
+
+/// Where there is no agent, its usual directories are meant.
+base::Result<ConfigFile> loadAgent(const Device& device, const ConfigDirectory& directory) {
+  if (const auto usable = directory.usable(); !usable) return usable.error();
+  if (device.agentName.empty()) return base::Error{ErrorKind::kNotFound, 0, {}};
+  return directory.load(device.agentName);
 }
 
 }  // namespace
 
 void checkConfiguration(Device& device, Findings& findings) {
   findings.begin("config.directory", {});
-  findDirectories(device);
   ConfigDirectory directory(configDirectoryPath());
   checkDirectory(directory, findings);
-  const auto opened = directory.state();
-  if (opened == ConfigDirectory::State::kInaccessible || opened == ConfigDirectory::State::kUnreadable) return;
-  const Names names = namesIn(directory, findings);
-  checkAgents(names.agents, findings);
+  const bool bOpen = directory.state() != ConfigDirectory::State::kInaccessible &&
+                     directory.state() != ConfigDirectory::State::kUnreadable;
+  const Names names = bOpen ? namesIn(directory, findings) : Names{};
+  if (bOpen) checkAgents(names.agents, findings);
   if (!names.agents.empty()) {
     device.agentName = names.agents.front();
     device.agentConfigPath = directory.fileOf(device.agentName);
     findings.takeFact("agent_directory", configDirectoryPath() + "/" + device.agentName);
-    if (directory.usable()) checkAgentFile(device, directory, findings);
-    checkHashTags(device, findings);
   }
-  if (directory.usable()) checkProducts(names.products, directory, findings);
+  auto agent = loadAgent(device, directory);
+  findDirectories(device, agent);
+  if (!device.agentName.empty() && directory.usable()) checkAgentFile(device, agent, findings);
+  if (agent) device.agentConfig = std::move(agent).value();
+  if (!device.agentName.empty()) checkHashTags(device, findings);
+  if (directory.usable()) checkProducts(names.products, directory, device, findings);
 }
 
 }  // namespace kelt::check

@@ -3,9 +3,11 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "check/findings.h"
 
+#include "platform/config_directory.h"
 #include "platform/key_inspection.h"
 
 namespace kelt::check {
@@ -13,10 +15,18 @@ namespace kelt::check {
 /// Whose the agent's files are, and as whom the tool runs.
 inline constexpr unsigned kAgentUser = 0;
 
+/// A product other than the agent.
+struct Product {
+  std::string name;  ///< of its directory of the configuration
+  platform::ConfigFile config;
+};
+
 struct Device {
   std::string startedIn;        ///< the working directory at the start, or what PWD said
   std::string agentName;        ///< the agent's own directory of the configuration; empty where there is none
   std::string agentConfigPath;  ///< and its file
+  std::optional<platform::ConfigFile> agentConfig;  ///< where it is trusted and loads
+  std::vector<Product> products;                    ///< likewise, in the order of their names
   std::string binDirectory;
   std::string dataDirectory;
   std::string keyStore;

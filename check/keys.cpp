@@ -10,7 +10,6 @@
 #include "base/utf.h"
 #include "helper/agent_paths.h"
 #include "keys/registry_keys.h"
-#include "platform/config_directory.h"
 #include "platform/registry.h"
 
 namespace kelt::check {
@@ -95,15 +94,11 @@ void tellMissing(const Device& device, const Stored& stored, Findings& findings)
                fact + ", although a server manages the agent", kSwitchAgain);
 }
 
-/// The hash that the agent's configuration records; empty where it has none or does not load.
-std::string recordedHash(const Device& device) {
-  platform::ConfigDirectory directory(std::string(helper::paths::kConfigDir));
-  const auto file = directory.load(device.agentName, platform::ConfigUse::kInforms);
-  return file ? base::toUtf8(file.value().firstTextOrEmpty(L"binsphash")) : std::string();
-}
-
 void checkHash(const Device& device, const std::string& sha256, Findings& findings) {
-  const std::string recorded = device.agentName.empty() ? std::string() : recordedHash(device);
+  if (!device.agentConfig)
+    return findings.unknown("key.hash", "The agent's configuration is refused, so that no hash can be compared",
+                            "Put the configuration right first; see config.file.");
+  const std::string recorded = base::toUtf8(device.agentConfig->firstTextOrEmpty(L"binsphash"));
   if (recorded == sha256)
     return findings.ok("key.hash", "The hash of the server's key is recorded in the agent's configuration");
   const std::string fact = recorded.empty()

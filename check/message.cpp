@@ -74,14 +74,16 @@ void sendEnd(int fd) {
 
 bool Receiver::take(const char* bytes, std::size_t count) {
   m_waiting.append(bytes, count);
-  while (m_waiting.size() >= sizeof(Length)) {
+  std::string_view rest = m_waiting;
+  while (rest.size() >= sizeof(Length)) {
     Length length = 0;
-    std::memcpy(&length, m_waiting.data(), sizeof length);
+    std::memcpy(&length, rest.data(), sizeof length);
     if (length > kMaxMessage) return false;
-    if (m_waiting.size() < sizeof length + length) return true;
-    if (!takeFields(fieldsIn(std::string_view(m_waiting).substr(sizeof length, length)))) return false;
-    m_waiting.erase(0, sizeof length + length);
+    if (rest.size() < sizeof length + length) break;
+    if (!takeFields(fieldsIn(rest.substr(sizeof length, length)))) return false;
+    rest.remove_prefix(sizeof length + length);
   }
+  m_waiting.erase(0, m_waiting.size() - rest.size());
   return true;
 }
 

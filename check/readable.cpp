@@ -1,5 +1,6 @@
 #include "check/readable.h"
 
+#include <algorithm>
 #include <cstdint>
 
 #include "base/utf.h"
@@ -18,9 +19,14 @@ bool bControl(std::uint32_t unit) {
          (unit >= 0x2066 && unit <= 0x2069);
 }
 
+bool bPlain(char c) {
+  return c >= ' ' && c <= '~';
+}
+
 }  // namespace
 
 std::string readable(std::string_view text) {
+  if (std::all_of(text.begin(), text.end(), bPlain)) return std::string(text);
   std::string out;
   for (const wchar_t wide : base::toWide(text)) {
     const auto unit = static_cast<std::uint32_t>(wide);

@@ -32,7 +32,8 @@ void look(const Options& options, Findings& findings) {
   findings.takeFact("keltcheck", KELT_VERSION);
   checkConfiguration(device, findings);
   // As the tool does: relative names of programs and directories are meant from there.
-  static_cast<void>(::chdir(device.binDirectory.c_str()));
+  // Where it cannot be entered, directory.bin says so.
+  if (::chdir(device.binDirectory.c_str()) != 0) findings.begin("command.start", {});
   checkCommands(device, findings);
   checkDirectories(device, findings);
   checkRoom(device, findings);

@@ -81,8 +81,8 @@ void checkTemporaryFiles(const Device& device, Findings& findings) {
   findings.unknown("trace.temporary", "Not all directories can be searched for temporary files", kLookAsRoot);
 }
 
-void checkUnfinishedWork(Findings& findings) {
-  const auto mark = helper::inspectMark(kAgentUser);
+void checkUnfinishedWork(const Device& device, Findings& findings) {
+  const auto mark = helper::inspectMark(device.dataDirectory, kAgentUser);
   if (!mark && mark.error().kind == ErrorKind::kNotFound)
     return findings.ok("trace.unfinished", "No run has left work unfinished");
   if (!mark)
@@ -107,7 +107,7 @@ void checkTraces(const Device& device, Findings& findings) {
   findings.begin("trace.key-files", {});
   checkKeyFiles(findings);
   checkTemporaryFiles(device, findings);
-  checkUnfinishedWork(findings);
+  checkUnfinishedWork(device, findings);
   const auto locks = lookAt(base::directoryOf(paths::kStartOwed));
   if (!locks && locks.error().kind != ErrorKind::kNotFound)
     return findings.failure(State::kProblem, "trace.stopped", locks.error(), "Put /run right.");

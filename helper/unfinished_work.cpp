@@ -9,9 +9,11 @@
 #include "base/file_read.h"
 #include "base/fresh_file.h"
 #include "base/retry.h"
+#include "base/utf.h"
 #include "helper/agent_directories.h"
 #include "helper/agent_log.h"
 #include "helper/agent_paths.h"
+#include "platform/afile.h"
 
 namespace kelt::helper {
 namespace {
@@ -72,8 +74,8 @@ Result<BegunWork> readMark(const base::Place& place, const std::string& path, ui
 
 }  // namespace
 
-Result<BegunWork> inspectMark(uid_t owner) {
-  const std::string path = inAgentDataDirectory(paths::kUnfinishedWork);
+Result<BegunWork> inspectMark(const std::string& data, uid_t owner) {
+  const std::string path = base::toUtf8(APath(base::toWide(data), base::toWide(paths::kUnfinishedWork)).str());
   const auto place = base::openPlace(path);
   if (!place) return place.error();
   return readMark(place.value(), path, owner);

@@ -24,9 +24,9 @@ struct BegunWork {
   std::string plan;  ///< what whoever finishes it has to know: lines of its own, each with its line end
 };
 
-/// What the mark says, for whoever only wants to know: nothing is removed, synced or logged. It counts as that of the
-/// user `owner`. Errors: kNotFound; kRefused, for one that is none; kSystem.
-[[nodiscard]] Result<BegunWork> inspectMark(uid_t owner);
+/// What the mark in the agent's data directory `data` says, for whoever only wants to know: nothing is removed, synced
+/// or logged. It counts as that of the user `owner`. Errors: kNotFound; kRefused, for one that is none; kSystem.
+[[nodiscard]] Result<BegunWork> inspectMark(const std::string& data, uid_t owner);
 
 /// The mark, for whoever holds the instance lock.
 class WorkMark {

@@ -261,7 +261,7 @@ echo $? >"$OUT/status"
 cp /run/agent/calls "$OUT/calls" 2>/dev/null
 [ -x $agent ] || agent=$agent.kept
 timeout 20 $agent status >"$OUT/standing" 2>/dev/null
-cp "$A" "$OUT/config" 2>/dev/null
+if [ -f "$A" ]; then cp "$A" "$OUT/config"; fi
 ls $K >"$OUT/keys" 2>/dev/null
 """
 

@@ -1,4 +1,5 @@
 """The manual page, the help text, the completions, the parser and the table of statuses agree."""
+import json
 import re
 import subprocess
 from pathlib import Path
@@ -70,9 +71,10 @@ def test_every_console_text_has_a_diagnostic():
     assert missing == []
 
 
+@pytest.mark.parametrize("page", ["keltconfig.8", "keltcheck.8"])
 @pytest.mark.parametrize("command", [["mandoc", "-Tlint"], ["groff", "-ww", "-mdoc", "-Tutf8", "-z"]])
-def test_manual_page_has_no_formatting_fault(command):
-    done = subprocess.run([*command, SOURCE / "packaging/keltconfig.8"], capture_output=True, text=True)
+def test_manual_page_has_no_formatting_fault(command, page):
+    done = subprocess.run([*command, SOURCE / "packaging" / page], capture_output=True, text=True)
     assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
 
 
@@ -102,3 +104,49 @@ def test_a_drawing_of_other_targets_is_found_out(tmp_path):
     node = re.search(r'"(\w+)" \[ label = "kelt_modes', graph).group(1)
     dot.write_text(re.sub(rf'^ *"{node}" -> .*\n', "", graph, flags=re.M))
     assert checked() == 1
+
+
+# keltcheck
+
+CHECK_PAGE = (SOURCE / "packaging/keltcheck.8").read_text()
+CHECK_SOURCES = "".join(path.read_text() for path in sorted((SOURCE / "check").glob("*.cpp")))
+
+
+def check_options():
+    return set(re.findall(r'option\{"([a-z]+)"', (SOURCE / "check/options.cpp").read_text()))
+
+
+def test_options_of_keltcheck_are_those_of_its_page_its_help_and_its_completions():
+    options = check_options()
+    assert len(options) == 7
+    described = re.search(r"^\.Sh OPTIONS\n(.*?)(?=^\.Sh )", CHECK_PAGE, re.M | re.S).group(1)
+    assert set(re.findall(r"^\.It Fl -(\w+)", described, re.M)) == options
+    source = (SOURCE / "check/options.cpp").read_text()
+    assert set(re.findall(r"(?<![\w-])--([a-z]+)", source[source.index("usage:"):])) == options
+    for name in ("keltcheck.bash", "_keltcheck"):
+        assert set(re.findall(r"--([a-z]+)", (SOURCE / "packaging/completion" / name).read_text())) == options
+
+
+def identifiers():
+    groups = "config|command|directory|room|mode|key|trace|install|source|server|run"
+    return set(re.findall(rf'"((?:{groups})\.[a-z0-9-]+)"', CHECK_SOURCES))
+
+
+def test_groups_of_identifiers_are_on_the_page():
+    listed = re.search(r"is its group:\n(.*?)^\.El", CHECK_PAGE, re.M | re.S).group(1)
+    assert set(re.findall(r"^\.It (\w+)$", listed, re.M)) == {name.split(".")[0] for name in identifiers()}
+    assert len(identifiers()) >= 40
+
+
+def test_facts_are_in_the_schema_and_on_the_page():
+    schema = json.loads((SOURCE / "packaging/keltcheck.schema.json").read_text())
+    properties = schema["properties"]["facts"]["properties"]
+    told = set(re.findall(r'takeFact\("(\w+)"', CHECK_SOURCES))
+    assert told == (set(properties) - {"versions"}) | set(properties["versions"]["properties"])
+    assert all(f".Ql {name}" in CHECK_PAGE for name in properties)
+
+
+def test_page_names_the_states_and_the_exit_statuses():
+    assert re.findall(r"^\.It (\d)$", CHECK_PAGE, re.M) == ["0", "1", "2", "3"]
+    for state in ("problem", "warning", "unknown", "ok"):
+        assert re.search(rf"^\.It {state}$", CHECK_PAGE, re.M)

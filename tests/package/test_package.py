@@ -39,10 +39,16 @@ def test_package_holds_the_tool_its_loadable_parts_and_its_documents(contents):
     library = next(path.rsplit("/", 1)[0] for path in files if path.endswith("/keltconfig-crypto.so"))
     assert re.fullmatch(r"/usr/lib/[a-z0-9_]+-linux-gnu/keltconfig", library)
     assert files == {
+        "/usr/sbin/keltcheck",
         "/usr/sbin/keltconfig",
         f"{library}/keltconfig-crypto.so",
         f"{library}/keltconfig-provision.so",
+        "/usr/share/man/man8/keltcheck.8.gz",
         "/usr/share/man/man8/keltconfig.8.gz",
+        "/usr/share/keltconfig/keltcheck.schema.json",
+        "/usr/share/doc/keltconfig/examples/keltcheck.cfg",
+        "/usr/share/bash-completion/completions/keltcheck",
+        "/usr/share/zsh/vendor-completions/_keltcheck",
         "/usr/share/bash-completion/completions/keltconfig",
         "/usr/share/zsh/vendor-completions/_keltconfig",
         "/usr/share/lintian/overrides/keltconfig",
@@ -81,9 +87,11 @@ dpkg --root="$root" --force-depends --install "$2" >/dev/null 2>&1
 mount -t overlay -o "lowerdir=$root/usr:/usr" device /usr
 command -v keltconfig
 keltconfig -version
+keltcheck --plain
 "$3/device/make-package" "$1/keys" >/dev/null
 keltconfig -m -d "$1/keys" -nostart >"$1/switch" || echo "switch: $?"
 ls /opt/Quorvane/orv/scratch/keystore
+keltcheck --plain
 man -w keltconfig 2>/dev/null || ls /usr/share/man/man8/keltconfig.8.gz
 umount --lazy /usr
 dpkg --root="$root" --purge keltconfig >/dev/null 2>&1
@@ -99,9 +107,11 @@ def test_installed_tool_runs_from_the_path_with_its_parts_and_removal_leaves_not
         "/usr/sbin/keltconfig",
         "Unable to find existing mode, assuming non_fips mode",
         "4.6.0.2545",
+        "KELTCHECK OK - unmanaged",
         "keyconf.ini",
         "server-public.der",
         "server-request-secret.der",
+        "KELTCHECK OK - managed by 192.0.2.10, key 2048 bits",
         "/usr/share/man/man8/keltconfig.8.gz",
     ]
 

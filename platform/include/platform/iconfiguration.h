@@ -3,6 +3,9 @@
 
 #include <string>
 
+#include "base/result.h"
+#include "platform/config_directory.h"
+
 namespace quorvane_com::orv::configuration {
 
 /// The process-wide configuration object. It reads the agent's own "config.xml", in the first directory under the
@@ -25,5 +28,14 @@ class IConfiguration {
   /// The same for `FrameworkDataDirectory` and "/opt/Quorvane/orv/scratch".
   [[nodiscard]] virtual std::wstring GetFrameworkDataDirectory() const = 0;
 };
+
+/// The two directories, as IConfiguration gives them.
+struct AgentDirectories {
+  std::wstring bin;
+  std::wstring data;
+};
+
+/// What they are where the agent's own configuration file was loaded, or refused, as `file`. Nothing is read or logged.
+[[nodiscard]] AgentDirectories directoriesIn(const kelt::base::Result<kelt::platform::ConfigFile>& file);
 
 }  // namespace quorvane_com::orv::configuration

@@ -64,6 +64,10 @@ IConfiguration& IConfiguration::GetConfiguration() {
   return theConfiguration();
 }
 
+AgentDirectories directoriesIn(const Result<ConfigFile>& file) {
+  return {valueIn(file, kBin), valueIn(file, kData)};
+}
+
 }  // namespace quorvane_com::orv::configuration
 
 namespace kelt::platform {
