@@ -117,20 +117,25 @@ std::string whyNotRecorded(const std::string& content) {
   return loaded ? std::string() : "the file would not load any more, " + loaded.error().message;
 }
 
+bool bExactlyOnePlace(const std::string& content) {
+  return countOf(content, "<binsphash>") == 1 && countOf(content, "</binsphash>") == 1 &&
+         content.find("<binsphash>") < content.find("</binsphash>");
+}
+
 void checkHashContent(const Device& device, const std::string& content, Findings& findings) {
   constexpr const char* kId = "config.binsphash";
   constexpr const char* kRemedy = "Give the file exactly one element <binsphash></binsphash>, also within comments.";
   const std::string& path = device.agentConfigPath;
+  // In a file that loads, the hash spoils nothing there; of one that is refused, that is told already.
+  const bool bElement = !device.agentConfig || device.agentConfig->firstText(L"binsphash");
+  if (bExactlyOnePlace(content) && bElement)
+    return findings.ok(kId, "The hash of the server's key can be recorded in " + path);
   const std::string why = whyNotRecorded(content);
   const bool bSpoils = why.starts_with("the file would");
   const std::string fact = "The next switch could not record the hash of the server's key in " + path + ": " + why;
   if (!why.empty()) return findings.put(bSpoils ? State::kProblem : State::kWarning, kId, fact, kRemedy);
-  const std::size_t starts = countOf(content, "<binsphash>");
-  const std::size_t ends = countOf(content, "</binsphash>");
-  const bool bInOrder = content.find("<binsphash>") < content.find("</binsphash>");
-  if (starts != 1 || ends != 1 || !bInOrder)
-    return findings.warning(kId, path + " does not have the tags of binsphash exactly once, in their order", kRemedy);
-  findings.ok(kId, "The hash of the server's key can be recorded in " + path);
+  findings.warning(kId, path + " does not have the tags of binsphash exactly once, in their order, as an element",
+                   kRemedy);
 }
 
 void checkHashTags(const Device& device, Findings& findings) {

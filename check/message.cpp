@@ -2,8 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
-#include <span>
-#include <utility>
+#include <initializer_list>
 
 #include "base/file_replace.h"
 
@@ -20,52 +19,54 @@ constexpr const char* kEnd = "end";
 using Length = std::uint32_t;
 constexpr Length kMaxMessage = 1U << 20U;
 
-std::string packed(const std::vector<std::string>& fields) {
-  std::string body;
-  for (const std::string& field : fields)
-    body.append(field.c_str()).push_back('\0');  // no text of ours has a zero byte
-  const auto length = static_cast<Length>(body.size());
-  std::string text(sizeof length, '\0');
-  std::memcpy(text.data(), &length, sizeof length);
-  return text + body;
+/// No text of ours has a zero byte; what comes after one is left out.
+void append(std::string& text, std::string_view field) {
+  text.append(field.substr(0, field.find('\0'))).push_back('\0');
 }
 
-std::vector<std::string> fieldsIn(std::string_view body) {
-  std::vector<std::string> fields;
+void write(int fd, std::initializer_list<std::string_view> fields) {
+  std::size_t most = sizeof(Length);
+  for (const std::string_view field : fields)
+    most += field.size() + 1;
+  std::string text;
+  text.reserve(most);
+  text.assign(sizeof(Length), '\0');
+  for (const std::string_view field : fields)
+    append(text, field);
+  const auto length = static_cast<Length>(text.size() - sizeof(Length));
+  std::memcpy(text.data(), &length, sizeof length);
+  // Whoever reads may be gone; then nobody is interested.
+  static_cast<void>(base::writeAll(fd, {reinterpret_cast<const unsigned char*>(text.data()), text.size()}));
+}
+
+Receiver::Fields fieldsIn(std::string_view body) {
+  Receiver::Fields fields;
   while (!body.empty()) {
     const std::size_t end = body.find('\0');
-    fields.emplace_back(body.substr(0, end));
+    if (fields.count < fields.texts.size()) fields.texts.at(fields.count) = body.substr(0, end);
+    ++fields.count;
     body.remove_prefix(end == std::string_view::npos ? body.size() : end + 1);
   }
   return fields;
 }
 
-void write(int fd, const std::vector<std::string>& fields) {
-  const std::string text = packed(fields);
-  // Whoever reads may be gone; then nobody is interested.
-  static_cast<void>(base::writeAll(fd, {reinterpret_cast<const unsigned char*>(text.data()), text.size()}));
-}
-
-bool bState(const std::string& number) {
+bool bState(std::string_view number) {
   return number.size() == 1 && number[0] >= '0' && number[0] <= '3';
 }
 
 }  // namespace
 
 void PipeFindings::take(Check check) {
-  send({kCheck, check.id, check.subject, std::to_string(static_cast<int>(check.state)), check.fact, check.remedy});
+  const char state = static_cast<char>('0' + static_cast<int>(check.state));
+  write(m_fd, {kCheck, check.id, check.subject, std::string_view(&state, 1), check.fact, check.remedy});
 }
 
 void PipeFindings::takeFact(const std::string& name, const std::string& value) {
-  send({kFact, name, value});
+  write(m_fd, {kFact, name, value});
 }
 
 void PipeFindings::begin(const std::string& id, const std::string& waitsFor) {
-  send({kBegin, id, waitsFor});
-}
-
-void PipeFindings::send(const std::vector<std::string>& fields) const {
-  write(m_fd, fields);
+  write(m_fd, {kBegin, id, waitsFor});
 }
 
 void sendEnd(int fd) {
@@ -87,15 +88,17 @@ bool Receiver::take(const char* bytes, std::size_t count) {
   return true;
 }
 
-bool Receiver::takeFields(std::vector<std::string> fields) {
-  if (fields.size() == 6 && fields[0] == kCheck && bState(fields[3])) {
-    m_report.checks.push_back({fields[1], fields[2], static_cast<State>(fields[3][0] - '0'), fields[4], fields[5]});
+bool Receiver::takeFields(const Fields& fields) {
+  const auto& [kind, first, second, third, fourth, fifth] = fields.texts;
+  if (fields.count == 6 && kind == kCheck && bState(third)) {
+    m_report.checks.push_back({std::string(first), std::string(second), static_cast<State>(third[0] - '0'),
+                               std::string(fourth), std::string(fifth)});
     m_begun.waitsFor.clear();
-  } else if (fields.size() == 3 && fields[0] == kFact) {
-    m_report.facts[fields[1]].push_back(std::move(fields[2]));
-  } else if (fields.size() == 3 && fields[0] == kBegin) {
-    m_begun = {std::move(fields[1]), std::move(fields[2])};
-  } else if (fields.size() == 1 && fields[0] == kEnd) {
+  } else if (fields.count == 3 && kind == kFact) {
+    m_report.facts[std::string(first)].emplace_back(second);
+  } else if (fields.count == 3 && kind == kBegin) {
+    m_begun = {std::string(first), std::string(second)};
+  } else if (fields.count == 1 && kind == kEnd) {
     m_bComplete = true;
   } else {
     return false;

@@ -1,8 +1,10 @@
 #pragma once
 // How findings go from the process that looks to the one that reports.
 
+#include <array>
+#include <cstddef>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "check/findings.h"
 
@@ -19,8 +21,6 @@ class PipeFindings final : public Findings {
   void begin(const std::string& id, const std::string& waitsFor) override;
 
  private:
-  void send(const std::vector<std::string>& fields) const;
-
   int m_fd;
 };
 
@@ -33,6 +33,12 @@ struct Begun {
 /// Puts together what comes out of the pipe.
 class Receiver {
  public:
+  /// The fields of one message.
+  struct Fields {
+    std::array<std::string_view, 6> texts;
+    std::size_t count = 0;  ///< of all there are, which may be more than fit
+  };
+
   /// Takes the next bytes of the pipe. Returns false for what PipeFindings never writes.
   [[nodiscard]] bool take(const char* bytes, std::size_t count);
 
@@ -43,7 +49,7 @@ class Receiver {
   [[nodiscard]] bool bComplete() const { return m_bComplete; }
 
  private:
-  [[nodiscard]] bool takeFields(std::vector<std::string> fields);
+  [[nodiscard]] bool takeFields(const Fields& fields);
 
   std::string m_waiting;
   Report m_report;

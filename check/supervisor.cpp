@@ -58,6 +58,8 @@ class Supervision {
   Report wait() {
     while (bMore()) {
     }
+    // Once it has said that it is done, it only ends.
+    if (m_receiver.bComplete()) retryInterrupted([&] { return ::waitpid(m_process, nullptr, 0); });
     if (!m_receiver.bComplete()) tellWhyNotComplete();
     return std::move(m_receiver.report());
   }

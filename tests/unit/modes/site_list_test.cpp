@@ -19,11 +19,11 @@ class SiteListTest : public tests::PrivateDevice {
 
 TEST_F(SiteListTest, HoldsNothingUnlessItIsOne) {
   SiteList siteList;
-  EXPECT_FALSE(siteList.bHasSites());
+  EXPECT_EQ(siteList.content(), SiteListContent::kNoSites);
   for (const char* content : {"", "<SiteLists/>", "<ns:SiteLists>", "<Other xmlns:ns=\"x\"/>"}) {
     putFile("/tmp/list", content);
     EXPECT_FALSE(siteList.load("/tmp/list")) << content;
-    EXPECT_FALSE(siteList.bHasSites()) << content;
+    EXPECT_EQ(siteList.content(), SiteListContent::kNoSites) << content;
     EXPECT_FALSE(siteList.bHasServer()) << content;
     EXPECT_FALSE(siteList.removeServers()) << content;
   }
@@ -32,14 +32,29 @@ TEST_F(SiteListTest, HoldsNothingUnlessItIsOne) {
 
 TEST_F(SiteListTest, TellsHowMuchItHolds) {
   SiteList siteList;
-  EXPECT_FALSE(loaded(siteList, "<SpipeSite ServerIP=\"1\"/>").bHasSites());
+  EXPECT_EQ(loaded(siteList, "<SpipeSite ServerIP=\"1\"/>").content(), SiteListContent::kNoSites);
   EXPECT_FALSE(siteList.bHasServer());
-  EXPECT_FALSE(siteList.bHasServerAddress());
-  EXPECT_TRUE(loaded(siteList, "<SiteList/>").bHasSites());
+  EXPECT_EQ(loaded(siteList, "<SiteList/>").content(), SiteListContent::kNoServer);
   EXPECT_FALSE(siteList.bHasServer());
   EXPECT_TRUE(loaded(siteList, "<SiteList><SpipeSite/></SiteList>").bHasServer());
-  EXPECT_FALSE(siteList.bHasServerAddress());
-  EXPECT_TRUE(loaded(siteList, "<SiteList><SpipeSite/><SpipeSite ServerIP=\"\"/></SiteList>").bHasServerAddress());
+  EXPECT_EQ(siteList.content(), SiteListContent::kNoServer);
+  const std::string second = "<SiteList><SpipeSite/><SpipeSite ServerIP=\"\"/></SiteList>";
+  EXPECT_EQ(loaded(siteList, second).content(), SiteListContent::kServer);
+}
+
+std::vector<std::string> serversIn(const std::string& content) {
+  putFile("/tmp/list", "<ns:SiteLists xmlns:ns=\"x\">" + content + "</ns:SiteLists>");
+  AnXml document;
+  EXPECT_TRUE(document.useExistingFile(L"/tmp/list", kSiteListRoot, nullptr, nullptr));
+  return serversOf(document);
+}
+
+TEST_F(SiteListTest, NamesItsServersInTheirOrder) {
+  using Servers = std::vector<std::string>;
+  EXPECT_EQ(serversIn(""), Servers{});
+  EXPECT_EQ(serversIn("<SiteList><SpipeSite/></SiteList>"), Servers{""});
+  EXPECT_EQ(serversIn("<SiteList><SpipeSite ServerIP=\"a\"/><x/><SpipeSite ServerIP=\"b\"/></SiteList>"),
+            (Servers{"a", "b"}));
 }
 
 TEST_F(SiteListTest, LosesEveryServerAndNothingElse) {
