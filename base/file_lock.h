@@ -2,7 +2,7 @@
 // Locks of whole files, between processes.
 
 #include <string>
-#include <sys/stat.h>
+#include <sys/stat.h>  // IWYU pragma: keep
 
 namespace kelt::base {
 

@@ -2,13 +2,12 @@
 // Replacing files: a reader, and a device that comes back after a power cut, sees the old content or the new one. Each
 // operation goes through base/temporary_file.h; SIGINT, SIGTERM and SIGHUP wait until it is done.
 
-#include <cstddef>
 #include <span>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
 
-#include "base/file_place.h"  // callers sync directories as well
+#include "base/file_place.h"  // IWYU pragma: export
 #include "base/result.h"
 
 namespace kelt::base {

@@ -2,10 +2,9 @@
 
 #include <array>
 #include <climits>
-#include <csignal>
 #include <fcntl.h>
 #include <initializer_list>
-#include <sys/syscall.h>
+#include <sys/syscall.h>  // IWYU pragma: keep
 #include <sys/wait.h>
 
 #include "base/retry.h"

@@ -1,7 +1,5 @@
 #include "helper/files.h"
 
-#include <utility>
-
 #include "base/utf.h"
 #include "platform/afile.h"
 

@@ -4,7 +4,6 @@
 #include <limits>
 #include <memory>
 #include <new>
-#include <span>
 
 #include "base/console.h"
 #include "base/file_replace.h"

@@ -1,7 +1,6 @@
 #include "keys/begun_import.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <string_view>
 
 #include "base/retry.h"

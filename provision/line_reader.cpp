@@ -1,7 +1,5 @@
 #include "provision/line_reader.h"
 
-#include <utility>
-
 #include "base/secret.h"
 
 namespace kelt::provision {

@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "base/console.h"
-#include "base/file_replace.h"
+#include "base/file_place.h"
 #include "base/fresh_file.h"
 #include "base/sweep.h"
 #include "platform/afile.h"

@@ -1,7 +1,7 @@
 #pragma once
 // Provisioning itself, as the loadable object holds it.
 
-#include <boost/thread/mutex.hpp>
+#include <boost/thread/mutex.hpp>  // IWYU pragma: keep
 #include <string>
 #include <string_view>
 

@@ -3,7 +3,7 @@
 // order that leaves no terminal without echo.
 
 #include <sys/ioctl.h>
-#include <termios.h>
+#include <termios.h>  // IWYU pragma: keep
 
 namespace kelt::provision {
 

@@ -2,7 +2,7 @@
 
 #include <signal.h>
 #include <sys/time.h>
-#include <time.h>
+#include <time.h>  // IWYU pragma: keep
 
 namespace kelt::platform {
 

@@ -13,7 +13,6 @@
 // Whatever else stands there is kept. Section and value names, "dword" and "hex" are matched without regard to case
 // (ASCII). The text holds keys: it stays in memory that is wiped.
 
-#include <cstddef>
 #include <string_view>
 
 #include "base/result.h"

@@ -1,7 +1,6 @@
 #include "unzip/guard.h"
 
 #include <algorithm>
-#include <optional>
 #include <set>
 #include <sys/stat.h>
 

@@ -1,7 +1,6 @@
 #include "xml/document.h"
 
 #include <new>
-#include <utility>
 #include <vector>
 
 #include "xml/judge.h"

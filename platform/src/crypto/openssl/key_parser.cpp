@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
