@@ -25,6 +25,7 @@ bool bWorthRetrying(int fd, int error) {
 }
 
 void put(int fd, std::string_view text) {
+  // Who prints between a failed call and the message about it must not change what that says.
   const int errnoBefore = errno;
   while (!text.empty()) {
     const ssize_t written = ::write(fd, text.data(), text.size());

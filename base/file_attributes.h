@@ -1,4 +1,5 @@
 #pragma once
+// What belongs to a file besides its content, carried over to the file that replaces it.
 
 #include "base/result.h"
 

@@ -6,7 +6,7 @@ namespace kelt::base {
 namespace {
 
 bool control(int fd, int command, short type) {
-  struct flock whole {};
+  struct flock whole {};  // a length of 0 is to the end, wherever that will be; l_pid has to be 0 for these locks
   whole.l_type = type;
   whole.l_whence = SEEK_SET;
   return ::fcntl(fd, command, &whole) == 0;

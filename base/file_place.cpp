@@ -37,6 +37,7 @@ Result<Place> openPlace(int from, const std::string& fromPath, const std::string
   };
   Place place;
   place.path = pathFrom(fromPath, path);
+  // A directory that may be entered but not read serves for looking up and opening; only syncing it needs more.
   place.directory = open(O_RDONLY);
   if (!place.directory && errno == EACCES) {
     place.bSyncable = false;
@@ -50,9 +51,11 @@ Result<Place> openPlace(int from, const std::string& fromPath, const std::string
 Result<std::optional<Place>> followLink(const Place& place) {
   std::array<char, PATH_MAX> buffer{};
   const ssize_t length = ::readlinkat(place.directory.get(), place.name.c_str(), buffer.data(), buffer.size());
+  // EINVAL: what stands there is no link.
   if (length < 0 && (errno == EINVAL || errno == ENOENT)) return std::optional<Place>{};
   if (length < 0) return systemError("read the link " + place.path);
   const std::string target(buffer.data(), static_cast<std::size_t>(length));
+  // From the directory that is held, not from its path: that may lead elsewhere by now.
   auto next = openPlace(place.directory.get(), directoryOf(place.path), target);
   if (!next) return next.error();
   return std::optional(std::move(next).value());
@@ -72,6 +75,8 @@ Result<Place> findPlace(const std::string& path) {
 
 Result<UniqueFd> openExisting(const Place& place) {
   struct stat info {};
+  // Looked at before it is opened: merely opening a FIFO or a device can have an effect. And once more by the
+  // descriptor, since another file may have come there in between.
   if (::fstatat(place.directory.get(), place.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
     if (errno == ENOENT) return UniqueFd();
     return systemError("stat " + place.path);

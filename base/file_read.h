@@ -26,7 +26,7 @@ inline constexpr std::size_t kMaxFileSize = std::size_t{256} * 1024 * 1024;
 /// hold a key. Errors as openRegular, and kTooLarge over `limit` bytes.
 [[nodiscard]] Result<SecretBytes> readFile(const std::string& path, std::size_t limit = kMaxFileSize);
 
-/// The same, but as text.
+/// The same, but as text, whose memory is not wiped: for files that hold no secret.
 [[nodiscard]] Result<std::string> readText(const std::string& path, std::size_t limit = kMaxFileSize);
 
 /// The size in bytes of a regular file (symbolic links followed). Errors as openRegular.

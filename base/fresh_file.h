@@ -31,7 +31,7 @@ class FreshFile {
   FreshFile(DeferredSignals signals, Place place, TemporaryFile file)
       : m_signals(std::move(signals)), m_place(std::move(place)), m_file(std::move(file)) {}
 
-  DeferredSignals m_signals;
+  DeferredSignals m_signals;  // the first to be made and the last to go, so that they wait for all that the others do
   Place m_place;
   TemporaryFile m_file;
 };

@@ -11,7 +11,7 @@ namespace kelt::base {
 
 /// Makes OpenSSL take its memory from functions that wipe what is released. To be called before OpenSSL is first used
 /// in the process: later calls change nothing, and so do those after the first. The module that the call stands in must
-/// stay loaded.
+/// stay loaded. Where it came too late OpenSSL works all the same, and what it releases keeps its content.
 inline void giveOpenSslWipingMemory() {
   // NOLINTBEGIN(cppcoreguidelines-no-malloc)
   CRYPTO_set_mem_functions([](std::size_t bytes, const char* /*file*/, int /*line*/) { return std::malloc(bytes); },

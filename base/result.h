@@ -18,7 +18,7 @@ enum class ErrorKind {
   kSystem,     ///< a system call failed; Error::sysErrno says how
 };
 
-/// A failure: its kind, the errno behind it (0 where no system call was involved) and a sentence for a log.
+/// A failure: its kind, the errno that it came with (0 where no system call was involved) and a sentence for a log.
 /// The sentence never holds a secret.
 struct Error {
   ErrorKind kind = ErrorKind::kSystem;
@@ -41,12 +41,15 @@ class [[nodiscard]] Result {
   Result(T value) : m_state(std::in_place_index<0>, std::move(value)) {}      // NOLINT(google-explicit-constructor)
   Result(Error error) : m_state(std::in_place_index<1>, std::move(error)) {}  // NOLINT(google-explicit-constructor)
 
+  /// Whether there is a value.
   [[nodiscard]] bool ok() const { return m_state.index() == 0; }
   explicit operator bool() const { return ok(); }
 
+  /// The value; a reference into this object, or the value itself where the object is about to go.
   [[nodiscard]] T& value() & { return held(std::get_if<0>(&m_state)); }
   [[nodiscard]] const T& value() const& { return held(std::get_if<0>(&m_state)); }
   [[nodiscard]] T&& value() && { return std::move(held(std::get_if<0>(&m_state))); }
+  /// Why there is no value; a reference into this object.
   [[nodiscard]] const Error& error() const { return held(std::get_if<1>(&m_state)); }
 
  private:
@@ -78,6 +81,7 @@ class [[nodiscard]] Result<void> {
   std::variant<std::monostate, Error> m_state;
 };
 
+/// Whether something was done, or why not.
 using Status = Result<void>;
 
 }  // namespace kelt::base

@@ -1,4 +1,5 @@
 #pragma once
+// Asking the system again where its first answer says nothing.
 
 #include <cerrno>
 

@@ -14,6 +14,7 @@ constexpr std::size_t kStackDepth = std::size_t{64} * 1024;
 
 template <typename String>
 void wipeString(String& text) {
+  // All of the memory: what was longer before left its end there. Up to its capacity a string asks for no other.
   text.resize(text.capacity());
   wipe(text.data(), text.size() * sizeof(typename String::value_type));
   text.clear();
@@ -48,6 +49,7 @@ void wipingFree(void* block) {
 }
 
 void* wipingRealloc(void* block, std::size_t bytes) {
+  // Never in place: realloc may move the block, and gives the old one back as it is.
   void* moved = std::malloc(bytes);
   if (moved == nullptr || block == nullptr) return moved;
   std::memcpy(moved, block, std::min(bytes, ::malloc_usable_size(block)));

@@ -10,7 +10,8 @@ namespace kelt::base {
 /// Overwrites memory with zeros in a way that the compiler does not drop. A null pointer with length 0 is fine.
 void wipe(void* memory, std::size_t bytes);
 
-/// Wipes a string's whole capacity and leaves it empty.
+/// Wipes a string's whole capacity and leaves it empty. Memory that the string grew out of before is not reached:
+/// reserve room for a secret before it is put there.
 void wipe(std::string& text);
 void wipe(std::wstring& text);
 
@@ -32,7 +33,9 @@ struct WipingAllocator {
   template <typename U>
   WipingAllocator(const WipingAllocator<U>&) {}  // NOLINT(google-explicit-constructor)
 
+  /// As std::allocator does; throws std::bad_alloc.
   T* allocate(std::size_t n) { return std::allocator<T>().allocate(n); }
+  /// Wipes all of the block, whatever of it was in use, and gives it back.
   void deallocate(T* block, std::size_t n) {
     wipe(block, n * sizeof(T));
     std::allocator<T>().deallocate(block, n);
@@ -40,13 +43,14 @@ struct WipingAllocator {
   friend bool operator==(const WipingAllocator&, const WipingAllocator&) { return true; }
 };
 
-/// Bytes of a secret.
+/// Bytes of a secret, or of a file that may hold one. Memory that it grows out of is wiped as well.
 using SecretBytes = std::vector<unsigned char, WipingAllocator<unsigned char>>;
 
 /// Wipes the string it watches when the scope ends, however it ends.
 template <typename String>
 class WipeAtEnd {
  public:
+  /// `text`, a std::string or std::wstring, must outlive the object.
   explicit WipeAtEnd(String& text) : m_text(text) {}
   WipeAtEnd(const WipeAtEnd&) = delete;
   WipeAtEnd& operator=(const WipeAtEnd&) = delete;

@@ -15,6 +15,7 @@ void setAction(int signal, void (*handler)(int)) {
 
 }  // namespace
 
+// A started command gets both with their default action again (resetSignalsForChild).
 void ignoreOutputSignals() {
   setAction(SIGPIPE, SIG_IGN);
   setAction(SIGXFSZ, SIG_IGN);

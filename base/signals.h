@@ -9,7 +9,7 @@ namespace kelt::base {
 /// the run. Called once, at the start of main.
 void ignoreOutputSignals();
 
-/// Ignores SIGINT, SIGTERM and SIGHUP, in a process that has to outlive whatever they are meant to end.
+/// Ignores SIGINT, SIGTERM and SIGHUP for good, in a process that has to outlive whatever they are meant to end.
 void ignoreEndingSignals();
 
 /// Gives every signal its default action and empties the signal mask. For a child, between fork and exec
@@ -20,6 +20,8 @@ void resetSignalsForChild();
 /// At the end the earlier mask comes back, and a signal that arrived meanwhile then ends the run as usual.
 class DeferredSignals {
  public:
+  /// Blocks the three in this thread, whatever the mask was. Two such objects may overlap, if
+  /// the later one ends first.
   DeferredSignals();
   /// The new object ends what the old one began.
   DeferredSignals(DeferredSignals&& other) noexcept;

@@ -1,4 +1,5 @@
 #pragma once
+// The descriptors that every program is given, and that a caller may have closed.
 
 namespace kelt::base {
 

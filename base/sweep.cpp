@@ -18,6 +18,7 @@ struct CloseListing {
 using Listing = std::unique_ptr<DIR, CloseListing>;
 
 Listing listingOf(int directory) {
+  // Opened anew: a listing moves the offset of its descriptor, and the caller's may be open for looking up only.
   UniqueFd fd(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   Listing listing(fd ? ::fdopendir(fd.get()) : nullptr);
   if (listing) static_cast<void>(fd.release());
@@ -39,6 +40,7 @@ std::vector<std::string> sweepDirectory(int directory) {
   while (const dirent* entry = ::readdir(listing.get())) {  // NOLINT(concurrency-mt-unsafe): a listing of our own
     const char* name = &entry->d_name[0];
     if (!bTemporaryName(name) || !bOurs(directory, name)) continue;
+    // Noted before it is removed, as want of memory must not leave out one that was.
     removed.emplace_back(name);
     if (::unlinkat(directory, name, 0) != 0) removed.pop_back();
   }

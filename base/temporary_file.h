@@ -27,6 +27,7 @@ class TemporaryFile {
   /// kNotFound when nothing stands there; kSystem, where the file system gives no file two names for instance.
   [[nodiscard]] static Result<TemporaryFile> keep(int directory, const std::string& name);
 
+  /// Takes the file over; `other` has none then.
   TemporaryFile(TemporaryFile&& other) noexcept;
   TemporaryFile& operator=(TemporaryFile&&) = delete;
   /// Removes whatever stands under the temporary name, unless it was renamed. Needs no memory and no descriptor.

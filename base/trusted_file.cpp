@@ -23,6 +23,8 @@ Status judgeDirectoryOf(const Place& place, const Trust& trust) {
 }
 
 Result<OpenedFile> openHere(Place place, const Trust& trust) {
+  // The directory was judged, so only those who are trusted can have put another file there since; it is judged as
+  // opened all the same, which costs nothing.
   constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
   UniqueFd file(retryInterrupted([&] { return ::openat(place.directory.get(), place.name.c_str(), kFlags); }));
   if (!file) return systemError("open " + place.path);
@@ -54,6 +56,7 @@ Result<OpenedFile> openTrusted(int from, const std::string& fromPath, const std:
     if (::fstatat(here.directory.get(), here.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
       return systemError("open " + here.path);
     }
+    // After the look: what is missing is missing, whoever may write there.
     if (const Status judged = judgeDirectoryOf(here, trust); !judged) return judged.error();
     if (S_ISREG(info.st_mode)) return openHere(std::move(here), trust);
     // From here on only those who are trusted can exchange the link for another.

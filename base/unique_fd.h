@@ -10,8 +10,11 @@ namespace kelt::base {
 /// the descriptor has called fsync before and seen the error there.
 class UniqueFd {
  public:
+  /// Owns none.
   UniqueFd() = default;
+  /// Owns `fd` from here on; -1, which a failed open gives, is none.
   explicit UniqueFd(int fd) : m_fd(fd) {}
+  /// Takes the descriptor over; `other` owns none then.
   UniqueFd(UniqueFd&& other) noexcept : m_fd(other.release()) {}
   UniqueFd& operator=(UniqueFd&& other) noexcept {
     if (this != &other) reset(other.release());
@@ -21,6 +24,7 @@ class UniqueFd {
   UniqueFd& operator=(const UniqueFd&) = delete;
   ~UniqueFd() { reset(); }
 
+  /// The descriptor, still owned here; -1 where there is none.
   [[nodiscard]] int get() const { return m_fd; }
   [[nodiscard]] bool bValid() const { return m_fd >= 0; }
   explicit operator bool() const { return bValid(); }

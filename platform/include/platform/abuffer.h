@@ -9,7 +9,7 @@
 
 #include "base/secret.h"
 
-/// A block of objects of a trivial type with a length. One further zero object stands behind the last, uncounted, so
+/// A block of objects of a trivial type with a length. One further zero object follows the last, uncounted, so
 /// that a buffer of bytes can be read as a zero-terminated string. Only a buffer that was never given a content, or has
 /// lost it (moved from, or after a failed allocate), has no such object: its data() is null.
 template <typename T>
@@ -19,6 +19,7 @@ class AnObjectBuffer {
   using Store = std::vector<T, kelt::base::WipingAllocator<T>>;
 
  public:
+  /// Empty, without memory: data() is null and length() 0.
   AnObjectBuffer() = default;
   /// A copy of `content`. Throws std::bad_alloc.
   explicit AnObjectBuffer(std::span<const T> content) : m_store(content.size() + 1) {
@@ -43,14 +44,18 @@ class AnObjectBuffer {
     m_store.resize(count + 1);
   }
 
+  /// The first object, or the zero object of an empty buffer; null where there is neither. Valid until the buffer is
+  /// changed, moved from or destroyed.
   [[nodiscard]] T* data() { return m_store.data(); }
   [[nodiscard]] const T* data() const { return m_store.data(); }
   /// Number of objects, the terminating one not counted.
   [[nodiscard]] std::size_t length() const { return m_store.empty() ? 0 : m_store.size() - 1; }
+  /// The objects, the terminating one not among them; valid as data() is.
   [[nodiscard]] std::span<const T> span() const { return {m_store.data(), length()}; }
 
  private:
   Store m_store;
 };
 
+/// A block of bytes: what a file holds, a key, a hash.
 using ABuffer = AnObjectBuffer<unsigned char>;

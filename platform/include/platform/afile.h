@@ -11,8 +11,10 @@
 /// other.
 class APath {
  public:
+  /// Joins the two; nothing is looked up, and "." and ".." stay as they are.
   APath(const AString& directory, const AString& name);
 
+  /// The path, for the operations that take one; valid as long as the object lives.
   operator const AString&() const { return m_path; }  // NOLINT(google-explicit-constructor)
   operator const wchar_t*() const { return m_path; }  // NOLINT(google-explicit-constructor)
   [[nodiscard]] const std::wstring& str() const { return m_path.str(); }
@@ -24,6 +26,7 @@ class APath {
 /// Questions about files, and operations on whole files. None throws: want of memory is a failure like any other.
 class AFiler {
  public:
+  /// The ways of using a file that can be asked about; the numbers are the toolkit's.
   enum AFileAccess : int {
     kExistence = 0,  ///< is there at all
     kRead = 1,       ///< readable by this process
@@ -56,6 +59,7 @@ class AFiler {
 /// One file, and whole files at once. Nothing here throws either.
 class AFile {
  public:
+  /// No file is open.
   AFile() = default;
 
   /// Reads a whole regular file into `content`. The two names are the toolkit's; they do the same. False, with
@@ -74,7 +78,7 @@ class AFile {
   /// openWrite(path, false).
   [[nodiscard]] bool openAlways(const AString& path);
 
-  /// Closes the file, if one is open.
+  /// Closes the file, if one is open; so do the destructor and the opening of another.
   void close();
 
  private:

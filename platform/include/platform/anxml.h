@@ -49,7 +49,7 @@ class AnXml {
   /// Replaces the file at `path` by this document: UTF-8 with the declaration
   /// <?xml version="1.0" encoding="UTF-8"?>, everything else as loaded and edited (an empty element keeps its form;
   /// blanks outside the root element and the kind of quotes do not). A new file gets mode 0600. Both flags must be
-  /// false. Returns false when a name or value is none that XML can hold or the document would not load again, with the
+  /// false. Returns false when XML cannot hold a name or a value, or the document would not load again, with the
   /// file as it was, and when the file cannot be replaced (base/file_replace.h tells what stands there then). The
   /// document stays as it is.
   [[nodiscard]] bool writeFile(const wchar_t* path, bool reserved1, bool reserved2);
@@ -62,12 +62,12 @@ class AnXml {
   std::unique_ptr<kelt::platform::XmlDocument> m_document;
 };
 
-/// An element of a document; the document must outlive it. A default-constructed node is none: every operation on it
-/// fails without effect.
+/// An element of a document; the document must outlive it. A default-constructed node is null: every operation on it
+/// fails without effect. Copies stand for the same element.
 class AnXmlNode {
  public:
   AnXmlNode();
-  /// The root element of `document`, or none when nothing is loaded.
+  /// The root element of `document`, or a null node when nothing is loaded.
   explicit AnXmlNode(AnXml* document);
   AnXmlNode(const AnXmlNode& other);
   AnXmlNode& operator=(const AnXmlNode& other);
@@ -84,18 +84,18 @@ class AnXmlNode {
                                  const wchar_t* reserved1, const wchar_t* reserved2, AString* text) const;
 
   /// Appends a child element `name` with the text `text` (null: no text), and puts it into `*newChild` unless that is
-  /// null. The reserved argument must be null. Returns false, with nothing changed, for an empty name and on a node
-  /// that is none. A name that XML cannot hold shows when the document is written.
+  /// null. The reserved argument must be null. Returns false, with nothing changed, for an empty name and on a null
+  /// node. A name that XML cannot hold shows when the document is written.
   [[nodiscard]] bool addChild(AnXmlNode* newChild, const wchar_t* name, const wchar_t* reserved, const wchar_t* text);
 
   /// Sets the attribute `name` to `value`, or the element's own text where `name` is empty: the text replaces all text
-  /// directly in the element, in the place of the first, or stands before the child elements, which stay. Returns false
-  /// on a node that is none.
+  /// directly in the element, in the place of the first, or comes before the child elements, which stay. A value that
+  /// XML cannot hold shows when the document is written. Returns false on a null node.
   bool setValue(const wchar_t* name, const wchar_t* value);
   bool setValue(const wchar_t* name, const void* value) = delete;
 
-  /// Takes this element, with all in it, out of its parent. Returns false on a node that is none, or the root. The node
-  /// is none afterwards.
+  /// Takes this element, with all in it, out of its parent. Returns false on a null node, or the root. The node is null
+  /// afterwards; copies of it must not be used any more.
   bool remove();
 
  private:
@@ -103,19 +103,19 @@ class AnXmlNode {
   std::unique_ptr<kelt::platform::XmlElement> m_element;
 };
 
-/// Steps through the child elements of one name, in document order. The one stepped to may be removed; the ones behind
-/// it must stay.
+/// Steps through the child elements of one name, in document order. The one stepped to may be removed; those after it
+/// must stay. The document must outlive the index.
 class AnXmlChildIndex {
  public:
+  /// Stands before the first child element `name` of `parent`; there is none where `parent` is null or a null node.
   AnXmlChildIndex(const AnXmlNode* parent, const wchar_t* name);
   AnXmlChildIndex(const AnXmlChildIndex&) = delete;
   AnXmlChildIndex& operator=(const AnXmlChildIndex&) = delete;
   ~AnXmlChildIndex();
 
   /// Steps to the next child (the first one at first) and stores the value of its attribute `attributeName`, or its
-  /// text where that is empty, into `*text`; an attribute that is missing reads as the empty string. Returns false,
-  /// with
-  /// `*text` unchanged, when there is no further child.
+  /// text where that is empty, into `*text`, unless `text` is null; an attribute that is missing reads as the empty
+  /// string. Returns false, with `*text` unchanged, when there is no further child.
   [[nodiscard]] bool moveNext(const wchar_t* attributeName, AString* text);
 
  private:

@@ -26,8 +26,10 @@ class AString {
   AString(const std::wstring& text) : m_text(text) {}                     // NOLINT(google-explicit-constructor)
   AString(std::wstring&& text) : m_text(std::move(text)) {}               // NOLINT(google-explicit-constructor)
 
+  /// Zero-terminated, never null; valid until the string is changed or destroyed.
   operator const wchar_t*() const { return m_text.c_str(); }  // NOLINT(google-explicit-constructor)
   [[nodiscard]] const std::wstring& str() const { return m_text; }
+  /// Whether there is no character in it.
   [[nodiscard]] bool empty() const { return m_text.empty(); }
 
  private:
@@ -37,8 +39,10 @@ class AString {
 /// The narrow form of a wide text, converted as tellcomn_wide_to_ansi does. Null counts as empty.
 class ACharString {
  public:
+  /// Converts `text`, zero-terminated. Never fails for what the text holds; throws std::bad_alloc.
   explicit ACharString(const wchar_t* text);
 
+  /// UTF-8, zero-terminated, never null; valid as long as the object lives.
   operator const char*() const { return m_text.c_str(); }  // NOLINT(google-explicit-constructor)
   [[nodiscard]] const std::string& str() const { return m_text; }
 

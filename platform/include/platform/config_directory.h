@@ -28,6 +28,7 @@ class ConfigFile {
 
  private:
   friend class ConfigDirectory;
+  /// `document` has the root `Configuration`.
   explicit ConfigFile(std::unique_ptr<XmlDocument> document);
   std::unique_ptr<XmlDocument> m_document;
 };
@@ -57,6 +58,7 @@ class ConfigDirectory {
   /// Opens the directory at `path`, given with or without a "/" at its end.
   explicit ConfigDirectory(const std::string& path);
 
+  /// How the directory stood when it was opened.
   [[nodiscard]] State state() const { return m_state; }
 
   /// The same as a Status: ok() when usable. Errors: kNotFound, kRefused (writable by others), kSystem.

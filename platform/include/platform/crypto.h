@@ -17,13 +17,16 @@ inline constexpr std::size_t kMaxKeyFileSize = std::size_t{64} * 1024;
 
 namespace quorvane_com::QV::crypto {
 
+/// Which implementation of the algorithms the agent uses; the numbers are those of its files.
 enum class Mode : int { kFips = 0, kNonFips = 2 };
 enum class KeySize : int { kLower = 0, kHigher = 1 };  ///< 1024 and 2048 bits
+/// Whom the library works for. It makes no difference to this one.
 enum class Role : int { kDefault = 0 };
 enum class HashType : int { kSha256 = 2 };
+/// The keys that the key store holds, each in a file of its own.
 enum class KeyType : int { kAgentSecret = 0, kAgentPublic = 1, kServerPublic = 2, kServerRequestSecret = 3 };
 
-/// A sink for messages: source name, message. Both zero-terminated.
+/// What receives messages: source name, message. Both zero-terminated.
 using LogCallback = void (*)(const wchar_t* source, const wchar_t* message);
 
 /// The callbacks through which the library speaks; any may be null. Only the first two are used.
@@ -32,6 +35,8 @@ class CryptShimLogger {
   CryptShimLogger(LogCallback onError, LogCallback onInfo, LogCallback reserved1, LogCallback reserved2)
       : m_error(onError), m_info(onInfo), m_reserved1(reserved1), m_reserved2(reserved2) {}
 
+  /// Hands `message` to the callback for errors, or for information, as a message of the library's; without one nothing
+  /// happens.
   void error(const std::wstring& message) const;
   void info(const std::wstring& message) const;
 
@@ -45,6 +50,7 @@ class CryptShimLogger {
 /// The mode and key size that the agent runs in: "keyconf.ini" in the key store, lines "mode=N" and "keysize=N".
 class KeyConf {
  public:
+  /// Reads nothing yet: each question reads the file.
   KeyConf() = default;
 
   /// Reads the value. False, with the argument unchanged, where the file is missing or a value of it is missing or not
@@ -57,12 +63,15 @@ class KeyConf {
   bool SetCryptoMode(Mode mode, KeySize keySize);
 };
 
-/// The agent's key store: one file per key type, see platform documentation in docs/formats.md.
+/// The agent's key store: one file per key type, as docs/formats.md has them. Why something was refused goes to the
+/// agent log; no message holds anything of a key.
 class IKeyManagement {
  public:
+  /// Not to be called: destroy_key_manager_object gives the object back.
   virtual ~IKeyManagement() = default;
 
-  /// To be called when the key size changes: discards the agent's own pair, which the agent then makes anew.
+  /// To be called when the key size changes: discards the agent's own pair, which the agent then makes anew. Returns
+  /// false where a file of the pair is left, or the removal cannot be made to last.
   virtual bool discardAgentKeys() = 0;
 
   /// Imports the RSA key in the file at `path` (DER or PEM; public as SubjectPublicKeyInfo or PKCS#1, secret as PKCS#8
@@ -78,8 +87,10 @@ class IKeyManagement {
   virtual bool importKey(KeyType type, const unsigned char* bytes, std::size_t length) = 0;
 };
 
+/// A hash function, made by CryptShim::create_hash_object.
 class IHash {
  public:
+  /// Not to be called: destroy_hash_object gives the object back.
   virtual ~IHash() = default;
 
   /// Hashes `in` into `out`. False, with `out` unchanged, on failure.
@@ -93,6 +104,7 @@ class CryptShim {
   CryptShim& operator=(const CryptShim&) = delete;
   virtual ~CryptShim() = default;
 
+  /// The one object of the process, never null, in mode kNonFips until configure is called.
   [[nodiscard]] static CryptShim* instance();
 
   /// Chooses mode and logger for this process; nothing is loaded yet. The library keeps the logger for the life of the

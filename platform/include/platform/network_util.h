@@ -1,9 +1,10 @@
 #pragma once
-// Addresses.
+// Addresses of the management server, by the resolver of the system.
 
 #include <netdb.h>
 #include <string>
 
+/// Questions about addresses; without a state of its own.
 class ANetworkUtil {
  public:
   /// Resolves `host` and `port` for a stream connection into `*result`, which the caller frees with freeaddrinfo. The
@@ -11,7 +12,7 @@ class ANetworkUtil {
   /// code, with `*result` unchanged.
   int qveCreateAddrinfo(const std::string& host, const std::string& port, addrinfo** result, const bool& numericOnly);
 
-  /// The scope of a numeric IPv6 address: the part behind "%", as an interface name or number. Returns non-zero and
+  /// The scope of a numeric IPv6 address: the part after "%", as an interface name or number. Returns non-zero and
   /// fills `scopeId` when there is one that names an existing interface or is a positive number; else 0, `scopeId`
   /// unchanged.
   int qveGetScopeId(const std::string& numericAddress, unsigned int& scopeId);

@@ -5,6 +5,7 @@
 
 namespace sitehlp {
 
+/// Reads site lists. Holds a path and nothing of the file: each question loads it anew.
 class CSitesHelper {
  public:
   /// `sitelistFile` is the site list to answer about where an operation is given no path of its own.

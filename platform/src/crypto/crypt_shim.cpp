@@ -64,6 +64,7 @@ class EngineShim final : public CryptShim {
   }
 
   bool start() {
+    // Loaded here and not before, so that a run that touches no key never loads libcrypto.
     const auto engine = kelt::platform::loadCryptoEngine();
     if (!engine) {
       report(engine.error());

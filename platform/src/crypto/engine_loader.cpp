@@ -18,6 +18,7 @@ Result<CryptoEngine*> loadCryptoEngine() {
   const auto symbol = base::loadModuleSymbol("crypto", kCryptoEngineSymbol);
   if (!symbol) return symbol.error();
   auto engine = engineFrom(reinterpret_cast<CryptoEngineEntry>(symbol.value()));
+  // A failure is not kept: there may be memory for it the next time.
   if (engine) loaded = engine.value();
   return engine;
 }

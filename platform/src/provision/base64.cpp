@@ -114,7 +114,7 @@ class Decoder {
   unsigned char* m_next;
   std::uint32_t m_bits = 0;
   unsigned int m_digits = 0;   // of a group that has begun
-  unsigned int m_padding = 0;  // at most two, and nothing but blanks behind
+  unsigned int m_padding = 0;  // at most two, and nothing but blanks after
 };
 
 bool decodeAll(std::wstring_view text, Decoder& decoder) {

@@ -25,8 +25,9 @@ int ANetworkUtil::qveCreateAddrinfo(const std::string& host, const std::string& 
                                     const bool& numericOnly) {
   addrinfo hints{};
   hints.ai_family = AF_UNSPEC;
-  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_socktype = SOCK_STREAM;  // else each address comes once for each kind of socket
   hints.ai_flags = numericOnly ? AI_NUMERICHOST : 0;
+  // A variable of our own, so that `*result` stays as it is on failure.
   addrinfo* found = nullptr;
   const int status = ::getaddrinfo(withoutBrackets(host).c_str(), port.c_str(), &hints, &found);
   if (status == 0) *result = found;
@@ -37,6 +38,7 @@ int ANetworkUtil::qveGetScopeId(const std::string& numericAddress, unsigned int&
   const std::size_t percent = numericAddress.find('%');
   if (percent == std::string::npos) return 0;
   const std::string scope = numericAddress.substr(percent + 1);
+  // The name first: an interface may be called by a number, and then the name is what is meant.
   if (const unsigned int index = ::if_nametoindex(scope.c_str()); index != 0) {
     scopeId = index;
     return 1;

@@ -16,8 +16,9 @@ int CSitesHelper::GetSitelistFipsMode(const std::wstring& sitelistFile, std::wst
   AnXmlNode siteList;
   if (!root.getExistingChild(&siteList, L"SiteList", nullptr, nullptr, nullptr, nullptr)) return 2;
   AString mode;
-  const bool stated = root.tryGetChild(&siteList, L"SiteList", L"FipsMode", nullptr, nullptr, &mode);
-  fipsMode = stated ? mode.str() : L"0";
+  // The first "SiteList" that states a mode, not the first of all: another may stand before it without one.
+  const bool bStated = root.tryGetChild(&siteList, L"SiteList", L"FipsMode", nullptr, nullptr, &mode);
+  fipsMode = bStated ? mode.str() : L"0";
   return 0;
 }
 

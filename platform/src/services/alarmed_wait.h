@@ -1,4 +1,5 @@
 #pragma once
+// A deadline for fcntl(F_OFD_SETLKW), which has none of its own.
 
 #include <signal.h>
 #include <sys/time.h>
@@ -18,6 +19,7 @@ class AlarmedWait {
   AlarmedWait& operator=(const AlarmedWait&) = delete;
   ~AlarmedWait();
 
+  /// Whether the time is over, or somebody sent SIGALRM. It stays so.
   [[nodiscard]] bool bOver() const;
 
  private:

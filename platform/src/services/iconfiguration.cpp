@@ -44,6 +44,7 @@ class FileConfiguration final : public IConfiguration {
   [[nodiscard]] Result<ConfigFile> load() const { return ConfigDirectory(m_directory).loadAgent(); }
 
  private:
+  /// The value in the file as it is now; nothing of it is kept.
   [[nodiscard]] std::wstring valueOf(const DirectoryValue& value) const {
     const auto file = load();
     if (!file) kelt::platform::logRefusal(file.error());

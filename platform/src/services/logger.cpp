@@ -75,6 +75,7 @@ std::string lineOf(char mark, const wchar_t* source, const wchar_t* message) {
 std::string logPath() {
   const std::string data = kelt::base::toUtf8(kelt::platform::frameworkDataDirectory());
   const std::string directory = data + "/" + paths::kLogDirName;
+  // Whether it was there, was made or cannot be made shows when the log is opened.
   ::mkdir(directory.c_str(), 0700);
   return directory + "/" + paths::kLogFileName;
 }
@@ -112,6 +113,7 @@ void append(const std::string& path, std::string_view line) {
     const LogState state = prepare(fd.get(), path);
     if (state == LogState::kUnusable) return;
     if (state == LogState::kReady || attempt == kAttempts) return writeTo(fd.get(), line);
+    // The second look comes at once: mostly the rotation is over by then.
     const timespec pause{0, kPauseNanoseconds};
     if (attempt > 1) ::nanosleep(&pause, nullptr);
   }

@@ -119,6 +119,7 @@ int RegQueryValueEx(void* key, const char* name, std::uint32_t* reserved, std::u
   const auto value = open->file.find(open->section, name);
   if (!value && value.error().kind == ErrorKind::kNotFound) return kRegistryNotFound;
 
+  // The size needed is told also where the value is not handed over.
   const std::uint32_t room = *size;
   *size = value ? static_cast<std::uint32_t>(value.value().bytes.size()) : 0;
   if (!value || value.value().type != *type) return kRegistryBadData;

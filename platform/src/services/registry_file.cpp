@@ -74,13 +74,13 @@ class ValueReader {
 
   [[nodiscard]] bool bIs(std::string_view name) const { return m_bWanted && bSameName(m_name, name); }
   [[nodiscard]] std::size_t begin() const { return m_begin; }  ///< of its first line
-  [[nodiscard]] std::size_t end() const { return m_end; }      ///< behind the line end of its last line
+  [[nodiscard]] std::size_t end() const { return m_end; }      ///< after the line end of its last line
   [[nodiscard]] std::string_view data() const { return m_text.substr(m_data, m_end - m_data); }
 
-  /// Whether a line that can continue bytes would be taken for part of the value, if it stood behind it.
+  /// Whether a line that can continue bytes would be taken for part of the value, if it came after it.
   [[nodiscard]] bool bOpen() const { return m_bOpen; }
-  /// Whether the line behind the value is such a line.
-  [[nodiscard]] bool bContinuationBehind() const { return m_end < m_text.size() && bContinues(lineAt(m_end)); }
+  /// Whether the line after the value is such a line.
+  [[nodiscard]] bool bContinuationAfter() const { return m_end < m_text.size() && bContinues(lineAt(m_end)); }
   /// Whether the section was met so far.
   [[nodiscard]] bool bSectionMet() const { return m_bMet; }
 
@@ -109,11 +109,11 @@ class ValueReader {
     m_bMet |= m_bWanted;
   }
 
-  /// Moves the end behind the lines that continue the first one.
+  /// Moves the end past the lines that continue the first one.
   void readFurtherLines() {
     std::string_view last = trimmed(data());
     const bool bContinuable = bStartsWith(last, kContinuablePrefix);
-    while (bContinuable && last.back() == '\\' && bContinuationBehind()) {
+    while (bContinuable && last.back() == '\\' && bContinuationAfter()) {
       last = trimmed(lineAt(m_end));
       m_end = endOfLine(m_end);
     }
@@ -132,7 +132,7 @@ class ValueReader {
   std::string_view m_section;
   std::string_view m_name;
   std::size_t m_begin = 0;
-  std::size_t m_data = 0;  // behind the "="
+  std::size_t m_data = 0;  // after the "="
   std::size_t m_end;
   bool m_bInSection = false;
   bool m_bWanted = false;
@@ -279,7 +279,7 @@ bool RegistryFile::remove(std::string_view section, std::string_view name) {
     bFound = true;
     const bool bJoined = openUpTo == reader.begin();
     compaction.leaveOut(reader.begin(), reader.end());
-    if (bJoined && reader.bContinuationBehind()) compaction.addLineEnd();
+    if (bJoined && reader.bContinuationAfter()) compaction.addLineEnd();
     openUpTo = bJoined ? reader.end() : 0;
   }
   compaction.finish();

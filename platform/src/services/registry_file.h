@@ -4,7 +4,7 @@
 // A line is one of these; its end is LF or CRLF, and blanks at its start and end do not count:
 //   [path]              starts a section. A line that starts with "[" and does not end with "]" starts one that has no
 //                       name and is never found. Several sections of one path count as one.
-//   ; or # and text     a comment. A comment behind a value is none; it makes the value malformed.
+//   ; or # and text     a comment. A comment after a value is no comment; it makes the value malformed.
 //   name=dword:HHHHHHHH a number, exactly eight hexadecimal digits
 //   name=hex:HH,HH,...  bytes of two hexadecimal digits each, or none; blanks around the commas are allowed. A "\" at
 //                       the end of the line continues it, but only with a line of hexadecimal digits, commas and
@@ -40,7 +40,7 @@ class RegistryFile {
   [[nodiscard]] Result<RegistryValue> find(std::string_view section, std::string_view name) const;
 
   /// Deletes all lines of all values of that name. Returns false when there is none. An empty line stays in their place
-  /// where the value before would otherwise be continued by the line behind.
+  /// where the value before would otherwise be continued by the line after.
   bool remove(std::string_view section, std::string_view name);
 
   /// The text without the deleted lines.

@@ -74,6 +74,7 @@ UniqueFd openOrCreate(const std::string& path) {
   };
   UniqueFd made = open(O_CREAT | O_EXCL);
   if (!made) return errno == EEXIST && bRegular(path) ? open(0) : UniqueFd();
+  // The umask may have left less.
   if (::fchmod(made.get(), 0600) != 0) return {};
   return made;
 }

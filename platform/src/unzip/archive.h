@@ -21,18 +21,21 @@ struct ZipEntry {
   bool bPlain = false;     ///< neither encrypted nor packed otherwise than stored or deflated
 };
 
-/// Takes one piece of an entry's content.
+/// Takes one piece of an entry's content, of at most 64 KiB. An error that it returns ends the reading.
 using ZipSink = std::function<Status(std::span<const unsigned char>)>;
 
 /// An open archive. It reads from the memory given to open, which must outlive it.
 class ZipArchive {
  public:
-  /// Errors: kMalformed when `content` does not end as a zip archive does or its directory cannot be read.
+  /// Opens the archive in `content`, without looking at its entries. Errors: kMalformed when `content` does not end as
+  /// a zip archive does or its directory cannot be read.
   [[nodiscard]] static Result<ZipArchive> open(std::span<const unsigned char> content);
 
+  /// How many entries the archive says it has.
   [[nodiscard]] std::uint64_t count() const;
 
-  /// Errors: kMalformed when the entry has no readable description.
+  /// What the archive says about the entry `index`, counted from 0; nothing of it is believed yet. Errors: kMalformed
+  /// when the entry has no readable description.
   [[nodiscard]] Result<ZipEntry> describe(std::uint64_t index) const;
 
   /// Unpacks an entry piece by piece into `sink`. Errors: kMalformed when the content is damaged, its checksum is wrong

@@ -18,12 +18,13 @@ struct JudgedEntry {
   bool bDirectory = false;
 };
 
-/// Splits an entry's name (without the "/" behind a directory's) into its parts.
+/// Splits an entry's name (without the "/" that ends a directory's) into its parts.
 /// Errors: kRefused when it is no harmless relative name (the rules are at NsUnzip).
 [[nodiscard]] Result<std::vector<std::string>> partsOfName(std::string_view name);
 
-/// Judges every entry of an archive: name, kind, packing, size, content. Nothing is written.
-/// Errors: kRefused, kTooLarge, kMalformed for an archive of which nothing may be written.
+/// Judges every entry of an archive: name, kind, packing, size, content, which is unpacked for that and thrown away.
+/// Nothing is written. Returns the entries in the archive's order. Errors: kRefused, kTooLarge, kMalformed for an
+/// archive of which nothing may be written.
 [[nodiscard]] Result<std::vector<JudgedEntry>> judgeArchive(const ZipArchive& archive);
 
 }  // namespace kelt::platform

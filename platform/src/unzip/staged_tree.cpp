@@ -83,6 +83,7 @@ Result<int> StagedTree::directoryFor(const Parts& parts, std::size_t count) {
 
 Result<base::UniqueFd> StagedTree::openOrMake(int parent, const std::string& name) {
   m_made.push_back({parent, name});  // known before it is there
+  // Of a killed run it may be left, with temporary files in it: the next one takes it and sweeps it.
   const bool bMade = ::mkdirat(parent, name.c_str(), 0700) == 0;
   const int error = errno;
   if (!bMade) m_made.pop_back();
@@ -106,6 +107,7 @@ Status StagedTree::addFile(const ZipArchive& archive, const JudgedEntry& judged)
   const ZipSink write = [fd](std::span<const unsigned char> piece) { return base::writeAll(fd, piece); };
   if (auto done = archive.read(judged.entry, write); !done) return done;
   if (auto done = file.value().settle(); !done) return done;
+  // Settled, so without a descriptor: an archive may have more files than the process may have descriptors.
   m_files.push_back({directory.value(), name, std::move(file).value()});
   return {};
 }
@@ -139,6 +141,7 @@ Status StagedTree::syncAll() const {
 }
 
 void StagedTree::undo() noexcept {
+  // Backwards, so that each step finds what stood there before it was done.
   for (auto file = m_files.rbegin(); file != m_files.rend(); ++file) {
     if (file->stage == Stage::kNew) ::unlinkat(file->directory, file->name.c_str(), 0);
     if (file->stage == Stage::kReplaced && !file->temporary->putBack(file->name)) logNotPutBack();

@@ -24,6 +24,7 @@ namespace kelt::platform {
 /// process may have descriptors is refused.
 class StagedTree {
  public:
+  /// Stages below the open directory `root`, which is synced in the end and so was opened for reading.
   explicit StagedTree(base::UniqueFd root) : m_root(std::move(root)) {}
   StagedTree(const StagedTree&) = delete;
   StagedTree& operator=(const StagedTree&) = delete;
@@ -40,6 +41,7 @@ class StagedTree {
 
  private:
   using Parts = std::vector<std::string>;
+  /// How far a file has come: under its temporary name, or under its own, where nothing stood or something did.
   enum class Stage { kStaged, kNew, kReplaced };
   struct StagedFile {
     int directory;
@@ -47,6 +49,7 @@ class StagedTree {
     std::optional<base::TemporaryFile> temporary;  // the file itself, and once it has its name what stood there before
     Stage stage = Stage::kStaged;
   };
+  /// A directory that this unpacking made, and takes away again unless it is committed.
   struct MadeDirectory {
     int parent;
     std::string name;

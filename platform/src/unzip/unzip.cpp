@@ -27,6 +27,7 @@ Status unpack(const ZipArchive& archive, const std::vector<JudgedEntry>& entries
 }
 
 Status unzip(const char* file, const char* directory) {
+  // All of it at once: what is judged is then what is unpacked, whatever becomes of the file meanwhile.
   const auto content = base::readFile(file, kMaxArchive);
   if (!content) return content.error();
   const auto archive = ZipArchive::open(content.value());

@@ -61,6 +61,7 @@ Result<std::unique_ptr<XmlDocument>> XmlDocument::load(std::span<const unsigned 
   if (!verdict) return verdict.error();
 
   std::unique_ptr<XmlDocument> document(new XmlDocument);
+  // The very bytes that were judged: a conversion of pugixml's own could read them otherwise.
   const std::span<const unsigned char> utf8 = verdict.value().utf8.empty() ? bytes : verdict.value().utf8;
   constexpr unsigned kKeepAll = pugi::parse_full | pugi::parse_ws_pcdata;
   const auto held = document->m_tree.load_buffer(utf8.data(), utf8.size(), kKeepAll, pugi::encoding_utf8);
@@ -91,6 +92,8 @@ Result<std::string> XmlDocument::serialise() const {
 }
 
 pugi::xml_node XmlDocument::findChild(pugi::xml_node parent, const std::string& name, const std::string& attribute) {
+  // Without the hint, removing all children of a name one by one would walk over what is left of the earlier ones each
+  // time.
   const bool bGoesOn = m_hint && m_hint->parent == parent && m_hint->name == name && m_hint->attribute == attribute;
   pugi::xml_node child = bGoesOn ? m_hint->next : parent.first_child();
   const auto bFound = [&] {
@@ -108,6 +111,7 @@ pugi::xml_node XmlDocument::addChild(pugi::xml_node parent, const std::string& n
   m_hint.reset();
   pugi::xml_node child = made(parent.append_child(pugi::node_element));
   made(child.set_name(name.c_str()));
+  // An empty text too makes the element one with an end tag.
   if (text) made(made(child.append_child(pugi::node_pcdata)).set_value(text->c_str()));
   return child;
 }

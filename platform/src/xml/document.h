@@ -1,5 +1,5 @@
 #pragma once
-// A document that is held and edited, behind AnXml. Text is UTF-8 throughout.
+// A document that is held and edited: what AnXml is the edge of. Text is UTF-8 throughout.
 
 #include <memory>
 #include <optional>

@@ -25,7 +25,7 @@ class Utf16Units {
     return std::uint32_t{m_document[2 * index + m_high]} << 8U | m_document[2 * index + 1 - m_high];
   }
 
-  /// Whether the units at `index` and behind it are the two halves of one character.
+  /// Whether the unit at `index` and the one after it are the two halves of one character.
   [[nodiscard]] bool bPair(std::size_t index) const {
     return bLead((*this)[index]) && index + 1 < count() && bTrail((*this)[index + 1]);
   }

@@ -1,5 +1,6 @@
 #pragma once
-// Ownership of what OpenSSL allocates.
+// Ownership of what OpenSSL allocates: each pointer is released by the function that OpenSSL has for its type, and null
+// where OpenSSL had no memory.
 
 #include <memory>
 #include <openssl/bio.h>

@@ -38,7 +38,7 @@ std::vector<std::string> linesOf(const std::string& path) {
   return lines;
 }
 
-/// What stands behind time, mark and process id, that is: source, tab, text.
+/// What follows time, mark and process id, that is: source, tab, text.
 std::string messageOf(const std::string& line) {
   std::size_t at = 0;
   for (int field = 0; field < 3; ++field) {
