@@ -1,5 +1,7 @@
 // What held a password holds nothing any more once it is given back.
 
+#include "provision/wiping_memory.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -15,7 +17,6 @@
 
 #include "base/unique_fd.h"
 #include "provision/line_reader.h"
-#include "provision/wiping_memory.h"
 
 // The address sanitizer would end the program at a request for more memory than there is, which is to be refused here.
 extern "C" [[gnu::visibility("default")]] const char* __asan_default_options() {
