@@ -12,7 +12,8 @@
 #include "base/file_place.h"
 #include "base/utf.h"
 #include "helper/agent_paths.h"
-#include "modes/config_values.h"
+#include "keys/key_files.h"
+#include "modes/clear_file.h"
 
 namespace kelt::check {
 namespace {
@@ -75,14 +76,11 @@ void checkTarget(const std::string& path, Findings& findings) {
 }
 
 void checkTargets(Findings& findings) {
-  const std::string install = base::toUtf8(paths::kInstallDir);
-  const std::string etc = base::toUtf8(paths::kScratchEtcDir);
-  const std::string scratch = base::toUtf8(paths::kScratchDir);
-  for (const wchar_t* name :
-       {paths::kServerKey2048, paths::kRequestKey2048, paths::kServerKey, paths::kRequestKey, paths::kFipsMarker})
-    checkTarget(install + base::toUtf8(name).substr(1), findings);
-  checkTarget(scratch + base::toUtf8(paths::kServerSiteList).substr(1), findings);
-  checkTarget(etc + base::toUtf8(paths::kSiteCache), findings);
+  const keys::KeyFiles installed = keys::keyFilesIn(keys::keyDirectory(false));
+  for (const std::wstring* path : keys::inOrder(installed))
+    checkTarget(base::toUtf8(*path), findings);
+  for (const modes::ClearedFile& cache : {modes::serverSiteList(), modes::siteCache()})
+    checkTarget(base::toUtf8(cache.path), findings);
 }
 
 }  // namespace

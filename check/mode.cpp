@@ -7,6 +7,7 @@
 
 #include "base/utf.h"
 #include "helper/agent_paths.h"
+#include "modes/clear_file.h"
 #include "modes/site_list.h"
 
 namespace kelt::check {
@@ -66,9 +67,8 @@ void checkMode(Device& device, Findings& findings) {
   const base::Status loaded = siteList.load(path, base::toUtf8(modes::kSiteListRoot));
   if (loaded) {
     tellMode(device, siteList, findings);
-    for (const std::wstring& cache : {std::wstring(paths::kInstallDir) + L"scratch" + paths::kServerSiteList,
-                                      std::wstring(paths::kScratchEtcDir) + paths::kSiteCache})
-      checkCache(device, base::toUtf8(cache), findings);
+    for (const modes::ClearedFile& cache : {modes::serverSiteList(), modes::siteCache()})
+      checkCache(device, base::toUtf8(cache.path), findings);
     return;
   }
   base::Error error = loaded.error();

@@ -5,6 +5,9 @@
 
 namespace kelt::keys {
 
+/// The agent's key, below HKEY_LOCAL_MACHINE.
+inline constexpr const char* kAgentKey = R"(SOFTWARE\Tellwick\Zentor\Agent)";
+
 /// Reads the server's public key and the request secret key. Returns true only when all four values (two sizes, two
 /// keys) are there and well-formed.
 bool getServerKeys(AnObjectBuffer<unsigned char>& pub, AnObjectBuffer<unsigned char>& sec);
