@@ -11,7 +11,8 @@
 
 #include "base/file_place.h"
 #include "helper/agent_paths.h"
-#include "modes/config_values.h"
+#include "keys/key_files.h"
+#include "modes/clear_file.h"
 
 namespace kelt::check {
 namespace {
@@ -74,14 +75,11 @@ void checkTarget(const std::string& path, Findings& findings) {
 }
 
 void checkTargets(Findings& findings) {
-  const std::string install = paths::kInstallDir;
-  const std::string etc = paths::kScratchEtcDir;
-  const std::string scratch = paths::kScratchDir;
-  for (const char* name :
-       {paths::kServerKey2048, paths::kRequestKey2048, paths::kServerKey, paths::kRequestKey, paths::kFipsMarker})
-    checkTarget(install + std::string(name).substr(1), findings);
-  checkTarget(scratch + std::string(paths::kServerSiteList).substr(1), findings);
-  checkTarget(etc + paths::kSiteCache, findings);
+  const keys::KeyFiles installed = keys::keyFilesIn(keys::keyDirectory(false));
+  for (const std::string* path : keys::inOrder(installed))
+    checkTarget(*path, findings);
+  for (const modes::FileToClear& cache : {modes::serverSiteList(), modes::siteCache()})
+    checkTarget(cache.path, findings);
 }
 
 }  // namespace

@@ -176,7 +176,7 @@ void checkRegistry(Findings& findings) {
     return findings.ok(kId, "No registry file is there, and so no keys of an earlier agent");
   InitializeRegistry(base::toWide(path).c_str());
   void* key = nullptr;
-  const int status = RegOpenKey(HKEY_LOCAL_MACHINE, R"(SOFTWARE\Tellwick\Zentor\Agent)", &key);
+  const int status = RegOpenKey(HKEY_LOCAL_MACHINE, keys::kAgentKey, &key);
   if (status == kRegistryAccessDenied && bNotSeen(EACCES))
     return findings.unknown(kId, path + " cannot be read by this user", kLookAsRoot);
   if (status == kRegistryAccessDenied || status == kRegistryBadData)

@@ -7,6 +7,7 @@
 
 #include "base/utf.h"
 #include "helper/agent_paths.h"
+#include "modes/clear_file.h"
 #include "modes/site_list.h"
 
 namespace kelt::check {
@@ -66,9 +67,8 @@ void checkMode(Device& device, Findings& findings) {
   const Status loaded = siteList.load(path, base::toUtf8(modes::kSiteListRoot));
   if (loaded) {
     tellMode(device, siteList, findings);
-    for (const std::string& cache : {std::string(paths::kInstallDir) + "scratch" + paths::kServerSiteList,
-                                     std::string(paths::kScratchEtcDir) + paths::kSiteCache})
-      checkCache(device, cache, findings);
+    for (const modes::FileToClear& cache : {modes::serverSiteList(), modes::siteCache()})
+      checkCache(device, cache.path, findings);
     return;
   }
   Error error = loaded.error();

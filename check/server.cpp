@@ -38,6 +38,8 @@ class ServerLook {
     if (bHas("user-in-address"))
       return m_findings.problem("server.address", "The address holds a user name, which belongs to -U", kCheckAddress);
     if (bHas("failed")) return tellFailure();
+    // A libcurl with another TLS library tells nothing of it.
+    if (!bHas("sha256")) m_findings.ok("server.connection", "The connection to " + first("connected") + " stands");
     if (bHas("status")) tellAnswer();
   }
 

@@ -14,8 +14,6 @@ namespace {
 
 using Buffer = AnObjectBuffer<unsigned char>;
 
-constexpr const char* kAgentKey = R"(SOFTWARE\Tellwick\Zentor\Agent)";
-
 /// More than any key takes; a size beyond is damage.
 constexpr std::uint32_t kMaxKeySize = 64U * 1024U;
 

@@ -5,6 +5,9 @@
 
 namespace kelt::keys {
 
+/// The agent's key, below HKEY_LOCAL_MACHINE.
+inline constexpr const char* kAgentKey = R"(SOFTWARE\Tellwick\Zentor\Agent)";
+
 /// Reads the server's public key into `pub` and the request secret key into `sec`. Returns true only when all four
 /// values (two sizes, two keys) are there and well-formed, each key of at most 64 KiB. Throws std::bad_alloc.
 bool getServerKeys(AnObjectBuffer<unsigned char>& pub, AnObjectBuffer<unsigned char>& sec);

@@ -4,6 +4,7 @@
 #include <string>
 #include <sys/types.h>
 
+#include "base/result.h"
 #include "base/unique_fd.h"
 
 /// The lock is a file of its name in "/run/orv-locks" (made 0700 if missing; a directory of its own, as others of the
