@@ -121,6 +121,7 @@ namespace kelt::modes {
 std::vector<KeyFileFinding> examineKeyFiles(const std::wstring& directory) {
   helper::KeyFileCheck check(directory);
   std::vector<KeyFileFinding> findings;
+  findings.reserve(helper::kKeyFiles.size());
   for (const auto& file : helper::kKeyFiles)
     findings.push_back(check.examine(file));
   return findings;
