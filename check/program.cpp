@@ -70,7 +70,8 @@ Result<std::string> findProgram(const std::string& word) {
     const std::size_t end = path.find(':');
     const std::string directory = path.substr(0, end);
     path.erase(0, end + 1);
-    const std::string candidate = directory.empty() ? word : directory + "/" + word;
+    std::string candidate = directory;
+    candidate.append(directory.empty() ? "" : "/").append(word);
     const Status judged = judge(candidate);
     if (judged) return withInterpreter(candidate);
     if (judged.error().kind != ErrorKind::kNotFound) worst = judged.error();

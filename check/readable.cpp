@@ -29,7 +29,7 @@ std::string readable(std::string_view text) {
   if (std::all_of(text.begin(), text.end(), bPlain)) return std::string(text);
   std::string out;
   for (const wchar_t wide : base::toWide(text)) {
-    const auto unit = static_cast<std::uint32_t>(wide);
+    const std::uint32_t unit = std::char_traits<wchar_t>::to_int_type(wide);
     const bool bNoText = unit >= 0xD800 && unit <= 0xDFFF;
     if (bNoText || (bControl(unit) && unit < 0x100)) {
       out += escaped(unit);

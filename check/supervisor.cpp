@@ -75,7 +75,7 @@ class Supervision {
       ::kill(m_process, SIGKILL);
       return false;
     }
-    std::array<char, 16384> bytes;
+    std::array<char, 16384> bytes{};
     const ssize_t count = retryInterrupted([&] { return ::read(m_pipe.get(), bytes.data(), bytes.size()); });
     if (count <= 0 || !m_receiver.take(bytes.data(), static_cast<std::size_t>(count))) return false;
     startNetworkTime();

@@ -59,7 +59,9 @@ bool bAddTemporaryFiles(const std::string& directory, std::vector<std::string>& 
   // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this function's own
   while (const dirent* entry = ::readdir(stream.get())) {
     const std::string name = &entry->d_name[0];
-    if (base::bTemporaryName(name)) found.push_back(directory + (directory.ends_with('/') ? "" : "/") + name);
+    if (!base::bTemporaryName(name)) continue;
+    std::string& path = found.emplace_back(directory);
+    path.append(directory.ends_with('/') ? "" : "/").append(name);
   }
   return true;
 }

@@ -29,7 +29,7 @@ using Transfer = std::unique_ptr<CURL, EndProbe>;
 
 /// What the callbacks of one exchange share. They run inside a C library: none of them lets an exception out.
 struct Exchange {
-  CURL* curl;
+  CURL* curl = nullptr;
   const ProbeFacts& tell;
   bool bTold = false;
 };

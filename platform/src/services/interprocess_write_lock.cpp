@@ -148,7 +148,7 @@ int InterProcessWriteLock::tryLock() {
 
 Result<bool> InterProcessWriteLock::held(const std::string& name, uid_t owner) {
   const std::string path = pathOf(name);
-  const auto unlessMissing = [](Error error) -> Result<bool> {
+  const auto unlessMissing = [](const Error& error) -> Result<bool> {
     return error.kind == ErrorKind::kNotFound ? Result<bool>(false) : error;
   };
   if (path.empty()) return refused(name, "is no name of a lock");
