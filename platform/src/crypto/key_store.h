@@ -37,8 +37,8 @@ namespace kelt::platform {
 [[nodiscard]] Status judgeKeyStore(const std::string& path, uid_t owner);
 
 /// Reads as readStored does, for the user `owner`, and takes away no rights.
-[[nodiscard]] Result<base::SecretBytes> readStoredAsItIs(const std::string& store, const char* name,
-                                                               std::size_t limit, uid_t owner);
+[[nodiscard]] Result<base::SecretBytes> readStoredAsItIs(const std::string& store, const char* name, std::size_t limit,
+                                                         uid_t owner);
 
 /// The name of the file in which a key is kept; null for a type that is none.
 [[nodiscard]] const char* storedName(quorvane_com::QV::crypto::KeyType type);
