@@ -59,14 +59,14 @@ Result<void*> loadJudged(OpenedFile part, const char* symbol) {
 }  // namespace
 
 Result<OpenedFile> findModule(const std::string& name) {
-  const std::string file = "keltconfig-" + name + ".so";
+  const std::string file = "/keltconfig-" + name + ".so";
   const Trust trust = ownersOfParts();
   for (const std::string& directory : {directoryOfBinary(), std::string(KELT_MODULE_DIR)}) {
     if (directory.empty()) continue;
-    auto part = openTrusted(AT_FDCWD, "", directory + "/" + file, trust);
+    auto part = openTrusted(AT_FDCWD, "", directory + file, trust);
     if (part || part.error().kind != ErrorKind::kNotFound) return part;
   }
-  return Error{ErrorKind::kNotFound, 0, file + ": not installed"};
+  return Error{ErrorKind::kNotFound, 0, file.substr(1) + ": not installed"};
 }
 
 Result<void*> loadModuleSymbol(const std::string& name, const char* symbol) {

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <unistd.h>
-#include <utility>
 
 namespace kelt::check {
 

@@ -2,8 +2,8 @@
 // Looking at one path.
 
 #include <string>
-#include <sys/stat.h>
-#include <sys/statvfs.h>
+#include <sys/stat.h>     // IWYU pragma: keep
+#include <sys/statvfs.h>  // IWYU pragma: keep
 
 #include "base/result.h"
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <map>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "check/device.h"
 #include "check/look.h"

@@ -24,6 +24,7 @@ namespace paths = helper::paths;
 using modes::KeyFileFinding;
 using modes::KeyFileState;
 
+constexpr const char* kDirectoryId = "source.directory";
 constexpr const char* kComplete =
     "Put SiteList.xml, req2048seckey.bin, sr2048pubkey.bin and agentfipsmode of the server into the directory.";
 
@@ -128,7 +129,7 @@ void checkRoomForCopies(const Device& device, const std::string& directory, Find
 }
 
 void rehearse(const Device& device, const std::string& directory, Findings& findings) {
-  findings.ok("source.directory", "The switch would take its files from " + directory);
+  findings.ok(kDirectoryId, "The switch would take its files from " + directory);
   checkSourceSiteList(directory, findings);
   checkSourceKeys(device, directory, findings);
   checkRoomForCopies(device, directory, findings);
@@ -144,6 +145,12 @@ const char* remedyFor(const std::string& source) {
   return kComplete;
 }
 
+void tellNone(const std::string& source, const std::string& tried, bool bAllSeen, Findings& findings) {
+  findings.put(bAllSeen ? State::kProblem : State::kUnknown, kDirectoryId,
+               "None of the places that are searched holds a site list and all key files: " + tried,
+               bAllSeen ? remedyFor(source) : kLookAsRoot);
+}
+
 }  // namespace
 
 bool bReadOnly(const std::string& directory) {
@@ -152,10 +159,9 @@ bool bReadOnly(const std::string& directory) {
 }
 
 void checkSource(const Device& device, const std::string& source, Findings& findings) {
-  constexpr const char* kId = "source.directory";
-  findings.begin(kId, {});
+  findings.begin(kDirectoryId, {});
   if (source.starts_with('-'))
-    return findings.problem(kId, "keltconfig takes " + source + " for an option", "Put ./ before the name.");
+    return findings.problem(kDirectoryId, "keltconfig takes " + source + " for an option", "Put ./ before the name.");
   std::string tried;
   bool bAllSeen = true;
   KeptFindings passedOver;
@@ -173,9 +179,7 @@ void checkSource(const Device& device, const std::string& source, Findings& find
     if (bTaken) return rehearse(device, candidate, findings);
   }
   passedOver.passOn(false, findings);
-  findings.put(bAllSeen ? State::kProblem : State::kUnknown, kId,
-               "None of the places that are searched holds a site list and all key files: " + tried,
-               bAllSeen ? remedyFor(source) : kLookAsRoot);
+  tellNone(source, tried, bAllSeen, findings);
 }
 
 }  // namespace kelt::check

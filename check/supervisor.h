@@ -1,7 +1,7 @@
 #pragma once
 // The bound in time.
 
-#include <chrono>
+#include <chrono>  // IWYU pragma: keep
 #include <functional>
 
 #include "check/findings.h"

@@ -1,7 +1,6 @@
 #include "check/verdict.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 
 namespace kelt::check {

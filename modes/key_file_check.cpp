@@ -123,6 +123,7 @@ bool checkKeyFiles(const std::string& directory) {
 std::vector<KeyFileFinding> examineKeyFiles(const std::string& directory) {
   KeyFileCheck check(directory);
   std::vector<KeyFileFinding> findings;
+  findings.reserve(kKeyFiles.size());
   for (const KeyFile& file : kKeyFiles)
     findings.push_back(check.examine(file));
   return findings;

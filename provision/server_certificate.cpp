@@ -5,7 +5,7 @@
 #include <memory>
 #include <openssl/bio.h>
 #include <openssl/evp.h>
-#include <openssl/ssl.h>
+#include <openssl/ssl.h>  // IWYU pragma: keep
 #include <openssl/x509.h>
 
 namespace kelt::provision {

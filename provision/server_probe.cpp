@@ -4,11 +4,11 @@
 #include <curl/curl.h>
 #include <memory>
 #include <netdb.h>
-#include <string_view>
 
 #include "platform/network_util.h"
 #include "provision/server_address.h"
 #include "provision/server_certificate.h"
+#include "provision/transfer.h"
 
 namespace kelt::provision {
 namespace {

@@ -12,7 +12,4 @@ void lookAtServer(const std::string& server, const ProbeFacts& tell);
 /// The version of libcurl.
 [[nodiscard]] std::string curlVersion();
 
-/// Where the package is asked for, below the address of the server.
-extern const char* const kPackagePath;
-
 }  // namespace kelt::provision

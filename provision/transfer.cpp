@@ -7,7 +7,6 @@
 #include "base/console.h"
 #include "provision/messages.h"
 #include "provision/server_address.h"
-#include "provision/server_probe.h"
 #include "provision/wiping_memory.h"
 
 namespace kelt::provision {

@@ -10,6 +10,9 @@
 
 namespace kelt::provision {
 
+/// Where the package is asked for, below the address of the server.
+extern const char* const kPackagePath;
+
 /// The body of the reply, and the object that collects it there. Never cleared in a run: there is one provisioning in
 /// each.
 extern std::string sB64data;
