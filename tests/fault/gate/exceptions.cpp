@@ -38,7 +38,8 @@ Exception exceptionIn(const std::string& line) {
           listIn(fields[4]),
           listIn(fields[5]),
           fields[6] == "*" ? "" : fields[6],
-          fields[7]};
+          fields[7],
+          fields[0].ends_with('?')};
 }
 
 bool bOneOf(const std::vector<std::string>& allowed, const std::string& text) {

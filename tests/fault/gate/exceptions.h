@@ -27,13 +27,15 @@ struct Exception {
   std::vector<std::string> refused;  ///< one of these has failed
   std::string detail;                ///< occurs in the violation's
   std::string reason;
+  bool bSometimes = false;  ///< shows in some runs only
   std::size_t matches = 0;  ///< counted by Exceptions::excuse
 };
 
 class Exceptions {
  public:
   /// Reads lines of eight fields between "|": name, kind, commands, modes, roles, refused calls, part of the detail,
-  /// reason. Lists have commas; "*" allows anything. "#" begins a comment. Throws std::runtime_error with the line that
+  /// reason. Lists have commas; "*" allows anything. A name that ends in "?" is of what shows in some runs only. "#"
+  /// begins a comment. Throws std::runtime_error with the line that
   /// is not like that.
   explicit Exceptions(const std::string& text);
 

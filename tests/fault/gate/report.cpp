@@ -149,8 +149,9 @@ double Report::processorSeconds() const {
   return sum;
 }
 
-/// Whether it has excused nothing, though something was tried that it is for.
+/// Whether it has excused nothing, though something was tried that it is for, in which it always shows.
 bool Report::bLeftOver(const Exception& exception) const {
+  if (exception.bSometimes) return false;
   const std::vector<std::string>& modes = exception.modes;
   const bool bTried = modes.empty() || std::any_of(modes.begin(), modes.end(), [&](const std::string& mode) {
                         return std::any_of(m_points.begin(), m_points.end(),
