@@ -1,5 +1,6 @@
 #include "check/message.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
@@ -18,16 +19,18 @@ constexpr const char* kEnd = "end";
 
 using Length = std::uint32_t;
 constexpr Length kMaxMessage = 1U << 20U;
+/// So that no message of six fields is too long. A device may hold values of any length; nobody reads more of one.
+constexpr std::size_t kMaxField = std::size_t{64} << 10U;
 
-/// No text of ours has a zero byte; what comes after one is left out.
+/// No text of ours has a zero byte; what comes after one is left out, as is what is too long.
 void append(std::string& text, std::string_view field) {
-  text.append(field.substr(0, field.find('\0'))).push_back('\0');
+  text.append(field.substr(0, std::min(field.find('\0'), kMaxField))).push_back('\0');
 }
 
 void write(int fd, std::initializer_list<std::string_view> fields) {
   std::size_t most = sizeof(Length);
   for (const std::string_view field : fields)
-    most += field.size() + 1;
+    most += std::min(field.size(), kMaxField) + 1;
   std::string text;
   text.reserve(most);
   text.assign(sizeof(Length), '\0');

@@ -94,6 +94,7 @@ class Supervision {
     Check check{begun.waitsFor.empty() ? kRun : begun.id, {}, State::kUnknown, {}, {}};
     if (!m_bOverdue) {
       int status = 0;
+      m_pipe.reset();  // or it could wait for a reader for ever
       retryInterrupted([&] { return ::waitpid(m_process, &status, 0); });
       check.fact = WIFSIGNALED(status) ? "There was no end of " + what + ": a signal ended the look, " +
                                              std::to_string(WTERMSIG(status)) + "."

@@ -94,6 +94,14 @@ def test_names_of_the_device_cannot_move_the_cursor(device):
         out.decode()
 
 
+def test_a_value_longer_than_any_reader_wants_is_cut_and_all_else_is_told(device):
+    sites = b'<ns:SiteLists xmlns:ns="x"><SiteList><SpipeSite ServerIP="%s"/></SiteList></ns:SiteLists>' % (b"1" * (3 << 20))
+    device.write(SITE_LIST, sites)
+    found = check(device)
+    assert found.state("run.complete") is None
+    assert found.report["facts"]["servers"] == ["1" * 65536]
+
+
 def test_terminal_gets_groups_symbols_and_colours(device):
     device.path(SITE_LIST).unlink()
     out, status = on_terminal(device)

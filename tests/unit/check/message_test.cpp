@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -22,6 +23,7 @@ std::string bytesOf(const std::function<void(PipeFindings&, int)>& send) {
   EXPECT_EQ(::pipe(ends.data()), 0);
   const UniqueFd reading(ends[0]);
   UniqueFd writing(ends[1]);
+  EXPECT_GE(::fcntl(writing.get(), F_SETPIPE_SZ, 1 << 19), 1 << 19);  // nobody reads meanwhile
   PipeFindings findings(writing.get());
   send(findings, writing.get());
   writing.reset();
@@ -99,6 +101,20 @@ TEST(Messages, ThatAreNoneAreRefused) {
   other[4] = 'x';
   Receiver receiver;
   EXPECT_FALSE(receiver.take(other.data(), other.size()));
+}
+
+TEST(Messages, AreCutWhereTheDeviceHoldsWhatIsTooLong) {
+  const std::string longest(std::size_t{3} << 20U, 'x');
+  const std::string bytes = bytesOf([&](PipeFindings& findings, int fd) {
+    findings.takeFact("servers", longest);
+    findings.warning("a.b", longest, longest, longest);
+    kelt::check::sendEnd(fd);
+  });
+  Receiver receiver;
+  EXPECT_TRUE(receiver.take(bytes.data(), bytes.size()));
+  EXPECT_TRUE(receiver.bComplete());
+  ASSERT_EQ(receiver.report().checks.size(), 1U);
+  EXPECT_EQ(receiver.report().facts["servers"].at(0), longest.substr(0, std::size_t{64} << 10U));
 }
 
 }  // namespace
