@@ -290,6 +290,23 @@ TEST(GateExceptions, AreNotLeftOver) {
   EXPECT_TRUE(bPassesWith("name? | left-over | * | * | * | * | * | reason\n", "once")) << "shows in some runs only";
 }
 
+TEST(GateReport, ShowsTheFirstViolations) {
+  Report report{Exceptions("name | torn-file | * | * | * | * | * | reason")};
+  std::ostringstream log;
+  std::ostringstream out;
+  report.add("violation\tunmanaged\tkill\tunmanaged:kill:open-3\ttool\topen\ttorn-file\t/a\topen in 0\tstatus 0\t",
+             log);
+  for (int n = 0; n < 30; ++n) {
+    const std::string point = "unmanaged:kill:close-" + std::to_string(n);
+    report.add("violation\tunmanaged\tkill\t" + point + "\ttool\tclose\tleft-over\t/a\tclose in 0\tstatus 0\t", log);
+  }
+  report.print(out, false);
+  EXPECT_NE(out.str().find("  left-over  unmanaged:kill:close-0  [close in 0, tool]  /a"), std::string::npos);
+  EXPECT_NE(out.str().find("close-19"), std::string::npos);
+  EXPECT_EQ(out.str().find("close-20"), std::string::npos) << "the log has them all";
+  EXPECT_EQ(out.str().find("open-3"), std::string::npos) << "it is excused";
+}
+
 TEST(GateExceptions, NeedAllFields) {
   EXPECT_THROW(Exceptions("name | left-over | * | * | * | * | reason"), std::runtime_error);
   EXPECT_THROW(Exceptions("name | left-over | * | * | * | * | * | "), std::runtime_error);

@@ -17,6 +17,9 @@ namespace {
 constexpr const char* kPoint = "point";
 constexpr const char* kViolation = "violation";
 
+/// Of the violations, so many are printed, for a reader who has no log; the first ones tell most.
+constexpr std::size_t kShown = 20;
+
 /// Without what would end a field or a line.
 std::string escaped(const std::string& text) {
   std::string safe;
@@ -129,8 +132,10 @@ void Report::addViolation(const std::vector<std::string>& fields, std::ostream& 
   } else {
     ++m_violations[found.kind][found.mode];
   }
-  log << (bExcused ? "excused " : "") << found.kind << "  " << fields[3] << "  [" << fields[8] << ", " << fields[4]
-      << "]  " << fields[7] << "  " << fields[9] << "  \"" << fields[10] << "\"\n";
+  const std::string text = found.kind + "  " + fields[3] + "  [" + fields[8] + ", " + fields[4] + "]  " + fields[7] +
+                           "  " + fields[9] + "  \"" + fields[10] + "\"\n";
+  log << (bExcused ? "excused " : "") << text;
+  if (!bExcused && m_firstViolations.size() < kShown) m_firstViolations.push_back(text);
 }
 
 std::size_t Report::excused() const {
@@ -195,6 +200,8 @@ void Report::printViolations(std::ostream& out) const {
     }
     out << ")\n";
   }
+  for (const std::string& text : m_firstViolations)
+    out << "  " << text;
 }
 
 void Report::printExceptions(std::ostream& out, bool bComplete) const {

@@ -26,7 +26,8 @@ class Report {
   /// does.
   void add(const std::string& line, std::ostream& log);
 
-  /// The counts. `bComplete` says that every point was tried, so that each exception must have matched.
+  /// The counts, and the first violations. `bComplete` says that every point was tried, so that each exception must
+  /// have matched.
   void print(std::ostream& out, bool bComplete) const;
 
   /// Whether nothing was found that is not excused, and, where `bComplete`, no exception is left over that is for one
@@ -52,6 +53,7 @@ class Report {
   std::map<std::string, std::map<std::string, std::size_t>> m_points;      // command, mode
   std::map<std::string, std::map<std::string, double>> m_processor;        // the same, in seconds
   std::map<std::string, std::map<std::string, std::size_t>> m_violations;  // kind, mode; those that are not excused
+  std::vector<std::string> m_firstViolations;  // as lines of the log; those that are not excused
   std::map<std::string, std::size_t> m_excusedKinds;
 };
 
