@@ -1,9 +1,14 @@
 #include "helper/owed_start.h"
 
+#include <array>
 #include <cerrno>
+#include <cstdint>
 #include <fcntl.h>
+#include <optional>
+#include <time.h>
 #include <unistd.h>
 
+#include "base/running_process.h"
 #include "base/unique_fd.h"
 #include "helper/agent_paths.h"
 
@@ -13,17 +18,54 @@ namespace {
 /// A single call that the system refuses is no reason to leave the agent stopped, or to start it twice.
 constexpr int kTries = 3;
 
+/// A command that hangs must not keep the agent stopped for ever: 5 minutes, looked at every 20 milliseconds.
+constexpr int kLooks = 15'000;
+constexpr timespec kPause{0, 20'000'000};
+
 const char* markOf(Owed what) {
   return what == Owed::kStart ? paths::kStartOwed : paths::kPlugInsOwed;
+}
+
+/// Number and moment of a base::SeenProcess.
+using Signature = std::array<std::int64_t, 2>;
+
+/// Says in the mark which process makes the debt, for awaitCommand. Without that, nobody waits for it.
+void signMark(int mark) noexcept {
+  const base::SeenProcess self = base::thisProcess();
+  const Signature signature{self.number, self.seenAt};
+  for (int tries = 0; tries < kTries; ++tries) {
+    if (::pwrite(mark, signature.data(), sizeof signature, 0) == sizeof signature) return;
+  }
+}
+
+/// Who made the debt last; nobody where there is no mark, or one that does not say.
+std::optional<base::SeenProcess> signerOf(Owed what) noexcept {
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  for (int tries = 0; tries < kTries; ++tries) {
+    const base::UniqueFd mark(::open(markOf(what), kFlags));
+    Signature signature{};
+    if (mark && ::pread(mark.get(), signature.data(), sizeof signature, 0) == sizeof signature)
+      return base::SeenProcess{static_cast<pid_t>(signature[0]), signature[1]};
+    if (!mark && errno == ENOENT) break;
+  }
+  return std::nullopt;
 }
 
 }  // namespace
 
 void owe(Owed what) noexcept {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-  bool bMade = false;
-  for (int tries = 0; tries < kTries && !bMade; ++tries)
-    bMade = base::UniqueFd(::open(markOf(what), kFlags, 0600)).bValid();
+  base::UniqueFd mark;
+  for (int tries = 0; tries < kTries && !mark; ++tries)
+    mark.reset(::open(markOf(what), kFlags, 0600));
+  if (mark) signMark(mark.get());
+}
+
+void awaitCommand(Owed what) noexcept {
+  const auto signer = signerOf(what);
+  if (!signer) return;
+  for (int looks = 0; looks < kLooks && base::bRuns(*signer); ++looks)
+    ::nanosleep(&kPause, nullptr);
 }
 
 void settle(Owed what) noexcept {

@@ -1,8 +1,8 @@
 #pragma once
 // What the agent is owed by a run that stops it only for a while.
 //
-// Each debt is a mark, an empty file in the directory of the lock, made and removed under the lock: it outlives the run
-// that made it, and tells whoever takes the lock next. The directory is in memory: a device that comes up anew starts
+// Each debt is a mark, a file in the directory of the lock, made and removed under the lock: it outlives the run that
+// made it, and tells whoever takes the lock next. The directory is in memory: a device that comes up anew starts
 // the agent by itself.
 
 namespace kelt::helper {
@@ -13,9 +13,14 @@ enum class Owed {
 };
 
 /// Makes the mark. For a child, between fork and exec, just before it becomes the command that makes the debt, so that
-/// there is no moment at which mark and agent differ (async-signal-safe). What the system refuses is tried again at
-/// once, a few times; what cannot be made is done without.
+/// there is no moment at which mark and agent differ (async-signal-safe). The mark says which process this is. What the
+/// system refuses is tried again at once, a few times; what cannot be made is done without.
 void owe(Owed what) noexcept;
+
+/// Waits until the command that made the debt last has ended, 5 minutes at most: a run that is killed leaves its
+/// command running, and an agent that is started beside its stop is stopped in the end. Returns at once where there is
+/// no mark, or one that does not say who made it.
+void awaitCommand(Owed what) noexcept;
 
 /// Removes the mark, if it is there, likewise, and tried again likewise: for the child that becomes the command that
 /// pays the debt.

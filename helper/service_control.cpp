@@ -73,6 +73,12 @@ bool checkDirectory(const ConfigDirectory& directory) noexcept {
   return false;
 }
 
+/// What a run that was killed left running.
+void awaitCommandsOfDeadRun() {
+  awaitCommand(Owed::kStart);
+  awaitCommand(Owed::kPlugIns);
+}
+
 /// An agent that is to stay stopped is owed nothing, whatever an earlier run owed it.
 void forgiveDebts() {
   settle(Owed::kStart);
@@ -117,6 +123,7 @@ void unixCommandLineHelper::reserveStart() {
 }
 
 bool unixCommandLineHelper::StartORVService() {
+  if (!m_bStartPromised) awaitCommandsOfDeadRun();  // else the stop before did
   // Else a plug-in whose file cannot be read for once would not be loaded.
   auto justRead = m_reserved ? std::nullopt : readStartInAdvance();
   ReservedStart* const reserved = m_reserved ? &*m_reserved : justRead ? &*justRead : nullptr;
@@ -140,10 +147,12 @@ bool unixCommandLineHelper::StartORVService() {
 }
 
 void unixCommandLineHelper::loadPlugIns() {
+  awaitCommandsOfDeadRun();
   loadPlugInsAnewOr(m_reserved ? &*m_reserved : nullptr, true);
 }
 
 bool unixCommandLineHelper::StopORVService() {
+  awaitCommandsOfDeadRun();
   using Last = void (*)();
   const Last oweStart = m_bStartPromised ? Last([] { owe(Owed::kStart); }) : nullptr;
   const Last owePlugIns = m_bStartPromised ? Last([] { owe(Owed::kPlugIns); }) : nullptr;

@@ -40,6 +40,32 @@ def test_a_run_that_is_killed_while_the_agent_is_stopped_has_it_started_once(dev
     assert ("E", "A run ended before it started the agent again, which is started now.") in device.log()
 
 
+@pytest.mark.parametrize("command", ["-u", "-k"])
+def test_a_stop_that_outlives_its_run_ends_before_the_start(device, command):
+    stop_with(device, f"kill -KILL $PPID\nsleep 1\n{AGENT} stop\n")
+    left = run_until_quiet(device, f'"$KELTCONFIG" {command} >/dev/null')
+    assert device.calls() == device.stopping() + device.starting()
+    assert left == []
+
+
+def test_an_unloading_that_outlives_its_run_ends_before_the_loading(device):
+    device.write("/run/unload.sh", f"#!/bin/sh\nkill -KILL $PPID\nsleep 1\n{AGENT} unload \"$1\"\n".encode(), 0o755)
+    for config in device.path("/etc/orv.d").glob("*/config.xml"):
+        config.write_bytes(config.read_bytes().replace(f"{AGENT} unload".encode(), b"/run/unload.sh"))
+    left = run_until_quiet(device, '"$KELTCONFIG" -u >/dev/null')
+    assert device.calls() == device.stopping()[:1] + device.starting()[1:]
+    assert left == []
+
+
+@pytest.mark.parametrize("arguments", ["-start", "-stop", "-u"])
+def test_a_stop_that_outlives_run_and_guard_ends_before_the_next_run_begins(device, arguments):
+    stop_with(device, f"if mkdir /run/killed 2>/dev/null; then pkill -KILL -x keltconfig; sleep 1; fi\n{AGENT} stop\n")
+    left = run_until_quiet(device, '"$KELTCONFIG" -u >/dev/null', f'"$KELTCONFIG" {arguments} >/dev/null')
+    then = {"-start": device.starting(), "-stop": device.stopping(), "-u": device.stopping() + device.starting()}
+    assert device.calls() == device.stopping() + then[arguments]
+    assert left == []
+
+
 def test_it_is_started_after_a_kill_of_the_whole_process_group_too(device):
     stop_with(device, f"{AGENT} stop\nkill -KILL -$PPID\n")
     run_until_quiet(device, 'setsid -w "$KELTCONFIG" -u >/dev/null')

@@ -1,8 +1,11 @@
 #include "helper/owed_start.h"
 
+#include <csignal>
 #include <unistd.h>
 
+#include "support/child.h"
 #include "support/private_device.h"
+#include "support/waiting.h"
 
 namespace kelt::helper {
 namespace {
@@ -57,6 +60,53 @@ TEST_F(OwedStart, IsDoneWithoutWhereThereIsNoDirectoryForIt) {
   owe(Owed::kStart);
   EXPECT_FALSE(bOwed(Owed::kStart));
   settle(Owed::kStart);
+}
+
+/// A process that owes the start, says so by a file and then runs on until it is killed.
+class Command {
+ public:
+  Command()
+      : m_child([] {
+          owe(Owed::kStart);
+          putFile("/tmp/owed", "");
+          for (;;)
+            ::pause();
+          return 0;
+        }) {
+    EXPECT_TRUE(tests::bComesTrue([] { return exists("/tmp/owed"); }));
+  }
+  Command(const Command&) = delete;
+  Command& operator=(const Command&) = delete;
+  ~Command() { kill(); }
+  void kill() { ::kill(m_child.pid(), SIGKILL); }
+
+ private:
+  tests::Child m_child;
+};
+
+TEST_F(OwedStart, IsAwaitedAsLongAsItsCommandRuns) {
+  Command command;
+  tests::Child waiting([] {
+    awaitCommand(Owed::kStart);
+    return exists("/tmp/killed") ? 0 : 1;
+  });
+  ::usleep(100'000);  // for a wait that is none to end
+  putFile("/tmp/killed", "");
+  command.kill();
+  EXPECT_EQ(waiting.exitStatus(), 0);
+}
+
+TEST_F(OwedStart, IsNotAwaitedWhereTheOtherIsOwed) {
+  const Command command;
+  awaitCommand(Owed::kPlugIns);
+}
+
+TEST_F(OwedStart, IsNotAwaitedWhereTheMarkNamesNobody) {
+  awaitCommand(Owed::kStart);
+  for (const char* text : {"", "short", "no process has such a number"}) {
+    putFile(kStart, text);
+    awaitCommand(Owed::kStart);
+  }
 }
 
 }  // namespace
