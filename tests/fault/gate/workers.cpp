@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <sched.h>
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -45,6 +46,23 @@ std::string contentOf(int fd) {
   return text;
 }
 
+/// Keeps this process and all that come from it on one of the processors that it may use. Injector and tool take turns:
+/// on two processors each turn has to wake up one that sleeps, which takes longer than what is done in it.
+void stayOnOneProcessor(unsigned worker) {
+  cpu_set_t allowed;
+  CPU_ZERO(&allowed);
+  if (::sched_getaffinity(0, sizeof allowed, &allowed) != 0) return;
+  int left = static_cast<int>(worker) % CPU_COUNT(&allowed);
+  for (int processor = 0; processor < CPU_SETSIZE; ++processor) {
+    if (!CPU_ISSET(processor, &allowed) || left-- != 0) continue;
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(processor, &one);
+    ::sched_setaffinity(0, sizeof one, &one);
+    return;
+  }
+}
+
 [[noreturn]] void doShare(std::size_t points, Next& next, int report, const Work& work) {
   for (std::size_t point = next++; point < points; point = next++)
     append(report, work(point));
@@ -71,6 +89,7 @@ std::vector<std::string> share(std::size_t points, unsigned count, const MakeWor
     require(pid >= 0, "fork");
     if (pid == 0) {
       ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+      stayOnOneProcessor(worker);
       doShare(points, *next, reports.back().get(), makeWork(worker));
     }
     workers.push_back(pid);
