@@ -1,4 +1,4 @@
-// That whole runs finish what a killed one left is tested in tests/fault/test_unfinished_work.py.
+// That whole runs finish what a killed one left is tested in tests/fault/test_unfinished_switch.py.
 
 #include "modes/take_back.h"
 
