@@ -32,7 +32,7 @@ int examine(const std::string& path, struct stat& info) {
     error = ::lstat(path.c_str(), &info) == 0 ? 0 : errno;
     return error == 0 || error == ENOENT;
   };
-  static_cast<void>(base::bAskedTwice(tell));
+  static_cast<void>(base::askTwice(tell));
   return error;
 }
 
@@ -46,7 +46,7 @@ base::UniqueFd openOld(const std::string& path) {
     fd.reset(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     return fd.bValid();
   };
-  static_cast<void>(base::bAskedTwice(open));
+  static_cast<void>(base::askTwice(open));
   return fd;
 }
 
@@ -67,7 +67,7 @@ class EmptyFile {
     m_bAlone = bNothingAt(m_path);  // from here on it may be there, whatever is returned or thrown
     if (!m_bAlone) return;
     const auto replace = [&] { return base::replaceFile(m_path, kEmpty, {.mode = 0644, .attributesOf = old}).ok(); };
-    static_cast<void>(base::bAskedTwice(replace));
+    static_cast<void>(base::askTwice(replace));
   }
   EmptyFile(const EmptyFile&) = delete;
   EmptyFile& operator=(const EmptyFile&) = delete;
@@ -102,7 +102,7 @@ void replaceCustomProperties(CommandLineData& data) {
   const std::string path = customPropertiesPath();
   const base::UniqueFd old = openOld(path);
   // Once more: new properties beside those of an old file that is only refused for once would be wrong ones.
-  if (!base::bAskedTwice([&] { return helper::deleteFile(path); })) base::printLine(messages::fileNotDeleted(path));
+  if (!base::askTwice([&] { return helper::deleteFile(path); })) base::printLine(messages::fileNotDeleted(path));
 
   EmptyFile file(path);
   file.make(old.get());

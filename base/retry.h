@@ -17,7 +17,7 @@ auto retryInterrupted(Call call) {
 /// Asks a question, and where the answer is no, once more: for an answer that others build on, as a single call that
 /// the system refuses must not pass for a fact.
 template <typename Ask>
-bool bAskedTwice(Ask ask) {
+bool askTwice(Ask ask) {
   if (ask()) return true;
   return ask();
 }

@@ -148,7 +148,7 @@ void WorkMark::end() noexcept {
   m_found.reset();
   const int directory = m_place.directory.get();
   // Synced, as a mark that comes back with a power cut would have work finished that was done long ago.
-  if (!base::bAskedTwice([&] { return ::unlinkat(directory, m_place.name.c_str(), 0) == 0; })) return;
+  if (!base::askTwice([&] { return ::unlinkat(directory, m_place.name.c_str(), 0) == 0; })) return;
   static_cast<void>(base::retryInterrupted([&] { return ::fsync(directory); }));
 }
 

@@ -70,7 +70,7 @@ std::string identityOf(const std::string& path, HexHash& hash) {
     if (content) digits = hash.of(*content);
     return content.has_value();
   };
-  return base::bAskedTwice(read) ? digits.value_or(kUnknown) : kUnknown;
+  return base::askTwice(read) ? digits.value_or(kUnknown) : kUnknown;
 }
 
 }  // namespace

@@ -130,7 +130,7 @@ void recordServerKeyHash(IKeyManagement& keys, HexHash& hash) {
   ABuffer key;
   if (!keys.exportKey(KeyType::kServerPublic, key)) return;
   const std::optional<std::string> digits = hash.of(key);
-  if (digits && !base::bAskedTwice([&] { return modes::bSetServerPublicKeyHashInfo(*digits); })) {
+  if (digits && !base::askTwice([&] { return modes::bSetServerPublicKeyHashInfo(*digits); })) {
     logProblem("Unable to set the public key hash information in the registry");
   }
 }

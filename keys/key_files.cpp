@@ -33,7 +33,7 @@ bool bMarkerSaysFips(const std::string& fipsMarker) {
   // Twice, as a marker that the system refuses for once must not take FIPS mode from an agent.
   std::optional<ABuffer> content;
   const auto read = [&] { return (content = helper::contentOf(fipsMarker)).has_value(); };
-  return base::bAskedTwice(read) && content->length() > 0 && content->data()[0] == '1';
+  return base::askTwice(read) && content->length() > 0 && content->data()[0] == '1';
 }
 
 void deleteKeyFiles(const KeyFiles& files) {

@@ -55,7 +55,7 @@ bool update_value_to_file(const std::string& content, const std::string& name, s
   const auto updated = withValue(content, name, std::move(value));
   if (!updated) return false;
   // A failure leaves the old file, which holds a value that the agent can work with; callers do not act on it.
-  static_cast<void>(base::bAskedTwice([&] { return base::replaceFile(path, *updated).ok(); }));
+  static_cast<void>(base::askTwice([&] { return base::replaceFile(path, *updated).ok(); }));
   return true;
 }
 
@@ -73,10 +73,10 @@ bool bFileExists(std::wstring path) {
   bool bAccessible = false;
   bool bExists = false;
   const auto examine = [&] { return AFiler::getFileAccessibility(file, AFiler::kRead, bAccessible, bExists); };
-  if (file.empty() || !base::bAskedTwice(examine)) return false;
+  if (file.empty() || !base::askTwice(examine)) return false;
   std::uint64_t size = 0;
   const auto measure = [&] { return AFiler::tryGetFileSize(file, size); };
-  return bAccessible && bExists && base::bAskedTwice(measure) && size > 0;
+  return bAccessible && bExists && base::askTwice(measure) && size > 0;
 }
 
 }  // namespace kelt::modes

@@ -32,7 +32,7 @@ namespace paths = helper::paths;
 SiteListContent examine(const helper::unixCommandLineHelper& helper, const std::string& path) {
   SiteList siteList;
   const auto load = [&] { return siteList.load(path); };
-  const bool bLoaded = base::bAskedTwice(load) || (helper.ConvertSiteListToUTF8(base::toWide(path)) && load());
+  const bool bLoaded = base::askTwice(load) || (helper.ConvertSiteListToUTF8(base::toWide(path)) && load());
   return bLoaded ? siteList.content() : SiteListContent::kUnloadable;
 }
 

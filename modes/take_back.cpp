@@ -29,7 +29,7 @@ std::string installed(const std::string& name) {
 std::string lineFor(const std::string& name) {
   struct stat info {};
   const std::string path = installed(name);
-  if (!base::bAskedTwice([&] { return ::lstat(path.c_str(), &info) == 0; })) return {};
+  if (!base::askTwice([&] { return ::lstat(path.c_str(), &info) == 0; })) return {};
   return "copy=" + name.substr(1) + " " + std::to_string(info.st_ino) + " " + std::to_string(info.st_ctim.tv_sec) +
          "." + std::to_string(info.st_ctim.tv_nsec) + "\n";
 }

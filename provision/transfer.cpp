@@ -68,7 +68,7 @@ std::size_t Write_Callback(void* data, std::size_t size, std::size_t count, void
 
 Status fetchPackage(const ServerAccess& access, const std::string& host, const std::string& port) {
   base::print(messages::kInitializing);
-  Transfer transfer(bStartCurlOnWipingMemory() ? curl_easy_init() : nullptr);
+  Transfer transfer(startCurlOnWipingMemory() ? curl_easy_init() : nullptr);
   if (transfer == nullptr) {
     base::print(messages::kNotInitialized);
     return kNoCurl;

@@ -9,7 +9,7 @@
 
 namespace kelt::provision {
 
-bool bStartCurlOnWipingMemory() {
+bool startCurlOnWipingMemory() {
   // Under libcurl, which is its first user in a run that fetches keys and then imports them.
   base::giveOpenSslWipingMemory();
   const CURLcode started = curl_global_init_mem(CURL_GLOBAL_DEFAULT, std::malloc, base::wipingFree, base::wipingRealloc,

@@ -7,6 +7,6 @@ namespace kelt::provision {
 /// encoded, into the request. OpenSSL below it gets such functions, too, and keeps them. To be called before libcurl is
 /// first used, or after curl_global_cleanup. False without memory: then libcurl must not be used, since it would start
 /// by itself on memory that is not wiped, and would take an OpenSSL that could not be started for one that is.
-[[nodiscard]] bool bStartCurlOnWipingMemory();
+[[nodiscard]] bool startCurlOnWipingMemory();
 
 }  // namespace kelt::provision

@@ -56,7 +56,7 @@ class CurlMemory : public ::testing::Test {
  protected:
   void SetUp() override {
     curlProbe() = {};
-    ASSERT_TRUE(bStartCurlOnWipingMemory());
+    ASSERT_TRUE(startCurlOnWipingMemory());
     ASSERT_NE(curlProbe().memory.free, nullptr);
   }
   void TearDown() override { curl_global_cleanup(); }
