@@ -7,15 +7,14 @@
 #include "helper/agent_log.h"
 #include "helper/agent_paths.h"
 #include "helper/owed_start.h"
+#include "helper/run_lock.h"
 #include "helper/unix_command_line_helper.h"
-#include "platform/interprocess_write_lock.h"
 
 namespace kelt::helper {
 namespace {
 
 using base::GuardProcess;
 
-constexpr unsigned int kLockSeconds = 300;
 /// Another run that works so long is not the one to wait for.
 constexpr int kLockTries = 12;
 
@@ -47,7 +46,7 @@ void startInItsStead(unixCommandLineHelper& agent) {
   InterProcessWriteLock lock(paths::kInstanceLock);
   if (!take(lock)) return;
   payDebts(agent);  // who looks again what is owed, now that nobody can change it
-  if (lock.unlock() && lock.tryLock() != 0) InterProcessWriteLock::cleanSemaphore(paths::kInstanceLock);
+  static_cast<void>(giveLockBack(lock));
 }
 
 /// A run that is killed needs its guard, and a moment later the system may have what it takes.
