@@ -9,7 +9,7 @@
 
 #include "base/environment.h"
 #include "base/signals.h"
-#include "platform/logger.h"
+#include "helper/agent_log.h"
 
 namespace kelt::helper {
 namespace {
@@ -32,12 +32,12 @@ constexpr timespec kPause{0, 100'000'000};
 /// Forks, again and again where the system has no process for now. Returns what fork returned last.
 pid_t forkPatiently() {
   pid_t child = ::fork();
-  if (child < 0) logError(L"keltcfg", L"The system has no process for a command of the agent; trying again.");
+  if (child < 0) logProblem("The system has no process for a command of the agent; trying again.");
   for (int tries = 1; child < 0 && tries < kPatience; ++tries) {
     ::nanosleep(&kPause, nullptr);
     child = ::fork();
   }
-  if (child < 0) logError(L"keltcfg", L"The system had no process for a command of the agent: it was not run.");
+  if (child < 0) logProblem("The system had no process for a command of the agent: it was not run.");
   return child;
 }
 

@@ -26,7 +26,8 @@ class PreparedCommand {
   void run(void (*last)()) const noexcept;
 
   /// The same for what must be run: a process that the system refuses is asked for again and again, for some seconds.
-  /// The log tells that, and where it was in vain.
+  /// The log tells that, and where it was in vain; running it still takes no memory, as lines that there is none for
+  /// are left out.
   void runPatiently(void (*last)()) const noexcept;
 
  private:

@@ -5,19 +5,18 @@
 #include <optional>
 
 #include "base/console.h"
+#include "helper/agent_log.h"
 #include "helper/agent_paths.h"
 #include "helper/messages.h"
 #include "helper/owed_start.h"
 #include "helper/start_promise.h"
 #include "helper/unix_command_line_helper.h"
 #include "platform/config_directory.h"
-#include "platform/logger.h"
 #include "platform/refusals.h"
 
 namespace kelt::helper {
 namespace {
 
-constexpr const wchar_t* kSource = L"keltcfg";
 constexpr const wchar_t* kLoadElement = L"LoadOrvPluginCommand";
 
 using platform::ConfigDirectory;
@@ -91,7 +90,7 @@ bool bRefusedBySystem(const Error& error) {
 
 /// Tells that what was kept is used.
 void logReserve() {
-  logError(kSource, L"What starts the agent cannot be read; it is started as it was configured before the stop.");
+  logProblem("What starts the agent cannot be read; it is started as it was configured before the stop.");
 }
 
 Error noMemory() {
@@ -217,7 +216,7 @@ void unixCommandLineHelper::loadPlugInsAnewOr(ReservedStart* reserved, bool bDes
   try {
     bDone = loadPlugInsAnew(reserved, bDespiteDirectory);
   } catch (const std::bad_alloc&) {
-    logError(kSource, L"There is no memory to read which plug-ins to load.");
+    logProblem("There is no memory to read which plug-ins to load.");
   }
   if (!bDone && reserved != nullptr) loadReserved(*reserved);
   settle(Owed::kPlugIns);
