@@ -4,190 +4,26 @@
 // setting is repeated from the key files, by the choices that were made; deleting goes on where it was.
 
 #include <algorithm>
-#include <memory>
 #include <optional>
 
 #include "base/file_place.h"
-#include "base/retry.h"
-#include "base/utf.h"
 #include "helper/agent_log.h"
 #include "helper/agent_paths.h"
 #include "helper/command_line_helper.h"
 #include "helper/unfinished_work.h"
 #include "keys/begun_import.h"
-#include "keys/hex_hash.h"
-#include "keys/import_plan.h"
+#include "keys/import_choice.h"
 #include "keys/key_files.h"
 #include "keys/registry_keys.h"
-#include "modes/config_values.h"
+#include "keys/store_keys.h"
 #include "modes/take_back.h"
 #include "modes/unmanaged_mode.h"
-#include "platform/crypto.h"
-#include "platform/logger.h"
 
 namespace kelt::keys {
 namespace {
 
 using helper::logEvent;
 using helper::logProblem;
-using quorvane_com::QV::crypto::CryptShim;
-using quorvane_com::QV::crypto::CryptShimLogger;
-using quorvane_com::QV::crypto::IKeyManagement;
-using quorvane_com::QV::crypto::KeyConf;
-using quorvane_com::QV::crypto::KeyType;
-using quorvane_com::QV::crypto::Role;
-
-struct DestroyKeyManager {
-  void operator()(IKeyManagement* keys) const { CryptShim::destroy_key_manager_object(keys); }
-};
-using KeyManager = std::unique_ptr<IKeyManagement, DestroyKeyManager>;
-
-/// Logs why an import ends here. Returns false, its result.
-bool fail(const char* why) {
-  logProblem(why);
-  return false;
-}
-
-bool bFileExists(const std::string& path) {
-  return modes::bFileExists(base::toWide(path));
-}
-
-CryptoSetting currentSetting() {
-  const KeyConf conf;
-  CryptoSetting setting;
-  if (!conf.getCryptoMode(setting.mode)) setting.mode = Mode::kNonFips;
-  if (!conf.getCryptoKeySize(setting.keySize)) setting.keySize = KeySize::kLower;
-  return setting;
-}
-
-bool bServerKeysInRegistry() {
-  AnObjectBuffer<unsigned char> pub;
-  AnObjectBuffer<unsigned char> sec;
-  return getServerKeys(pub, sec);
-}
-
-ImportFacts gatherFacts(bool fromUpdateDir, const KeyFiles& files, const CryptoSetting& current, bool bRegistryKeys) {
-  ImportFacts facts;
-  facts.fromUpdateDir = fromUpdateDir;
-  facts.bMarkerCounts = !bRegistryKeys && bFileExists(files.fipsMarker);
-  facts.bMarkerSaysFips = facts.bMarkerCounts && bMarkerSaysFips(files.fipsMarker);
-  facts.bServerKey2048Exists = bFileExists(files.serverKey2048);
-  facts.current = current;
-  return facts;
-}
-
-/// Starts the crypto library anew in `mode`, unless the agent runs in FIPS mode already and stays there.
-bool reinitializeCrypto(Mode mode) {
-  Mode running = Mode::kNonFips;
-  if (!KeyConf().getCryptoMode(running)) running = Mode::kNonFips;
-  if (mode == Mode::kFips && running == Mode::kFips) return true;
-  logEvent("Trying to re-initialize crypto libraries.");
-  if (!CryptShim::instance()->deinitialize()) return fail("Unable to deinitialize cryptshim.");
-  // The library keeps the logger for the life of the process.
-  auto* const logger = new CryptShimLogger(logError, logInfo, nullptr, nullptr);
-  CryptShim::configure(mode, Role::kDefault, logger, L"keltconfig.sig");
-  if (!CryptShim::instance()->initialize()) return fail("Unable to re-initialize cryptshim with new mode.");
-  logEvent("Successfully re-initialized crypto libraries.");
-  return true;
-}
-
-/// The same for whatever it throws, which counts as a failure.
-bool prepareCrypto(Mode mode) {
-  try {
-    return reinitializeCrypto(mode);
-  } catch (...) {
-    return fail("Unable to configure crypto library");
-  }
-}
-
-/// Imports the server's keys and records the setting that they are for. Returns false where the server's public key or
-/// the setting is not recorded.
-bool importServerKeys(IKeyManagement& keys, const std::string& publicFile, const std::string& secretFile,
-                      const CryptoSetting& setting) {
-  if (!keys.importKeyFromFile(KeyType::kServerPublic, base::toWide(publicFile))) {
-    return fail("Failed to import the server public key");
-  }
-  if (!keys.importKeyFromFile(KeyType::kServerRequestSecret, base::toWide(secretFile))) {
-    logEvent("Failed to import the server private key, not treating as a failure");
-  }
-  // With the wrong setting the agent could not use the keys. The key files stay, for the import to be repeated.
-  return KeyConf().SetCryptoMode(setting.mode, setting.keySize) ||
-         fail("Unable to record the crypto mode and key size");
-}
-
-/// Imports the agent's own pair from the registry emulation, where it holds one.
-void importAgentKeys(IKeyManagement& keys) {
-  AnObjectBuffer<unsigned char> pub;
-  AnObjectBuffer<unsigned char> sec;
-  if (!getAgentKeys(pub, sec)) return;
-  const bool bImported = keys.importKey(KeyType::kAgentPublic, pub.data(), pub.length()) &&
-                         keys.importKey(KeyType::kAgentSecret, sec.data(), sec.length());
-  if (!bImported) logProblem("Failed to import the agent keys");
-}
-
-/// Records the hash of the server's public key in the agent's configuration.
-void recordServerKeyHash(IKeyManagement& keys, HexHash& hash) {
-  ABuffer key;
-  if (!keys.exportKey(KeyType::kServerPublic, key)) return;
-  const std::optional<std::string> digits = hash.of(key);
-  if (digits && !base::askTwice([&] { return modes::bSetServerPublicKeyHashInfo(*digits); })) {
-    logProblem("Unable to set the public key hash information in the registry");
-  }
-}
-
-void tellPlan(const ImportPlan& plan) {
-  logEvent(modeText(plan.setting.mode));
-  logEvent(keySizeText(plan.setting.keySize));
-}
-
-/// `past` is an import that was cut off and that this one is in the place of: what it has changed by then is not what
-/// the choices are to depend on.
-BegunImport choose(bool fromUpdateDir, const KeyFiles& files, const std::optional<BegunImport>& past) {
-  const bool bAllStored = past && past->stage == Stage::kCleaning;
-  BegunImport import;
-  import.fromUpdateDir = fromUpdateDir;
-  import.bRegistryKeys = past ? past->bRegistryKeys : bServerKeysInRegistry();
-  import.before = past && !bAllStored ? past->before : currentSetting();
-  import.plan = planImport(gatherFacts(fromUpdateDir, files, import.before, import.bRegistryKeys));
-  import.bAgentKeys = import.plan.setting == import.before && !fromUpdateDir && !bAllStored;
-  return import;
-}
-
-/// Brings the keys into the key store. After true, the originals are not needed any more.
-bool storeKeys(const BegunImport& import, const std::string& publicFile, const std::string& secretFile) {
-  const KeyManager keys(CryptShim::create_key_manager_object());
-  if (keys == nullptr) return fail("Unable to create key management object");
-  if (!importServerKeys(*keys, publicFile, secretFile, import.plan.setting)) return false;
-  if (import.bAgentKeys) importAgentKeys(*keys);
-  HexHash hash;
-  if (!hash.bReady()) return false;
-  recordServerKeyHash(*keys, hash);
-  if (import.bDiscardsPair()) keys->discardAgentKeys();
-  return true;
-}
-
-void begin(helper::WorkMark& mark, const BegunImport& import) {
-  mark.begin({helper::Work::kKeyImport, planOf(import)});
-}
-
-/// Stores what the import brings, marked as begun before the first effect. After true the mark says that only the
-/// originals are still to be deleted.
-bool store(BegunImport& import, const KeyFiles& files, helper::WorkMark& mark) {
-  const std::string& publicFile = import.plan.bLegacyNames ? files.serverKey : files.serverKey2048;
-  const std::string& secretFile = import.plan.bLegacyNames ? files.requestKey : files.requestKey2048;
-  tellPlan(import.plan);
-  CryptShim::set_key_size_to_use(import.plan.setting.keySize);
-  logEvent("Expecting these key files: " + publicFile + ", " + secretFile);
-  if (!bFileExists(publicFile)) return fail("Unable to locate server keys ");
-  if (!prepareCrypto(import.plan.setting.mode)) return false;
-  import.files = identitiesOf(files);
-  begin(mark, import);
-  if (!storeKeys(import, publicFile, secretFile)) return false;
-  logEvent("Successfully imported the keys.");
-  import.stage = Stage::kCleaning;
-  begin(mark, import);
-  return true;
-}
 
 /// Who hears of a file that cannot be deleted.
 enum class Told { kConsole, kLog };
@@ -199,13 +35,6 @@ void deleteOriginals(const KeyFiles& files, Told told) {
   if (told == Told::kLog) deleteKeyFilesInSilence(files);
   static_cast<void>(base::syncDirectory(base::directoryOf(files.fipsMarker)));
   static_cast<void>(base::syncDirectory(base::directoryOf(helper::paths::kRegistryFile)));
-}
-
-/// For an import that is not repeated: where its setting was recorded, the agent's pair of the old size still goes.
-void discardPairOf(const BegunImport& import) {
-  if (import.stage != Stage::kStoring || !import.bDiscardsPair() || !(currentSetting() == import.plan.setting)) return;
-  const KeyManager keys(CryptShim::create_key_manager_object());
-  if (keys != nullptr) keys->discardAgentKeys();
 }
 
 /// Whether the key files are others than `import` goes by: while it stores keys any difference counts, afterwards what

@@ -29,6 +29,10 @@ std::string keyDirectory(bool fromUpdateDir) {
   return base::toUtf8(modes::getORVScratchPath()) + paths::kUpdateDir;
 }
 
+bool bFileExists(const std::string& path) {
+  return modes::bFileExists(base::toWide(path));
+}
+
 bool bMarkerSaysFips(const std::string& fipsMarker) {
   // Twice, as a marker that the system refuses for once must not take FIPS mode from an agent.
   std::optional<ABuffer> content;

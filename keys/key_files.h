@@ -28,6 +28,9 @@ inline constexpr std::size_t kKeyFileCount = 5;
 /// The directory to import from: the update directory or the installation directory. May end in "/"; need not be there.
 [[nodiscard]] std::string keyDirectory(bool fromUpdateDir);
 
+/// Whether there is a readable file at `path` that is not empty: what counts as a key file (modes/config_values.h).
+[[nodiscard]] bool bFileExists(const std::string& path);
+
 /// Whether the first byte of the marker at that path says FIPS mode ('1'). False where the file cannot be read, of
 /// which the system is asked twice.
 [[nodiscard]] bool bMarkerSaysFips(const std::string& fipsMarker);
