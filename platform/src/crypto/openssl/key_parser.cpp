@@ -129,6 +129,12 @@ bool bBase64(std::string_view line) {
   return line.find_first_not_of(kTaken) == std::string_view::npos;
 }
 
+/// Whether a line that begins or ends a PEM block is as it shows: OpenSSL takes control characters for spaces.
+bool bAsItShows(std::string_view line) {
+  line = line.substr(0, line.find_last_not_of(" \t\r") + 1);
+  return std::all_of(line.begin(), line.end(), [](char c) { return c >= ' ' && c <= '~'; });
+}
+
 /// Whether OpenSSL looks at all that stands in a PEM block that it has read: it skips what follows a carriage return in
 /// its line, control characters, and base64 after a "-".
 bool bAllRead(Bytes block) {
@@ -140,7 +146,8 @@ bool bAllRead(Bytes block) {
     const std::string_view line = text.substr(0, end);
     text.remove_prefix(std::min(end + 1, text.size()));
     if (!bBlanks(line.substr(std::min(line.find('\r'), line.size())))) return false;
-    if (!bFirst && !text.empty() && !bBase64(line)) return false;
+    const bool bInside = !bFirst && !text.empty();
+    if (bInside ? !bBase64(line) : !bAsItShows(line)) return false;
   }
   return true;
 }

@@ -129,6 +129,17 @@ TEST_F(KeyParser, RefusesWhatStandsInAPemKeyUnread) {
   EXPECT_EQ(publicKey(with(pem.size() - 1, "\rx")), why);
 }
 
+TEST_F(KeyParser, RefusesControlCharactersInTheLinesThatBeginAndEndAPemKey) {
+  const std::string pem = testKey("rsa2048.spki.pem");
+  for (const std::size_t line : {pem.find("-----BEGIN"), pem.find("-----END")}) {
+    for (const char control : {'\x1f', '\t', '\x7f'}) {
+      std::string changed = pem;
+      changed[changed.find(' ', changed.find(' ', line) + 1)] = control;
+      EXPECT_EQ(publicKey(changed), "refused: something else in the PEM block") << line;
+    }
+  }
+}
+
 TEST_F(KeyParser, TakesAPemKeyWithLineEndsOfOtherSystems) {
   std::string pem;
   for (const char c : testKey("rsa2048.pkcs1.pem"))
