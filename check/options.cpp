@@ -6,6 +6,7 @@
 namespace kelt::check {
 namespace {
 
+// Numbers that no letter has, as there are no short options.
 enum Code : int { kSource = 1, kServer, kJson, kPlain, kVerbose, kHelp, kVersion };
 
 constexpr std::array kLongOptions{
@@ -15,6 +16,7 @@ constexpr std::array kLongOptions{
     option{"version", no_argument, nullptr, kVersion},     option{nullptr, 0, nullptr, 0},
 };
 
+/// The end of a sentence that begins "wrong use".
 Error wrongUse(const std::string& what) {
   return {ErrorKind::kRefused, 0, what};
 }
@@ -63,9 +65,12 @@ Result<Options> optionsIn(int argc, char** argv) {
   Given given;
   ::opterr = 0;
   ::optind = 0;  // begins anew, whoever has called it before
+  // getopt steps to the next word only after the last letter of one like "-xy", so the word is noted before. It stops
+  // at the first argument ("+") and leaves the order as it is, as no argument belongs here.
+  int at = 1;
   // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
-  for (int code = 0; (code = ::getopt_long(argc, argv, ":", kLongOptions.data(), nullptr)) != -1;) {
-    const std::string word = argv[::optind - 1];
+  for (int code = 0; (code = ::getopt_long(argc, argv, "+:", kLongOptions.data(), nullptr)) != -1; at = ::optind) {
+    const std::string word = argv[at];
     if (code == ':') return wrongUse("the option " + word + " needs a value");
     if (code == '?') return wrongUse("there is no option " + word);
     if (bWantsValue(code) && *::optarg == '\0') return wrongUse("the value of an option is empty");

@@ -53,6 +53,10 @@ TEST(Options, MayBeShortenedWhereThatIsUnique) {
 TEST(Options, ThatAreNoneAreNamed) {
   EXPECT_EQ(refusalOf({"--foo"}), "there is no option --foo");
   EXPECT_EQ(refusalOf({"-x"}), "there is no option -x");
+  EXPECT_EQ(refusalOf({"--json", "-xy"}), "there is no option -xy");
+  EXPECT_EQ(refusalOf({"word", "--foo"}), "the argument word belongs to no option");
+  EXPECT_EQ(refusalOf({"--", "--json"}), "the argument --json belongs to no option");
+  EXPECT_EQ(refusalOf({"--json=1"}), "there is no option --json=1");
   EXPECT_EQ(refusalOf({"--source"}), "the option --source needs a value");
   EXPECT_EQ(refusalOf({"--server", ""}), "the value of an option is empty");
   EXPECT_EQ(refusalOf({"word"}), "the argument word belongs to no option");
