@@ -2,7 +2,10 @@
 // Clearing away what runs that were cut off left behind.
 
 #include <string>
+#include <sys/types.h>
 #include <vector>
+
+#include "base/result.h"
 
 namespace kelt::base {
 
@@ -14,5 +17,9 @@ namespace kelt::base {
 
 /// The same for a directory by its path. Returns whole paths.
 [[nodiscard]] std::vector<std::string> sweepDirectory(const std::string& directory);
+
+/// The names that a sweep of `directory` by the user `owner` would remove, in the order of the system. Nothing is
+/// removed. Errors: kNotFound; kSystem, where this process may not list the directory or look into it.
+[[nodiscard]] Result<std::vector<std::string>> leftoversIn(const std::string& directory, uid_t owner);
 
 }  // namespace kelt::base

@@ -27,6 +27,8 @@ class Sweep : public tests::PrivateDevice {
   }
 };
 
+using Leftovers = Sweep;
+
 TEST_F(Sweep, RemovesWhatARunLeftAndSaysWhat) {
   putFile(kLeft, "secret", 0600);
   putFile("/tmp/d/.k.kelt-222222222222", "");
@@ -107,6 +109,25 @@ TEST_F(Sweep, SaysNothingOfWhatItCannotRemove) {
   tests::mountReadOnly("/tmp/d");
   EXPECT_EQ(sweepDirectory("/tmp/d"), Names{});
   EXPECT_TRUE(tests::exists(kLeft));
+}
+
+TEST_F(Leftovers, AreWhatASweepWouldRemoveAndStay) {
+  putFile(kLeft, "secret", 0600);
+  putFile("/tmp/d/config.xml", "kept");
+  putDirectory("/tmp/d/.b.kelt-aaaaaaaaaaaa");
+  const auto found = leftoversIn("/tmp/d", ::geteuid());
+  ASSERT_TRUE(found.ok());
+  EXPECT_EQ(found.value(), Names{".config.xml.kelt-abcdefgh2345"});
+  EXPECT_TRUE(tests::exists(kLeft));
+  EXPECT_EQ(leftoversIn("/tmp/d", ::geteuid() + 1).value(), Names{});
+}
+
+TEST_F(Leftovers, AreNotToldOfWhatCannotBeListed) {
+  putFile("/tmp/file", "");
+  EXPECT_EQ(leftoversIn("/tmp/none", 0).error().kind, ErrorKind::kNotFound);
+  EXPECT_EQ(leftoversIn("/tmp/file", 0).error().kind, ErrorKind::kNotFound);
+  ASSERT_EQ(::symlink("ring", "/tmp/ring"), 0);
+  EXPECT_EQ(leftoversIn("/tmp/ring", 0).error().kind, ErrorKind::kSystem);
 }
 
 }  // namespace
