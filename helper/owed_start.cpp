@@ -68,6 +68,11 @@ void awaitCommand(Owed what) noexcept {
     ::nanosleep(&kPause, nullptr);
 }
 
+pid_t runningCommand(Owed what) noexcept {
+  const auto signer = signerOf(what);
+  return signer && base::bRuns(*signer) ? signer->number : 0;
+}
+
 void settle(Owed what) noexcept {
   for (int tries = 0; tries < kTries; ++tries) {
     if (::unlink(markOf(what)) == 0 || errno == ENOENT) return;

@@ -5,6 +5,8 @@
 // made it, and tells whoever takes the lock next. The directory is in memory: a device that comes up anew starts
 // the agent by itself.
 
+#include <sys/types.h>
+
 namespace kelt::helper {
 
 enum class Owed {
@@ -21,6 +23,10 @@ void owe(Owed what) noexcept;
 /// command running, and an agent that is started beside its stop is stopped in the end. Returns at once where there is
 /// no mark, or one that does not say who made it.
 void awaitCommand(Owed what) noexcept;
+
+/// The process that made the debt last, where it still runs; 0 where it does not, or the mark does not say or cannot be
+/// read. Only looks.
+[[nodiscard]] pid_t runningCommand(Owed what) noexcept;
 
 /// Removes the mark, if it is there, likewise, and tried again likewise: for the child that becomes the command that
 /// pays the debt.

@@ -79,6 +79,7 @@ class Command {
   Command& operator=(const Command&) = delete;
   ~Command() { kill(); }
   void kill() { ::kill(m_child.pid(), SIGKILL); }
+  [[nodiscard]] pid_t pid() const { return m_child.pid(); }
 
  private:
   tests::Child m_child;
@@ -107,6 +108,17 @@ TEST_F(OwedStart, IsNotAwaitedWhereTheMarkNamesNobody) {
     putFile(kStart, text);
     awaitCommand(Owed::kStart);
   }
+}
+
+TEST_F(OwedStart, NamesItsCommandAsLongAsThatRuns) {
+  EXPECT_EQ(runningCommand(Owed::kStart), 0);
+  putFile(kStart, "no process has such a number");
+  EXPECT_EQ(runningCommand(Owed::kStart), 0);
+  Command command;
+  EXPECT_EQ(runningCommand(Owed::kStart), command.pid());
+  EXPECT_EQ(runningCommand(Owed::kPlugIns), 0);
+  command.kill();
+  EXPECT_TRUE(tests::bComesTrue([] { return runningCommand(Owed::kStart) == 0; }));
 }
 
 }  // namespace
