@@ -9,6 +9,7 @@
 #include "provision/server_address.h"
 #include "provision/server_certificate.h"
 #include "provision/transfer.h"
+#include "provision/wiping_memory.h"
 
 namespace kelt::provision {
 namespace {
@@ -90,6 +91,7 @@ void setOptions(Exchange& exchange, const std::string& url, std::array<char, CUR
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, kPatienceMilliseconds);
   curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  curl_easy_setopt(curl, CURLOPT_SSL_SESSIONID_CACHE, 0L);
   curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, reason.data());
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, onBody);
   curl_easy_setopt(curl, CURLOPT_PREREQFUNCTION, onConnected);
@@ -114,7 +116,8 @@ void tellOffers(CURL* curl, const ProbeFacts& tell) {
 
 void exchangeWith(const std::string& url, const std::string& host, const std::string& port, const ProbeFacts& tell) {
   tell("connecting", host);
-  const Transfer transfer(curl_easy_init());
+  // As for a transfer: no credentials of the server are in it, but a proxy's may be.
+  const Transfer transfer(startCurlOnWipingMemory() ? curl_easy_init() : nullptr);
   if (transfer == nullptr) return tell("failed", "libcurl could not be started");
   Exchange exchange{transfer.get(), tell};
   std::array<char, CURL_ERROR_SIZE> reason{};
