@@ -1,5 +1,7 @@
 #include "platform/key_inspection.h"
 
+#include <utility>
+
 #include "crypto/engine_loader.h"
 #include "crypto/key_store.h"
 
@@ -18,6 +20,30 @@ std::string hexDigits(std::span<const unsigned char> bytes) {
     digits += kDigits[byte & 0x0FU];
   }
   return digits;
+}
+
+Result<KeyFacts> publicFacts(CryptoEngine& engine, std::span<const unsigned char> file) {
+  const auto bits = engine.keySize(false, file);
+  if (!bits) return bits.error();
+  const auto key = engine.publicKey(file);
+  if (!key) return key.error();
+  const auto hash = engine.sha256(key.value());
+  if (!hash) return hash.error();
+  return KeyFacts{bits.value(), hexDigits(hash.value())};
+}
+
+Result<KeyFacts> secretFacts(CryptoEngine& engine, std::span<const unsigned char> file) {
+  const auto bits = engine.keySize(true, file);
+  if (!bits) return bits.error();
+  if (const auto key = engine.secretKey(file); !key) return key.error();
+  return KeyFacts{bits.value(), {}};
+}
+
+/// Once more where the first look says no: where OpenSSL lacks memory, it calls a sound key malformed.
+template <typename Look>
+Result<KeyFacts> lookedTwice(Look look) {
+  auto first = look();
+  return first ? std::move(first) : look();
 }
 
 }  // namespace
@@ -48,22 +74,11 @@ std::string KeyInspector::version() const {
 }
 
 Result<KeyFacts> KeyInspector::publicKey(std::span<const unsigned char> file) const {
-  CryptoEngine& engine = engineAt(m_engine);
-  const auto bits = engine.keySize(false, file);
-  if (!bits) return bits.error();
-  const auto key = engine.publicKey(file);
-  if (!key) return key.error();
-  const auto hash = engine.sha256(key.value());
-  if (!hash) return hash.error();
-  return KeyFacts{bits.value(), hexDigits(hash.value())};
+  return lookedTwice([&] { return publicFacts(engineAt(m_engine), file); });
 }
 
 Result<KeyFacts> KeyInspector::secretKey(std::span<const unsigned char> file) const {
-  CryptoEngine& engine = engineAt(m_engine);
-  const auto bits = engine.keySize(true, file);
-  if (!bits) return bits.error();
-  if (const auto key = engine.secretKey(file); !key) return key.error();
-  return KeyFacts{bits.value(), {}};
+  return lookedTwice([&] { return secretFacts(engineAt(m_engine), file); });
 }
 
 }  // namespace kelt::platform
