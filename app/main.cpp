@@ -1,9 +1,9 @@
-#include <cstdlib>
 #include <new>
 
 #include "app/driver.h"
 #include "app/exit_status.h"
 #include "app/messages.h"
+#include "base/any_memory.h"
 #include "base/console.h"
 #include "base/environment.h"
 #include "base/secret.h"
@@ -17,16 +17,6 @@ int endWithoutMemory() {
   return kelt::app::kOutOfMemory;
 }
 
-/// Whether the system gives any memory. Where it does not, there is none for an exception either, which would tell so.
-bool bAnyMemory() {
-  // Not by operator new, which throws even where it is told not to; volatile, for it to be asked for at all.
-  // NOLINTBEGIN(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
-  void* volatile memory = std::malloc(1);
-  std::free(memory);
-  // NOLINTEND(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
-  return memory != nullptr;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -35,7 +25,7 @@ int main(int argc, char** argv) {
   kelt::base::wipeUnusedStack();
   if (!kelt::base::openStandardDescriptors()) return kelt::app::kNoStandardDescriptors;
   kelt::base::ignoreOutputSignals();
-  if (!bAnyMemory()) return endWithoutMemory();
+  if (!kelt::base::bAnyMemory()) return endWithoutMemory();
   try {
     return kelt::app::runTool(argc, argv);
   } catch (const std::bad_alloc&) {

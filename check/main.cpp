@@ -4,6 +4,7 @@
 
 #include "check/run.h"
 
+#include "base/any_memory.h"
 #include "base/console.h"
 #include "base/environment.h"
 #include "base/signals.h"
@@ -24,6 +25,11 @@ bool bColoursWanted() {
   return terminal != nullptr && *terminal != '\0' && std::strcmp(terminal, "dumb") != 0;
 }
 
+int endWithoutMemory() {
+  kelt::base::print("KELTCHECK UNKNOWN - out of memory\n");
+  return kUnknown;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -31,11 +37,12 @@ int main(int argc, char** argv) {
   kelt::base::shedEnvironment();
   if (!kelt::base::openStandardDescriptors()) return kUnknown;
   kelt::base::ignoreOutputSignals();
+  if (!kelt::base::bAnyMemory()) return endWithoutMemory();
+  // The operations that the tool uses would say in the agent's log what they refuse.
   closeLog();
   try {
     return kelt::check::runCheck(argc, argv, bColours);
   } catch (const std::exception&) {
-    kelt::base::print("KELTCHECK UNKNOWN - out of memory\n");
-    return kUnknown;
+    return endWithoutMemory();
   }
 }
