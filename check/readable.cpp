@@ -13,10 +13,16 @@ std::string escaped(std::uint32_t byte) {
   return std::string("\\x") + kDigits[(byte >> 4U) & 0x0FU] + kDigits[byte & 0x0FU];
 }
 
-bool bControl(std::uint32_t unit) {
-  // The last are marks that change the direction of the text after them.
-  return unit < 0x20 || (unit >= 0x7F && unit < 0xA0) || (unit >= 0x202A && unit <= 0x202E) ||
-         (unit >= 0x2066 && unit <= 0x2069);
+/// Marks that change the direction of the text after them, or that some take for the end of a line, and the byte order
+/// mark. They are no more than that, so they are left out.
+bool bMark(std::uint32_t unit) {
+  return unit == 0x061C || unit == 0x200E || unit == 0x200F || (unit >= 0x2028 && unit <= 0x202E) ||
+         (unit >= 0x2066 && unit <= 0x2069) || unit == 0xFEFF;
+}
+
+/// Controls, and what stands for a byte that is no text (base/utf.h).
+bool bNoText(std::uint32_t unit) {
+  return unit < 0x20 || (unit >= 0x7F && unit < 0xA0) || (unit >= 0xD800 && unit <= 0xDFFF);
 }
 
 bool bPlain(char c) {
@@ -30,10 +36,9 @@ std::string readable(std::string_view text) {
   std::string out;
   for (const wchar_t wide : base::toWide(text)) {
     const std::uint32_t unit = std::char_traits<wchar_t>::to_int_type(wide);
-    const bool bNoText = unit >= 0xD800 && unit <= 0xDFFF;
-    if (bNoText || (bControl(unit) && unit < 0x100)) {
+    if (bNoText(unit)) {
       out += escaped(unit);
-    } else if (!bControl(unit)) {
+    } else if (!bMark(unit)) {
       out += base::toUtf8({&wide, 1});
     }
   }

@@ -21,6 +21,17 @@ TEST(Readable, ShowsBytesThatAreNoText) {
   EXPECT_EQ(readable("\xFF\xC3"), "\\xFF\\xC3");
 }
 
+TEST(Readable, DropsMarksThatEndALine) {
+  EXPECT_EQ(readable("a\xE2\x80\xA8"
+                     "b\xE2\x80\xA9"
+                     "c\xEF\xBB\xBF"),
+            "abc");
+  EXPECT_EQ(readable("a\xE2\x80\xA7"
+                     "b\xE2\x80\xAF"),
+            "a\xE2\x80\xA7"
+            "b\xE2\x80\xAF");
+}
+
 TEST(Readable, DropsMarksThatTurnTextRound) {
   EXPECT_EQ(readable("a\xE2\x80\xAE"
                      "b\xE2\x81\xA6"
