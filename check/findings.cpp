@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <unistd.h>
+#include <utility>
 
 namespace kelt::check {
 
@@ -32,15 +33,18 @@ void Findings::unknown(const std::string& id, const std::string& fact, const std
 
 void Findings::failure(State otherwise, const std::string& id, const Error& error, const std::string& remedy,
                        const std::string& subject) {
-  const bool bUnseen = bNotSeen(error);
-  put(bUnseen ? State::kUnknown : otherwise, id, error.message, bUnseen ? kLookAsRoot : remedy, subject);
+  if (!bNotSeen(error)) return put(otherwise, id, error.message, remedy, subject);
+  const bool bForbidden = error.sysErrno == EACCES || error.sysErrno == EPERM;
+  unknown(id, error.message, bForbidden ? kLookAsRoot : kFreeMeans, subject);
 }
 
 bool bNotSeen(int sysErrno) {
   switch (sysErrno) {
+      // Root is refused by the thing itself: by an attribute, a file system or a policy.
     case EACCES:
     case EPERM:
       return ::geteuid() != 0;
+      // Of these, nobody is refused because of the thing.
     case ENOMEM:
     case EMFILE:
     case ENFILE:
@@ -54,9 +58,18 @@ bool bNotSeen(const Error& error) {
   return bNotSeen(error.sysErrno);
 }
 
+std::string shortened(std::string text, std::size_t most) {
+  if (text.size() <= most) return text;
+  // Not within a character: its further bytes are 10xxxxxx.
+  while (most > 0 && (static_cast<unsigned char>(text[most]) & 0xC0U) == 0x80)
+    --most;
+  return text.replace(most, std::string::npos, " ...");
+}
+
 std::string sentence(std::string text) {
   constexpr std::size_t kMost = 2000;
-  if (text.size() > kMost) text.replace(kMost, std::string::npos, " ...");
+  text = shortened(std::move(text), kMost);
+  // Facts stand on one line; messages of libraries may have several.
   for (char& c : text) {
     if (c == '\n' || c == '\r') c = ' ';
   }

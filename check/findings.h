@@ -1,6 +1,7 @@
 #pragma once
 // Where the checks put what they find.
 
+#include <cstddef>
 #include <string>
 
 #include "check/check.h"
@@ -23,6 +24,8 @@ class Findings {
   /// ended before the next call of any kind, that is told.
   virtual void begin(const std::string& id, const std::string& waitsFor) = 0;
 
+  /// Tells one finding each: `id` is the question, `fact` the answer and `remedy` what to do about it, both made
+  /// sentences; `subject` tells findings of one identifier apart. An ok finding has no remedy, whatever is given.
   void ok(const std::string& id, const std::string& fact, const std::string& subject = {});
   void warning(const std::string& id, const std::string& fact, const std::string& remedy,
                const std::string& subject = {});
@@ -45,8 +48,13 @@ class Findings {
 
 /// What to do where this user may not look.
 inline constexpr const char* kLookAsRoot = "Run keltcheck as root to find it out.";
+/// And where the system had no means.
+inline constexpr const char* kFreeMeans = "Free memory and descriptors, and run it again.";
 
-/// A text as a sentence: without line ends, with a full stop.
+/// `text`, or its beginning, of `most` bytes and no half character, with " ..." after it.
+[[nodiscard]] std::string shortened(std::string text, std::size_t most);
+
+/// A text as a sentence: without line ends, with a full stop, of 2000 bytes at most.
 [[nodiscard]] std::string sentence(std::string text);
 
 }  // namespace kelt::check

@@ -3,24 +3,32 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "check/findings.h"
+
 namespace kelt::check {
 namespace {
+
+/// Of the fact in the first line.
+constexpr std::size_t kLongestFact = 500;
 
 std::size_t countOf(const Report& report, State state) {
   const auto bIs = [&](const Check& check) { return check.state == state; };
   return static_cast<std::size_t>(std::count_if(report.checks.begin(), report.checks.end(), bIs));
 }
 
-/// The words, a comma between each; of many the first few.
+/// The words, a comma between each; of many the first few, and of a long one its beginning, since monitoring systems
+/// take a line of some thousand bytes at most.
 std::string joined(const std::vector<std::string>& words) {
   constexpr std::size_t kShown = 4;
+  constexpr std::size_t kLongest = 100;
   std::string text;
   for (std::size_t i = 0; i < words.size() && i < kShown; ++i)
-    text.append(i == 0 ? "" : ", ").append(words[i]);
+    text.append(i == 0 ? "" : ", ").append(shortened(words[i], kLongest));
   if (words.size() > kShown) text.append(" and ").append(std::to_string(words.size() - kShown)).append(" more");
   return text;
 }
 
+/// The mode, the servers and the size of the server's key, each as far as it is known.
 std::string standingOf(const Facts& facts) {
   const std::string_view mode = firstOf(facts, "mode");
   if (mode.empty()) return "mode unknown";
@@ -32,6 +40,7 @@ std::string standingOf(const Facts& facts) {
   return text;
 }
 
+/// "1 problem", "2 problems".
 std::string counted(std::size_t count, const char* one, const char* several) {
   return std::to_string(count) + " " + (count == 1 ? one : several);
 }
@@ -46,7 +55,7 @@ std::string troubleOf(const Report& report) {
   if (const auto n = countOf(report, State::kUnknown)) counts.push_back(counted(n, "unknown", "unknown"));
   const auto first = std::find_if(report.checks.begin(), report.checks.end(),
                                   [&](const Check& check) { return check.state == worst; });
-  return "; " + joined(counts) + ": " + first->fact;
+  return "; " + joined(counts) + ": " + shortened(first->fact, kLongestFact);
 }
 
 }  // namespace

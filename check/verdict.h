@@ -13,7 +13,7 @@ namespace kelt::check {
 /// The exit status for it, as monitoring plug-ins have it: 0 ok, 1 warning, 2 problem, 3 unknown.
 [[nodiscard]] int exitStatusOf(State verdict);
 
-/// How the device stands, in one line: what manages the agent, and what is worst.
+/// How the device stands, in one line of less than 1200 bytes: what manages the agent, and what is worst.
 [[nodiscard]] std::string summaryOf(const Report& report);
 
 }  // namespace kelt::check

@@ -34,6 +34,7 @@ TEST(Findings, OfAFailureAreUnknownWhereTheSystemHadNoMeans) {
     Collected findings;
     findings.failure(State::kProblem, "a.b", {ErrorKind::kSystem, error, "no"}, "Mend it");
     EXPECT_EQ(findings.states("a.b"), "unknown") << error;
+    EXPECT_EQ(findings.report.checks[0].remedy, "Free memory and descriptors, and run it again.");
   }
 }
 
@@ -42,6 +43,14 @@ TEST(NotSeen, IsWhatIsRefusedToAnotherUserButNotToRoot) {
   EXPECT_FALSE(kelt::check::bNotSeen(EACCES));
   EXPECT_FALSE(kelt::check::bNotSeen(ENOENT));
   EXPECT_TRUE(kelt::check::bNotSeen(ENOMEM));
+}
+
+TEST(Shortened, EndsWithAWholeCharacter) {
+  using kelt::check::shortened;
+  EXPECT_EQ(shortened("abc", 3), "abc");
+  EXPECT_EQ(shortened("abcd", 3), "abc ...");
+  EXPECT_EQ(shortened("ab\xE4\xB8\xAD", 4), "ab ...");
+  EXPECT_EQ(shortened("\x80\x80", 1), " ...");
 }
 
 TEST(Sentence, EndsOnceAndIsCutWhereItHasNoEnd) {

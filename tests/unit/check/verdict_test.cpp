@@ -43,6 +43,14 @@ TEST(Summary, NamesAFewOfManyServers) {
   EXPECT_EQ(summaryOf(report), "managed by a, b, c, d and 2 more");
 }
 
+TEST(Summary, IsShortWhateverIsNamed) {
+  Report report = reportOf({State::kProblem});
+  report.checks.front().fact = std::string(2000, 'x');
+  report.facts = {{"mode", {"managed"}}, {"servers", std::vector<std::string>(1000, std::string(65536, 'y'))}};
+  EXPECT_LT(summaryOf(report).size(), 1200U);
+  EXPECT_TRUE(summaryOf(report).ends_with("xxx ..."));
+}
+
 TEST(Summary, CountsTheTroubleAndTellsTheFirstOfTheWorst) {
   EXPECT_EQ(summaryOf(reportOf({State::kUnknown, State::kWarning, State::kProblem, State::kWarning})),
             "mode unknown; 1 problem, 2 warnings, 1 unknown: Fact of problem.");
