@@ -33,21 +33,33 @@ struct Device {
   bool bManaged = false;
   std::optional<platform::KeyRecord> record;  ///< mode and key size, where they are recorded
   bool bKeysStored = false;                   ///< the key store has a key
+  bool bRunUnderWay = false;                  ///< a run of keltconfig holds the lock now
 };
 
 /// Each looks at one topic and tells what it finds. The order is that of a run.
+/// The configuration directory and the files in it. Sets names, configurations and directories of `device`.
 void checkConfiguration(Device& device, Findings& findings);
+/// The commands that the configuration names. Expects to be called in the agent's binary directory.
 void checkCommands(const Device& device, Findings& findings);
+/// The directories that a run enters and writes to, and what stands in its way there.
 void checkDirectories(const Device& device, Findings& findings);
+/// Free blocks and inodes, where a switch writes.
 void checkRoom(const Device& device, Findings& findings);
+/// The installed site list and the caches. Sets bManaged.
 void checkMode(Device& device, Findings& findings);
+/// The key store. Sets record and bKeysStored.
 void checkKeys(Device& device, Findings& findings);
+/// Keys of an earlier agent that wait for an import.
 void checkRegistry(Findings& findings);
+/// The lock between runs. Sets bRunUnderWay.
+void checkLock(Device& device, Findings& findings);
+/// What interrupted runs left.
 void checkTraces(const Device& device, Findings& findings);
-void checkLock(Findings& findings);
 /// `bLoad`: whether the loadable parts are loaded on trial, which costs more than all other checks together.
 void checkInstallation(bool bLoad, Findings& findings);
+/// A rehearsal of `keltconfig -m -d` with `source`, as it was typed.
 void checkSource(const Device& device, const std::string& source, Findings& findings);
+/// A look at the server at `server`, as it was typed. The one that waits for others, and says so by begin().
 void checkServer(const std::string& server, Findings& findings);
 
 }  // namespace kelt::check

@@ -5,6 +5,7 @@
 #include <dirent.h>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -26,6 +27,9 @@ struct CloseDirectory {
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
+/// More than the system tells of a descriptor or a program's name.
+constexpr std::size_t kMostTold = 4096;
+
 /// The names in a directory one by one, but for "." and "..".
 std::optional<std::string> nextName(DIR* directory) {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is the caller's own
@@ -35,23 +39,32 @@ std::optional<std::string> nextName(DIR* directory) {
   return std::nullopt;
 }
 
-bool bHasOpen(const std::string& process, const std::string& path) {
-  const std::string descriptors = "/proc/" + process + "/fd";
-  const Directory directory(::opendir(descriptors.c_str()));
-  while (const auto name = directory ? nextName(directory.get()) : std::nullopt) {
-    std::array<char, PATH_MAX> target{};
-    const ssize_t length = ::readlink((descriptors + "/" + *name).c_str(), target.data(), target.size());
-    if (length > 0 && path == std::string(target.data(), static_cast<std::size_t>(length))) return true;
+/// Whether the descriptor `number` of a process is the lock's file, and the lock is held by it: who waits for the lock
+/// has the file open as well.
+bool bHolds(const std::string& process, const std::string& number, const std::string& path) {
+  std::array<char, PATH_MAX> target{};
+  const ssize_t length = ::readlink((process + "/fd/" + number).c_str(), target.data(), target.size());
+  if (length <= 0 || path != std::string_view(target.data(), static_cast<std::size_t>(length))) return false;
+  const auto told = base::readText(process + "/fdinfo/" + number, kMostTold);
+  return told && told.value().find("\nlock:") != std::string::npos;
+}
+
+/// `process` is its directory in /proc.
+bool bHolder(const std::string& process, const std::string& path) {
+  const Directory descriptors(::opendir((process + "/fd").c_str()));
+  while (const auto number = descriptors ? nextName(descriptors.get()) : std::nullopt) {
+    if (bHolds(process, *number, path)) return true;
   }
   return false;
 }
 
-/// The process that has the lock's file open, for people; empty where the system does not tell.
+/// The process that holds the lock, for people; empty where the system does not tell.
 std::string holderOf(const std::string& path) {
   const Directory processes(::opendir("/proc"));
   while (const auto name = processes ? nextName(processes.get()) : std::nullopt) {
-    if (name->find_first_not_of("0123456789") != std::string::npos || !bHasOpen(*name, path)) continue;
-    const auto command = base::readText("/proc/" + *name + "/comm", 256);
+    const std::string process = "/proc/" + *name;
+    if (name->find_first_not_of("0123456789") != std::string::npos || !bHolder(process, path)) continue;
+    const auto command = base::readText(process + "/comm", kMostTold);
     return "process " + *name + (command ? " (" + command.value().substr(0, command.value().find('\n')) + ")" : "");
   }
   return {};
@@ -69,7 +82,7 @@ void checkRoomForLock(const std::string& above, Findings& findings) {
 
 }  // namespace
 
-void checkLock(Findings& findings) {
+void checkLock(Device& device, Findings& findings) {
   findings.begin("trace.lock", {});
   const std::string directory = base::directoryOf(paths::kStartOwed);
   const std::string path = directory + "/" + paths::kInstanceLock;
@@ -77,6 +90,7 @@ void checkLock(Findings& findings) {
   if (!held)
     return findings.failure(State::kProblem, "trace.lock", held.error(),
                             "Remove it, after a look at who put it there; every run makes it anew.");
+  device.bRunUnderWay = held.value();
   if (held.value()) {
     const std::string holder = holderOf(path);
     return findings.warning("trace.lock",

@@ -19,6 +19,7 @@ namespace {
 
 constexpr int kWrongUse = 3;
 
+/// Where it was started; as the shell calls it, where the system does not tell.
 std::string workingDirectory() {
   std::array<char, PATH_MAX> path{};
   if (::getcwd(path.data(), path.size()) != nullptr) return path.data();
@@ -26,27 +27,34 @@ std::string workingDirectory() {
   return fromShell == nullptr ? "" : fromShell;
 }
 
+/// As the tool does: relative names of programs and directories are meant from there. Where it cannot be entered,
+/// directory.bin says so.
+void enter(const std::string& binDirectory) {
+  if (::chdir(binDirectory.c_str()) != 0) return;
+}
+
 void look(const Options& options, Findings& findings) {
   Device device;
   device.startedIn = workingDirectory();
+  // Each check finds in `device` what those before it have found out.
   findings.takeFact("keltcheck", KELT_VERSION);
   checkConfiguration(device, findings);
-  // As the tool does: relative names of programs and directories are meant from there.
-  // Where it cannot be entered, directory.bin says so.
-  if (::chdir(device.binDirectory.c_str()) != 0) findings.begin("command.start", {});
+  enter(device.binDirectory);
   checkCommands(device, findings);
   checkDirectories(device, findings);
   checkRoom(device, findings);
   checkMode(device, findings);
   checkKeys(device, findings);
   checkRegistry(findings);
+  checkLock(device, findings);
   checkTraces(device, findings);
-  checkLock(findings);
+  // Loaded on trial where the run has loaded the part anyway, or its work is asked about.
   checkInstallation(device.bKeysStored || !options.source.empty() || !options.server.empty(), findings);
   if (!options.source.empty()) checkSource(device, options.source, findings);
   if (!options.server.empty()) checkServer(options.server, findings);
 }
 
+/// The report in the format that was asked for, or that suits where it goes.
 std::string shown(const Report& report, const Options& options, bool bColours) {
   if (options.format == Format::kJson) return jsonReport(report);
   // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread

@@ -1,16 +1,13 @@
 // What interrupted runs left.
 
-#include <cerrno>
-#include <dirent.h>
-#include <memory>
-#include <unistd.h>
+#include <optional>
 #include <vector>
 
 #include "check/device.h"
 #include "check/look.h"
 
 #include "base/file_place.h"
-#include "base/temporary_file.h"
+#include "base/sweep.h"
 #include "helper/agent_paths.h"
 #include "helper/owed_start.h"
 #include "helper/unfinished_work.h"
@@ -22,67 +19,103 @@ namespace {
 namespace paths = helper::paths;
 using helper::Owed;
 
-struct CloseDirectory {
-  void operator()(DIR* stream) const { ::closedir(stream); }
+/// Something that an interrupted run leaves, and that a run which is under way has as well.
+struct Trace {
+  const char* id;
+  State state;        ///< where no run is under way
+  std::string there;  ///< what is there
+  std::string cause;  ///< what that means then, as the end of a sentence
+  std::string remedy;
+  std::string subject = {};
 };
 
-/// The key files in `directory` that are there.
-std::string keyFilesIn(bool fromUpdateDir) {
-  const keys::KeyFiles files = keys::keyFilesIn(keys::keyDirectory(fromUpdateDir));
+/// Whether it is a trace shows only where no run is under way.
+void tell(const Device& device, const Trace& trace, Findings& findings) {
+  if (device.bRunUnderWay)
+    return findings.unknown(trace.id, trace.there + "; a run is under way, which may need it",
+                            "Wait for its end, and look again.", trace.subject);
+  findings.put(trace.state, trace.id, trace.there + trace.cause, trace.remedy, trace.subject);
+}
+
+/// The key files of one directory that are there, and why others could not be looked for.
+struct KeyFilesThere {
   std::string names;
+  std::optional<Error> unseen;
+};
+
+/// Links count as files: the tool deletes them, too.
+KeyFilesThere keyFilesIn(const std::string& directory) {
+  KeyFilesThere there;
+  const keys::KeyFiles files = keys::keyFilesIn(directory);
   for (const std::string* path : keys::inOrder(files)) {
-    if (lookAt(*path, true)) names.append(names.empty() ? "" : ", ").append(path->substr(path->rfind('/') + 1));
+    const auto info = lookAt(*path, true);
+    if (info) {
+      there.names.append(there.names.empty() ? "" : ", ").append(path->substr(path->rfind('/') + 1));
+    } else if (info.error().kind != ErrorKind::kNotFound) {
+      there.unseen = info.error();
+    }
   }
-  return names;
+  return there;
 }
 
-void checkKeyFiles(Findings& findings) {
-  const std::string installed = keyFilesIn(false);
-  const std::string directory = keys::keyDirectory(false);
-  if (installed.empty()) {
-    findings.ok("trace.key-files", "No key files are left in " + directory);
-  } else {
-    findings.warning("trace.key-files",
-                     "An import that failed or was interrupted has left key files in " + directory + ": " + installed,
-                     "Repeat the switch to managed mode, which imports and deletes them.");
-  }
-  const std::string update = keyFilesIn(true);
-  if (update.empty()) return findings.ok("trace.update", "No key files of an update wait for an import");
-  findings.warning("trace.update", "Key files of an update wait for an import: " + update,
-                   "Import them with keltconfig -k.");
+/// `trace` lacks the names of the files, which go after what it says is there.
+void checkKeyFiles(const Device& device, const std::string& directory, Trace trace, const char* none,
+                   Findings& findings) {
+  const KeyFilesThere there = keyFilesIn(directory);
+  if (there.names.empty() && there.unseen)
+    return findings.failure(State::kWarning, trace.id, *there.unseen, "Put the directory right.");
+  if (there.names.empty()) return findings.ok(trace.id, none);
+  trace.there += " in " + directory + ": " + there.names;
+  tell(device, trace, findings);
 }
 
-/// Returns false where the directory cannot be read.
-bool bAddTemporaryFiles(const std::string& directory, std::vector<std::string>& found) {
-  const std::unique_ptr<DIR, CloseDirectory> stream(::opendir(directory.c_str()));
-  if (stream == nullptr) return errno == ENOENT || errno == ENOTDIR;
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this function's own
-  while (const dirent* entry = ::readdir(stream.get())) {
-    const std::string name = &entry->d_name[0];
-    if (!base::bTemporaryName(name)) continue;
-    std::string& path = found.emplace_back(directory);
-    path.append(directory.ends_with('/') ? "" : "/").append(name);
-  }
-  return true;
+/// Where runs of the tool make files.
+std::vector<std::string> writtenDirectories(const Device& device) {
+  std::vector<std::string> all = {paths::kInstallDir, paths::kScratchDir, paths::kScratchEtcDir, device.keyStore};
+  if (device.dataDirectory + "/" != paths::kScratchDir) all.push_back(device.dataDirectory);
+  if (!device.agentConfigPath.empty()) all.push_back(base::directoryOf(device.agentConfigPath));
+  return all;
+}
+
+/// Many crashes leave many files: of each directory they are counted, and one is named.
+void tellTemporaryFiles(const Device& device, const std::string& directory, const std::vector<std::string>& found,
+                        Findings& findings) {
+  const std::string others = found.size() == 1 ? "" : " and " + std::to_string(found.size() - 1) + " more";
+  tell(device,
+       {"trace.temporary", State::kWarning, "In " + directory + " is the temporary file " + found.front() + others,
+        ", left by an interrupted run", "Nothing, the next run that writes there removes it; or delete it.", directory},
+       findings);
 }
 
 void checkTemporaryFiles(const Device& device, Findings& findings) {
-  std::vector<std::string> directories = {std::string(paths::kInstallDir), std::string(paths::kScratchDir),
-                                          std::string(paths::kScratchEtcDir), device.keyStore};
-  if (device.dataDirectory + "/" != std::string(paths::kScratchDir)) directories.push_back(device.dataDirectory);
-  if (!device.agentConfigPath.empty()) directories.push_back(base::directoryOf(device.agentConfigPath));
-  std::vector<std::string> found;
-  bool bAll = true;
-  for (const std::string& directory : directories)
-    bAll = bAddTemporaryFiles(directory, found) && bAll;
-  for (const std::string& path : found)
-    findings.warning("trace.temporary", "An interrupted run has left " + path,
-                     "Nothing, the next run that writes removes it; or delete it.", path);
-  if (!found.empty()) return;
-  if (bAll) return findings.ok("trace.temporary", "No temporary files are left");
-  findings.unknown("trace.temporary", "Not all directories can be searched for temporary files", kLookAsRoot);
+  bool bNone = true;
+  for (const std::string& directory : writtenDirectories(device)) {
+    const auto found = base::leftoversIn(directory, kAgentUser);
+    if (!found && found.error().kind == ErrorKind::kNotFound) continue;
+    if (found && found.value().empty()) continue;
+    bNone = false;
+    if (found)
+      tellTemporaryFiles(device, directory, found.value(), findings);
+    else
+      findings.failure(State::kWarning, "trace.temporary", found.error(), "Put the directory right.", directory);
+  }
+  if (bNone) findings.ok("trace.temporary", "No temporary files are left");
 }
 
+/// For people.
+const char* nameOf(helper::Work work) {
+  switch (work) {
+    case helper::Work::kUnmanagedSwitch:
+      return "a switch to unmanaged mode";
+    case helper::Work::kKeyImport:
+      return "a key import";
+    case helper::Work::kTakeBack:
+      break;
+  }
+  return "the way back from a switch to managed mode that failed";
+}
+
+/// The mark by which the next run goes on from where an interrupted one was.
 void checkUnfinishedWork(const Device& device, Findings& findings) {
   const auto mark = helper::inspectMark(device.dataDirectory, kAgentUser);
   if (!mark && mark.error().kind == ErrorKind::kNotFound)
@@ -90,34 +123,56 @@ void checkUnfinishedWork(const Device& device, Findings& findings) {
   if (!mark)
     return findings.failure(State::kWarning, "trace.unfinished", mark.error(),
                             "Remove it; it counts as no mark of unfinished work.");
-  const bool bImport = mark.value().work == helper::Work::kKeyImport;
-  findings.warning("trace.unfinished",
-                   std::string("An interrupted run has left ") +
-                       (bImport ? "a key import" : "a switch to unmanaged mode") + " unfinished",
-                   "Repeat that run; the next switch or keltconfig -k finishes the work as well.");
+  tell(device,
+       {"trace.unfinished", State::kWarning, std::string("There is the mark of ") + nameOf(mark.value().work),
+        ", which an interrupted run has left unfinished",
+        "Repeat that run; the next switch or keltconfig -k finishes the work as well."},
+       findings);
 }
 
-void checkOwed(Owed what, const char* id, const char* owed, const char* mark, Findings& findings) {
-  if (!helper::bOwed(what)) return findings.ok(id, std::string("No run owes the agent ") + owed);
-  findings.problem(id, std::string("A run has stopped the agent and still owes it ") + owed + ": " + mark + " is there",
-                   "Where no run of keltconfig is under way, start the agent with keltconfig -start.");
+/// A mark that the agent is owed something; `stopped` is what the run did that made it.
+struct Debt {
+  Owed what;
+  const char* id;
+  const char* mark;
+  const char* owed;
+  const char* stopped;
+};
+
+/// The guard of a killed run pays the debt; what is there without a run under way was left without one.
+void checkOwed(const Device& device, const Debt& debt, Findings& findings) {
+  const auto mark = lookAt(debt.mark);
+  if (!mark && mark.error().kind == ErrorKind::kNotFound)
+    return findings.ok(debt.id, std::string("No run owes the agent ") + debt.owed);
+  if (!mark) return findings.failure(State::kProblem, debt.id, mark.error(), "Put /run right.");
+  const pid_t command = helper::runningCommand(debt.what);
+  const std::string running = command == 0 ? "" : "; its command has not ended yet, process " + std::to_string(command);
+  tell(device,
+       {debt.id, State::kProblem, std::string("The mark ") + debt.mark + " is there",
+        std::string(": an interrupted run has ") + debt.stopped + " and owes the agent " + debt.owed + running,
+        "Start the agent with keltconfig -start."},
+       findings);
 }
 
 }  // namespace
 
 void checkTraces(const Device& device, Findings& findings) {
   findings.begin("trace.key-files", {});
-  checkKeyFiles(findings);
+  checkKeyFiles(
+      device, keys::keyDirectory(false),
+      {"trace.key-files", State::kWarning, "Key files are", ", left by an import that failed or was interrupted",
+       "Repeat the switch to managed mode, which imports and deletes them."},
+      "No key files are left in the installation", findings);
+  checkKeyFiles(device, keys::keyDirectory(true),
+                {"trace.update", State::kWarning, "Key files are", ", of an update, and wait for an import",
+                 "Import them with keltconfig -k."},
+                "No key files of an update wait for an import", findings);
   checkTemporaryFiles(device, findings);
   checkUnfinishedWork(device, findings);
-  const auto locks = lookAt(base::directoryOf(paths::kStartOwed));
-  if (!locks && locks.error().kind != ErrorKind::kNotFound)
-    return findings.failure(State::kProblem, "trace.stopped", locks.error(), "Put /run right.");
-  if (::geteuid() != 0 && locks)
-    return findings.unknown("trace.stopped", "Whether a run owes the agent its start is not for this user to see",
-                            kLookAsRoot);
-  checkOwed(Owed::kStart, "trace.stopped", "its start", paths::kStartOwed, findings);
-  checkOwed(Owed::kPlugIns, "trace.plug-ins", "the loading of its plug-ins", paths::kPlugInsOwed, findings);
+  checkOwed(device, {Owed::kStart, "trace.stopped", paths::kStartOwed, "its start", "stopped the agent"}, findings);
+  checkOwed(device,
+            {Owed::kPlugIns, "trace.plug-ins", paths::kPlugInsOwed, "the loading of its plug-ins", "unloaded plug-ins"},
+            findings);
 }
 
 }  // namespace kelt::check

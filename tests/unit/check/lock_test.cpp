@@ -1,8 +1,13 @@
+#include <csignal>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "collected.h"
+#include "support/child.h"
+#include "support/waiting.h"
 
+#include "base/unique_fd.h"
 #include "platform/interprocess_write_lock.h"
 
 using kelt::tests::Collected;
@@ -20,7 +25,9 @@ class Lock : public kelt::tests::PrivateDevice {
  protected:
   static Collected look() {
     Collected findings;
-    kelt::check::checkLock(findings);
+    kelt::check::Device device;
+    checkLock(device, findings);
+    EXPECT_EQ(device.bRunUnderWay, findings.states("trace.lock") == "warning");
     return findings;
   }
 };
@@ -48,6 +55,24 @@ TEST_F(Lock, IsHeldByARun) {
       << findings.fact("trace.lock");
   ASSERT_TRUE(lock.unlock());
   EXPECT_EQ(look().trouble(), Trouble{});
+}
+
+TEST_F(Lock, IsNotSaidToBeHeldByWhoHasItsFileOpenToWaitForIt) {
+  // This process, with the lower number, has the file open; its child holds the lock.
+  putDirectory("/run/orv-locks", 0700);
+  putFile(kFile, "", 0600);
+  const kelt::base::UniqueFd waiting(::open(kFile.c_str(), O_RDWR | O_CLOEXEC));
+  kelt::tests::Child holder([] {
+    InterProcessWriteLock lock(kName);
+    putFile("/tmp/locked", lock.lock(300) ? "yes" : "no");
+    for (;;)
+      ::pause();
+    return 0;
+  });
+  ASSERT_TRUE(kelt::tests::bComesTrue([] { return exists("/tmp/locked"); }));
+  EXPECT_NE(look().fact("trace.lock").find("process " + std::to_string(holder.pid()) + " ("), std::string::npos)
+      << look().fact("trace.lock");
+  ::kill(holder.pid(), SIGKILL);
 }
 
 TEST_F(Lock, CannotBeTakenWhereOthersCouldHaveIt) {
