@@ -1,5 +1,6 @@
 #include "check/elf_file.h"
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <elf.h>
@@ -37,17 +38,33 @@ bool bWhole(int fd, const Header& header) {
   return sections <= size && programs <= size;
 }
 
+bool bElf(const Header& header) {
+  return std::memcmp(&header.e_ident[0], ELFMAG, SELFMAG) == 0;
+}
+
 }  // namespace
 
 const char* whyNoSharedObject(int fd) {
   Header header{};
   Header own{};
-  if (!bRead(fd, header) || std::memcmp(&header.e_ident[0], ELFMAG, SELFMAG) != 0 || header.e_type != ET_DYN)
-    return "is no shared object";
+  if (!bRead(fd, header) || !bElf(header) || header.e_type != ET_DYN) return "is no shared object";
   const base::UniqueFd self(::open("/proc/self/exe", O_RDONLY | O_CLOEXEC));
   if (self && bRead(self.get(), own) && !bOneMachine(header, own)) return "is a shared object for another machine";
-  if (!bWhole(fd, header)) return "is not complete";
-  return nullptr;
+  return bWhole(fd, header) ? nullptr : "is not complete";
+}
+
+const char* whyNoProgram(int fd) {
+  struct stat info {};
+  // The shell would run it, as it does whatever the system cannot, and nothing would come of it.
+  if (::fstat(fd, &info) == 0 && info.st_size == 0) return "is empty";
+  Header header{};
+  if (!bRead(fd, header) || !bElf(header)) return nullptr;
+  // A machine may run programs of another width, or of a processor before it, but none of the other byte order.
+  constexpr int kOwnOrder = std::endian::native == std::endian::big ? ELFDATA2MSB : ELFDATA2LSB;
+  if (header.e_ident[EI_DATA] != kOwnOrder) return "is made for another machine";
+  constexpr int kOwnClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
+  // The header of the other width has another form.
+  return header.e_ident[EI_CLASS] != kOwnClass || bWhole(fd, header) ? nullptr : "is not complete";
 }
 
 }  // namespace kelt::check
