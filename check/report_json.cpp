@@ -1,10 +1,12 @@
 #include "check/report_json.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdlib>
+#include <rapidjson/allocators.h>
 #include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
 #include <string_view>
+#include <utility>
 
 #include "check/readable.h"
 #include "check/verdict.h"
@@ -12,7 +14,25 @@
 namespace kelt::check {
 namespace {
 
-using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
+/// A stream of RapidJSON's into a string: without memory it throws, where the library's own would write to nowhere.
+class Text {
+ public:
+  using Ch = char;
+  void Put(char c) { m_text += c; }
+  void Flush() {}
+  [[nodiscard]] std::string take() { return std::move(m_text); }
+
+ private:
+  std::string m_text;
+};
+
+/// What the writer keeps of the levels that it is in. It asks for memory once, and does not look at what it gets; so
+/// that memory is there before, for more levels than the report has.
+using Levels = rapidjson::MemoryPoolAllocator<>;
+constexpr std::size_t kLevels = 8;
+constexpr std::size_t kLevelsSize = 1024;
+
+using Writer = rapidjson::PrettyWriter<Text, rapidjson::UTF8<>, rapidjson::UTF8<>, Levels>;
 
 enum class Kind { kText, kNumber, kList };
 
@@ -38,16 +58,19 @@ constexpr std::array kDeviceFacts{
 constexpr std::array kVersions{Member{"keltcheck", Kind::kText}, Member{"openssl", Kind::kText},
                                Member{"libcurl", Kind::kText}};
 
+/// A value; JSON has to be UTF-8, which names on a device need not be.
 void put(Writer& writer, std::string_view text) {
   const std::string shown = readable(text);
   writer.String(shown.data(), static_cast<rapidjson::SizeType>(shown.size()));
 }
 
+/// A member of text.
 void put(Writer& writer, const char* name, std::string_view text) {
   writer.Key(name);
   put(writer, text);
 }
 
+/// A fact as the schema has it. Numbers are our own, in decimal.
 void putMember(Writer& writer, const Member& member, const std::vector<std::string>& values) {
   writer.Key(member.name);
   switch (member.kind) {
@@ -65,6 +88,7 @@ void putMember(Writer& writer, const Member& member, const std::vector<std::stri
   }
 }
 
+/// Those of the facts that were found out; the others have no member, rather than an empty one.
 template <typename Members>
 void putFacts(Writer& writer, const Members& members, const Facts& facts) {
   for (const Member& member : members) {
@@ -73,6 +97,7 @@ void putFacts(Writer& writer, const Members& members, const Facts& facts) {
   }
 }
 
+/// One finding. Members that would be empty are left out.
 void putCheck(Writer& writer, const Check& check) {
   writer.StartObject();
   put(writer, "id", check.id);
@@ -87,8 +112,10 @@ void putCheck(Writer& writer, const Check& check) {
 }  // namespace
 
 std::string jsonReport(const Report& report) {
-  rapidjson::StringBuffer buffer;
-  Writer writer(buffer);
+  alignas(std::max_align_t) std::array<char, kLevelsSize> memory{};
+  Levels levels(memory.data(), memory.size());
+  Text text;
+  Writer writer(text, &levels, kLevels);
   writer.SetIndent(' ', 2);
   writer.StartObject();
   writer.Key("schema");
@@ -109,7 +136,8 @@ std::string jsonReport(const Report& report) {
     putCheck(writer, check);
   writer.EndArray();
   writer.EndObject();
-  return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+  text.Put('\n');
+  return text.take();
 }
 
 }  // namespace kelt::check
