@@ -24,7 +24,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr const char* kRun = "run.complete";
 
-/// Nothing that is called by the way may reach the console or a file, whatever it is.
+/// Nothing that is called by the way may reach the console or a file, whatever it is; a crash leaves no core either.
 void renounceWriting() {
   const UniqueFd nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
   if (nowhere) {
@@ -33,10 +33,17 @@ void renounceWriting() {
   }
   const rlimit none{0, 0};
   ::setrlimit(RLIMIT_FSIZE, &none);
+  ::setrlimit(RLIMIT_CORE, &none);
 }
 
-[[noreturn]] void lookAndEnd(int pipe, const std::function<void(Findings&)>& look) {
+/// Whatever ends the process that reports ends this one, also where that has come first.
+void endWith(pid_t reporter) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != reporter) ::_exit(1);
+}
+
+[[noreturn]] void lookAndEnd(pid_t reporter, int pipe, const std::function<void(Findings&)>& look) {
+  endWith(reporter);
   renounceWriting();
   try {
     PipeFindings findings(pipe);
@@ -55,6 +62,7 @@ class Supervision {
   Supervision(const Limits& limits, pid_t process, UniqueFd pipe)
       : m_limits(limits), m_process(process), m_pipe(std::move(pipe)), m_deadline(Clock::now() + limits.all) {}
 
+  /// All that is found, until the end or the deadline.
   Report wait() {
     while (bMore()) {
     }
@@ -77,38 +85,51 @@ class Supervision {
     }
     std::array<char, 16384> bytes{};
     const ssize_t count = retryInterrupted([&] { return ::read(m_pipe.get(), bytes.data(), bytes.size()); });
-    if (count <= 0 || !m_receiver.take(bytes.data(), static_cast<std::size_t>(count))) return false;
+    if (count <= 0) return false;
+    if (!m_receiver.take(bytes.data(), static_cast<std::size_t>(count))) {
+      // Its memory is in disorder; it may never end.
+      ::kill(m_process, SIGKILL);
+      return false;
+    }
     startNetworkTime();
     return true;
   }
 
+  /// Once, with the first thing that waits for others; what comes later has what is left.
   void startNetworkTime() {
     if (m_bNetwork || m_receiver.begun().waitsFor.empty()) return;
     m_bNetwork = true;
     m_deadline = std::min(m_deadline, Clock::now() + m_limits.network);
   }
 
+  /// The last finding, which names what was looked at when it ended.
   void tellWhyNotComplete() {
     const Begun& begun = m_receiver.begun();
-    const std::string what = begun.waitsFor.empty() ? "the checks from " + begun.id + " on" : begun.waitsFor;
-    Check check{begun.waitsFor.empty() ? kRun : begun.id, {}, State::kUnknown, {}, {}};
+    const bool bNetwork = !begun.waitsFor.empty();
+    const std::string what =
+        "There was no end of " + (bNetwork ? begun.waitsFor : "the checks from " + begun.id + " on");
+    Check check{bNetwork ? begun.id : kRun, {}, State::kUnknown, {}, {}};
     if (!m_bOverdue) {
-      int status = 0;
-      m_pipe.reset();  // or it could wait for a reader for ever
-      retryInterrupted([&] { return ::waitpid(m_process, &status, 0); });
-      check.fact = WIFSIGNALED(status) ? "There was no end of " + what + ": a signal ended the look, " +
-                                             std::to_string(WTERMSIG(status)) + "."
-                                       : "There was no end of " + what + ", for want of memory.";
+      check.fact = what + howItEnded();
       check.remedy = "Run it again; report it where that does not help.";
-    } else if (!begun.waitsFor.empty()) {
+    } else if (bNetwork) {
       check.state = State::kProblem;
-      check.fact = "There was no end of " + what + " within the time for the network.";
+      check.fact = what + " within the time for the network.";
       check.remedy = "Check the name service, the network and the server; a transfer would wait for them, too.";
     } else {
-      check.fact = "There was no end of " + what + " within the time for all.";
+      check.fact = what + " within the time for all.";
       check.remedy = "Look for a file system that does not answer, or a device that is overloaded.";
     }
     m_receiver.report().checks.push_back(std::move(check));
+  }
+
+  /// Of a process that has ended by itself.
+  std::string howItEnded() {
+    int status = 0;
+    m_pipe.reset();  // or it could wait for a reader for ever
+    retryInterrupted([&] { return ::waitpid(m_process, &status, 0); });
+    if (!WIFSIGNALED(status)) return ", for want of memory.";
+    return ": a signal ended the look, " + std::to_string(WTERMSIG(status)) + ".";
   }
 
   const Limits& m_limits;
@@ -120,6 +141,7 @@ class Supervision {
   bool m_bOverdue = false;
 };
 
+/// A run that did not come to looking.
 Report refused(const char* what) {
   return {{{kRun, {}, State::kUnknown, what, "Free memory and processes, and run it again."}}, {}};
 }
@@ -131,12 +153,14 @@ Report supervised(const Limits& limits, const std::function<void(Findings&)>& lo
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return refused("The system has no pipe for the checks.");
   UniqueFd reading(ends[0]);
   UniqueFd writing(ends[1]);
+  const pid_t reporter = ::getpid();
   const pid_t process = ::fork();
   if (process < 0) return refused("The system has no process for the checks.");
   if (process == 0) {
     reading.reset();
-    lookAndEnd(writing.get(), look);
+    lookAndEnd(reporter, writing.get(), look);
   }
+  // Or the end of the pipe would never show.
   writing.reset();
   return Supervision(limits, process, std::move(reading)).wait();
 }

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <new>
 #include <string_view>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "collected.h"
@@ -88,12 +89,16 @@ TEST_F(Supervised, TellsOfALookThatFails) {
 TEST_F(Supervised, LetsNothingBeWrittenWhateverIsCalled) {
   kelt::tests::putFile("/tmp/file", "kept");
   const auto printed = kelt::tests::outputOf([] {
-    static_cast<void>(supervised(kPatient, [](Findings& findings) {
+    const Report report = supervised(kPatient, [](Findings& findings) {
       kelt::base::printLine(std::string_view("said"));
       kelt::base::printErrorLine(std::string_view("said"));
       const kelt::base::UniqueFd file(::open("/tmp/file", O_WRONLY | O_APPEND | O_CLOEXEC));
       findings.ok("a.b", ::write(file.get(), "x", 1) == -1 ? "Refused" : "Written");
-    }));
+      rlimit core{1, 1};
+      findings.ok("a.c", ::getrlimit(RLIMIT_CORE, &core) == 0 && core.rlim_max == 0 ? "None" : "A core");
+    });
+    EXPECT_EQ(report.checks.at(0).fact, "Refused.");
+    EXPECT_EQ(report.checks.at(1).fact, "None.");
   });
   EXPECT_EQ(printed.out + printed.err, "");
   EXPECT_EQ(kelt::tests::contentOf("/tmp/file"), "kept");
