@@ -20,6 +20,7 @@ class ServerLook {
  public:
   explicit ServerLook(Findings& findings) : m_findings(findings), m_proxy(proxySentence()) {}
 
+  /// Takes a fact. Some close a question: that is told at once, so that it is known also when the next takes too long.
   void take(const std::string& name, const std::string& value) {
     m_facts[name].push_back(value);
     if (name == "resolving") {
@@ -34,6 +35,7 @@ class ServerLook {
     }
   }
 
+  /// Tells the rest, once the exchange is over.
   void finish() {
     if (bHas("user-in-address"))
       return m_findings.problem("server.address", "The address holds a user name, which belongs to -U", kCheckAddress);
@@ -44,11 +46,13 @@ class ServerLook {
   }
 
  private:
+  /// Whether the fact came.
   [[nodiscard]] bool bHas(const std::string& name) const { return m_facts.contains(name); }
   [[nodiscard]] std::string first(const std::string& name) const {
     const auto found = m_facts.find(name);
     return found == m_facts.end() ? std::string() : found->second.front();
   }
+  /// All values of a fact, with commas.
   [[nodiscard]] std::string all(const std::string& name) const {
     std::string text;
     const auto found = m_facts.find(name);
@@ -58,6 +62,7 @@ class ServerLook {
     return text;
   }
 
+  /// How the address is read, which for an IPv6 address without brackets surprises.
   void tellAddress() {
     const std::string port = first("port");
     const std::string fact = "The address is read as host " + first("host") + ", " +
@@ -85,15 +90,24 @@ class ServerLook {
 
   void tellConnection() {
     m_findings.ok("server.connection", "The connection to " + first("connected") + " stands, with " + first("tls"));
-    m_findings.takeFact("certificate_sha256", first("sha256"));
-    const std::string fact = "The certificate is for " + first("subject") + ", issued by " + first("issuer") +
+    const std::string fingerprint = first("sha256");
+    if (!fingerprint.empty()) m_findings.takeFact("certificate_sha256", fingerprint);
+    const std::string fact = "The certificate is for " + name("subject") + ", issued by " + name("issuer") +
                              ", valid from " + first("not-before") + " to " + first("not-after") + ", SHA-256 " +
-                             first("sha256");
+                             fingerprint;
     if (!bHas("validity")) return m_findings.ok("server.certificate", fact);
     m_findings.warning("server.certificate", fact + "; it is " + first("validity"),
                        "Check the clock of this device and the server's certificate; the tool itself does not.");
   }
 
+  /// A name in the certificate, which may be empty, or so long that nothing after it would be shown.
+  [[nodiscard]] std::string name(const std::string& whose) const {
+    constexpr std::size_t kLongest = 300;
+    const std::string text = first(whose);
+    return text.empty() ? "nobody" : shortened(text, kLongest);
+  }
+
+  /// libcurl's own reason. What there was before it has been told.
   void tellFailure() {
     const bool bConnected = bHas("connected");
     m_findings.problem(bConnected ? "server.answer" : "server.connection",
@@ -102,6 +116,7 @@ class ServerLook {
                        "between.");
   }
 
+  /// A management server asks for credentials.
   void tellAnswer() {
     const std::string status = first("status");
     if (status == "401") return tellOffers();
@@ -112,6 +127,7 @@ class ServerLook {
     m_findings.problem("server.authentication", fact, "Check that this is a management server, and its port.");
   }
 
+  /// Which of the kinds the tool would choose from; libcurl prefers Negotiate, and tries no other after it.
   void tellOffers() {
     const std::string fact = "The server offers " + all("offers") + " authentication";
     if (!bHas("offers"))

@@ -2,6 +2,7 @@
 
 import hashlib
 import re
+import socket
 import subprocess
 import time
 
@@ -9,7 +10,7 @@ import pytest
 
 from check import OK, PROBLEM, WARNING, check, plain
 from device import Device
-from reply_server import ReplyServer, ok
+from reply_server import ReplyServer, make_certificate, ok
 
 UNAUTHORISED = b"HTTP/1.1 401 Unauthorized\r\n%sContent-Length: 0\r\nConnection: close\r\n\r\n"
 ASKED = "/remote/RepositoryMgmt.PackageManagedAgentFilesCmd.do"
@@ -89,6 +90,28 @@ def test_an_expired_certificate_is_a_warning(device, tmp_path):
     assert found.fact("server.certificate").endswith("; it is expired.")
 
 
+def test_a_name_in_the_certificate_cannot_move_the_cursor_or_end_the_first_line(device, tmp_path):
+    certificate = make_certificate(tmp_path, "/CN=a\x1b[2Jb|c\nKELTCHECK OK")
+    with ReplyServer(certificate, UNAUTHORISED % b"") as replies:
+        out, status = plain(device, "--verbose", "--server", replies.address)
+    assert status == 2
+    assert "\x1b" not in out
+    assert "The certificate is for CN=a\\1B[2Jb|c\\0AKELTCHECK OK, issued by" in out
+    assert not any(line.startswith("KELTCHECK OK") for line in out.splitlines())
+
+
+def test_a_long_name_in_the_certificate_does_not_hide_the_fingerprint(device, tmp_path):
+    units = "".join(f"/OU={'x' * 64}" for _ in range(100))
+    found, _ = look(device, make_certificate(tmp_path, units), UNAUTHORISED % b"")
+    assert len(found.fact("server.certificate")) < 1000
+    assert found.fact("server.certificate").endswith(f"SHA-256 {found.report['facts']['certificate_sha256']}.")
+
+
+def test_a_certificate_for_nobody(device, tmp_path):
+    found, _ = look(device, make_certificate(tmp_path, "/"), UNAUTHORISED % b"")
+    assert found.fact("server.certificate").startswith("The certificate is for nobody, issued by nobody, valid from 20")
+
+
 def test_no_credentials_are_sent_and_the_answer_is_not_read(device, certificate):
     found, requests = look(device, certificate, ok(b"x" * 100000))
     assert server(found)["server.authentication"] == WARNING
@@ -137,6 +160,44 @@ def test_a_server_that_never_answers_ends_in_time(device, certificate):
     assert 4 < time.monotonic() - begun < 60
     assert server(found)["server.answer"] == PROBLEM
     assert server(found)["server.certificate"] == OK, "what was found before is told"
+
+
+def slowly(connection):
+    """An answer of a byte each second."""
+    try:
+        for byte in b"HTTP/1.1 401 Unauthorized" + b" " * 1000:
+            connection.sendall(bytes([byte]))
+            time.sleep(1)
+    except OSError:
+        pass
+
+
+def endlessly(connection):
+    """An answer whose head has no end."""
+    try:
+        connection.sendall(b"HTTP/1.1 401 Unauthorized\r\n")
+        while True:
+            connection.sendall(b"X-Name: " + b"x" * 8000 + b"\r\n")
+    except OSError:
+        pass
+
+
+@pytest.mark.parametrize("answer", [slowly, endlessly])
+def test_a_server_that_comes_to_no_end_is_ended_in_time(device, certificate, answer):
+    begun = time.monotonic()
+    found, _ = look(device, certificate, answer)
+    assert time.monotonic() - begun < 60
+    assert server(found)["server.answer"] == PROBLEM
+    assert server(found)["server.certificate"] == OK
+
+
+def test_a_handshake_that_comes_to_no_end_is_ended_in_time(device):
+    with socket.create_server(("127.0.0.1", 0)) as listener:  # takes the connection, and says nothing
+        begun = time.monotonic()
+        found = check(device, "--server", "127.0.0.1:%d" % listener.getsockname()[1])
+    assert 4 < time.monotonic() - begun < 60
+    assert server(found)["server.connection"] == PROBLEM
+    assert found.verdict == PROBLEM
 
 
 def test_a_name_service_that_does_not_answer_ends_in_time(served):

@@ -9,11 +9,11 @@ import threading
 from device import PATIENCE
 
 
-def make_certificate(directory):
+def make_certificate(directory, subject="/CN=somebody.example"):
     """A self-signed certificate with its key, as one file."""
     path = directory / "server.pem"
     command = ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes"]
-    command += ["-subj", "/CN=somebody.example", "-keyout", "-", "-out", "-"]
+    command += ["-subj", subject, "-keyout", "-", "-out", "-"]
     path.write_bytes(subprocess.run(command, check=True, capture_output=True).stdout)
     return path
 
