@@ -22,41 +22,49 @@ using platform::ConfigFile;
 
 constexpr const char* kInstallAgent = "Install the agent.";
 constexpr const char* kGiveToRoot =
-    "Find out who has written to it; then give it and the directory above it to root (chown root) and take the right "
-    "to "
-    "write from others (chmod o-w).";
+    "Find out who has changed it; then make it a file (or a directory) of root's, as the directory above it has to be "
+    "(chown root), and take the right to write from others (chmod o-w).";
 constexpr const char* kMendFile = "Put the file right, or install the product it belongs to again.";
 constexpr const char* kHashElement = "binsphash";
 
+/// As text to build messages with.
 std::string configDirectoryPath() {
-  return std::string(helper::paths::kConfigDir);
+  return helper::paths::kConfigDir;
 }
 
+/// Whether the tool would use it. Its own judgement, with its own reason.
 void checkDirectory(const ConfigDirectory& directory, Findings& findings) {
   const Status usable = directory.usable();
-  if (usable) return findings.ok("config.directory", configDirectoryPath() + " is root's and closed to others");
+  if (usable)
+    return findings.ok("config.directory", configDirectoryPath() + " is root's, and others may not write to it");
   const bool bMissing = usable.error().kind == ErrorKind::kNotFound;
   findings.failure(State::kProblem, "config.directory", usable.error(), bMissing ? kInstallAgent : kGiveToRoot);
 }
 
-/// The names of the products' directories, in the order of the system.
+/// The names of the directories below the configuration directory.
 struct Names {
-  std::vector<std::string> agents;
-  std::vector<std::string> products;
+  std::vector<std::string> agents;    ///< in the order of the system, whose first is the one that counts
+  std::vector<std::string> products;  ///< sorted
+  bool bAll = true;                   ///< the system has told all of them
 };
 
+/// Reads the list to its end, and tells where the system broke it off.
 Names namesIn(ConfigDirectory& directory, Findings& findings) {
   Names names;
   while (const auto name = directory.next())
     (ConfigDirectory::bAgent(*name) ? names.agents : names.products).push_back(*name);
-  if (const auto all = directory.listed(); !all)
-    findings.failure(State::kProblem, "config.list", all.error(), "Check the file system of the directory.");
+  const Status all = directory.listed();
+  names.bAll = all.ok();
+  if (!all) findings.failure(State::kProblem, "config.list", all.error(), "Check the file system of the directory.");
   std::sort(names.products.begin(), names.products.end());
   return names;
 }
 
-void checkAgents(const std::vector<std::string>& agents, Findings& findings) {
+void checkAgents(const Names& names, Findings& findings) {
   const std::string all = configDirectoryPath();
+  const std::vector<std::string>& agents = names.agents;
+  // Of a list that is not whole, nobody can say that the agent's is not there.
+  if (agents.empty() && !names.bAll) return;
   if (agents.empty())
     return findings.problem("config.agent", "No directory in " + all + " is the agent's", kInstallAgent);
   findings.ok("config.agent", "The agent's configuration is in " + all + "/" + agents.front());
@@ -66,6 +74,7 @@ void checkAgents(const std::vector<std::string>& agents, Findings& findings) {
                      "Remove the one that is not used.", agents[i]);
 }
 
+/// What to do about a configuration file that was refused, by the kind of refusal.
 const char* remedyOf(const Error& error) {
   switch (error.kind) {
     case ErrorKind::kNotFound:
@@ -77,6 +86,7 @@ const char* remedyOf(const Error& error) {
   }
 }
 
+/// Whether the agent's file was taken, and what it says of the agent.
 void checkAgentFile(Device& device, const base::Result<ConfigFile>& file, Findings& findings) {
   if (!file) return findings.failure(State::kProblem, "config.file", file.error(), remedyOf(file.error()));
   findings.ok("config.file", device.agentConfigPath + " is trusted and well-formed");
@@ -99,6 +109,7 @@ void checkProducts(const std::vector<std::string>& products, const ConfigDirecto
   }
 }
 
+/// How often `part` stands in `text`, those that overlap included.
 std::size_t countOf(const std::string& text, const std::string& part) {
   std::size_t count = 0;
   for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
@@ -117,11 +128,13 @@ std::string whyNotRecorded(const std::string& content) {
   return loaded ? std::string() : "the file would not load any more, " + loaded.error().message;
 }
 
+/// As text: the tool edits the file without reading it as XML, so tags in comments count as well.
 bool bExactlyOnePlace(const std::string& content) {
   return countOf(content, "<binsphash>") == 1 && countOf(content, "</binsphash>") == 1 &&
          content.find("<binsphash>") < content.find("</binsphash>");
 }
 
+/// Whether the edit would put the hash where the agent reads it.
 void checkHashContent(const Device& device, const std::string& content, Findings& findings) {
   constexpr const char* kId = "config.binsphash";
   constexpr const char* kRemedy = "Give the file exactly one element <binsphash></binsphash>, also within comments.";
@@ -138,6 +151,7 @@ void checkHashContent(const Device& device, const std::string& content, Findings
                    kRemedy);
 }
 
+/// The file is read again as text: the tool edits it so, and only up to a size.
 void checkHashTags(const Device& device, Findings& findings) {
   const auto text = base::readText(device.agentConfigPath, modes::kMaxEditedConfig);
   if (text) return checkHashContent(device, text.value().substr(0, text.value().find('\0')), findings);
@@ -148,12 +162,13 @@ void checkHashTags(const Device& device, Findings& findings) {
                    bTooLarge ? "Shorten the file, its comments for instance." : kMendFile);
 }
 
+/// The agent's two directories, as the configuration names them or as they are by default.
 void findDirectories(Device& device, const base::Result<ConfigFile>& file) {
   const auto directories = quorvane_com::orv::configuration::directoriesIn(file);
   device.binDirectory = base::toUtf8(directories.bin);
   device.dataDirectory = base::toUtf8(directories.data);
   const bool bSlash = device.dataDirectory.ends_with('/');
-  device.keyStore = device.dataDirectory + (bSlash ? "" : "/") + std::string(helper::paths::kKeyStore);
+  device.keyStore = device.dataDirectory + (bSlash ? "" : "/") + helper::paths::kKeyStore;
 }
 
 /// Where there is no agent, its usual directories are meant.
@@ -169,10 +184,11 @@ void checkConfiguration(Device& device, Findings& findings) {
   findings.begin("config.directory", {});
   ConfigDirectory directory(configDirectoryPath());
   checkDirectory(directory, findings);
+  // Of a directory that others may write to, the list is still told; nothing in it is used.
   const bool bOpen = directory.state() != ConfigDirectory::State::kInaccessible &&
                      directory.state() != ConfigDirectory::State::kUnreadable;
   const Names names = bOpen ? namesIn(directory, findings) : Names{};
-  if (bOpen) checkAgents(names.agents, findings);
+  if (bOpen) checkAgents(names, findings);
   if (!names.agents.empty()) {
     device.agentName = names.agents.front();
     device.agentConfigPath = directory.fileOf(device.agentName);

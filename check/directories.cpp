@@ -19,6 +19,7 @@ namespace {
 
 namespace paths = helper::paths;
 
+/// A directory, and what a run needs of it.
 struct Wanted {
   const char* id;
   std::string path;
@@ -29,6 +30,7 @@ struct Wanted {
 
 constexpr const char* kMake = "Install the agent again, or make the directory, root's and with mode 0755.";
 
+/// The beginning of a sentence about it.
 std::string quoted(const Wanted& wanted) {
   return std::string("The ") + wanted.name + ", " + wanted.path + ", ";
 }
@@ -44,6 +46,12 @@ const char* whyNotWritten(const std::string& path) {
   return nullptr;
 }
 
+/// What was seen of a directory that is to be written to, and nothing is against it.
+const char* fitFor(uid_t user) {
+  return user == 0 ? "can be entered and written to" : "can be entered, and its file system is not read-only";
+}
+
+/// Tells the first thing that is wrong with it.
 void check(const Wanted& wanted, Findings& findings) {
   const auto info = lookAt(wanted.path);
   if (!info) return findings.failure(wanted.whenBroken, wanted.id, info.error(), kMake);
@@ -57,7 +65,7 @@ void check(const Wanted& wanted, Findings& findings) {
                         "Mount its file system for writing (mount -o remount,rw), or take its attributes away (chattr "
                         "-i -a).");
   }
-  findings.ok(wanted.id, quoted(wanted) + (wanted.bWritten ? "can be entered and written to" : "can be entered"));
+  findings.ok(wanted.id, quoted(wanted) + (wanted.bWritten ? fitFor(::geteuid()) : "can be entered"));
 }
 
 /// What a switch replaces or deletes: nothing but a file can be.
@@ -67,13 +75,14 @@ void checkTarget(const std::string& path, Findings& findings) {
     const int error = info.error().sysErrno;
     // A link may lead nowhere; it is resolved, and the file made there.
     if (error == ENOENT || error == ENOTDIR) return;
-    return findings.failure(State::kProblem, "directory.target", info.error(), "Remove what stands there.");
+    return findings.failure(State::kProblem, "directory.target", info.error(), "Remove what stands there.", path);
   }
   if (S_ISREG(info.value().st_mode)) return;
   findings.problem("directory.target", path + ", which a switch replaces or deletes, is a " + kindOf(info.value()),
-                   "Remove what stands there.");
+                   "Remove what stands there.", path);
 }
 
+/// The key files and caches. The site list and the files of the key store have checks of their own.
 void checkTargets(Findings& findings) {
   const keys::KeyFiles installed = keys::keyFilesIn(keys::keyDirectory(false));
   for (const std::string* path : keys::inOrder(installed))
@@ -87,12 +96,9 @@ void checkTargets(Findings& findings) {
 void checkDirectories(const Device& device, Findings& findings) {
   findings.begin("directory.bin", {});
   check({"directory.bin", device.binDirectory, "agent's binary directory", State::kProblem, false}, findings);
-  check({"directory.install", std::string(paths::kInstallDir), "installation directory", State::kProblem, true},
-        findings);
-  check({"directory.scratch", std::string(paths::kScratchDir), "scratch directory", State::kProblem, true}, findings);
-  check(
-      {"directory.site-list", std::string(paths::kScratchEtcDir), "directory of the site list", State::kProblem, true},
-      findings);
+  check({"directory.install", paths::kInstallDir, "installation directory", State::kProblem, true}, findings);
+  check({"directory.scratch", paths::kScratchDir, "scratch directory", State::kProblem, true}, findings);
+  check({"directory.site-list", paths::kScratchEtcDir, "directory of the site list", State::kProblem, true}, findings);
   check({"directory.data", device.dataDirectory, "agent's data directory", State::kProblem, true}, findings);
   if (!device.agentConfigPath.empty())
     check({"directory.config", base::directoryOf(device.agentConfigPath), "directory of the agent's configuration",

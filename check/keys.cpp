@@ -43,6 +43,7 @@ constexpr std::array kStored{
     Stored{"key.agent-secret", KeyType::kAgentSecret, "secret key of the agent", true, false},
 };
 
+/// The directory of the keys: not there, not to be trusted, open to others, or fine.
 void checkStore(const Device& device, Findings& findings) {
   const Status usable = platform::inspectKeyStore(device.keyStore, kAgentUser);
   if (!usable && usable.error().kind == ErrorKind::kNotFound) {
@@ -51,6 +52,7 @@ void checkStore(const Device& device, Findings& findings) {
     return findings.problem("key.store", "The agent is managed, and has no key store " + device.keyStore, kSwitchAgain);
   }
   if (!usable) return findings.failure(State::kProblem, "key.store", usable.error(), kMendStore);
+  // The tool narrows it by itself at the next import, and does not refuse it.
   const auto info = lookAt(device.keyStore);
   if (info && (info.value().st_mode & 077U) != 0)
     return findings.warning("key.store", "Others than root have rights to the key store " + device.keyStore,
@@ -58,6 +60,7 @@ void checkStore(const Device& device, Findings& findings) {
   findings.ok("key.store", "The key store " + device.keyStore + " is closed to others");
 }
 
+/// Crypto mode and key size, as the agent has them recorded.
 void checkRecord(Device& device, Findings& findings) {
   constexpr const char* kId = "key.setting";
   const auto record = platform::inspectKeyRecord(device.keyStore, kAgentUser);
@@ -87,6 +90,7 @@ struct Read {
   Result<SecretBytes> bytes;
 };
 
+/// A managed agent needs the keys of its server; without the public one it trusts nobody.
 void tellMissing(const Device& device, const Stored& stored, Findings& findings) {
   const std::string fact = std::string("There is no ") + stored.name + " in the key store";
   if (!device.bManaged || !stored.bNeeded) return findings.ok(stored.id, fact);
@@ -94,9 +98,10 @@ void tellMissing(const Device& device, const Stored& stored, Findings& findings)
                fact + ", although a server manages the agent", kSwitchAgain);
 }
 
+/// Whether the recorded hash is that of the stored key. Without a server it has no meaning, and is no problem.
 void checkHash(const Device& device, const std::string& sha256, Findings& findings) {
   if (!device.agentConfig)
-    return findings.unknown("key.hash", "The agent's configuration is refused, so that no hash can be compared",
+    return findings.unknown("key.hash", "The agent's configuration could not be read, so that no hash can be compared",
                             "Put the configuration right first; see config.file.");
   const std::string recorded = base::toUtf8(device.agentConfig->firstTextOrEmpty(L"binsphash"));
   if (recorded == sha256)
@@ -111,6 +116,7 @@ void checkHash(const Device& device, const std::string& sha256, Findings& findin
   findings.put(device.bManaged ? State::kProblem : State::kWarning, "key.hash", fact, kSwitchAgain);
 }
 
+/// A key that is one.
 void tellKey(const Device& device, const Stored& stored, const KeyFacts& key, Findings& findings) {
   const std::string hash = key.sha256.empty() ? std::string() : ", SHA-256 " + key.sha256;
   findings.ok(stored.id, std::string("The ") + stored.name + " has " + std::to_string(key.bits) + " bits" + hash);
@@ -120,6 +126,7 @@ void tellKey(const Device& device, const Stored& stored, const KeyFacts& key, Fi
   checkHash(device, key.sha256, findings);
 }
 
+/// What the crypto library makes of the bytes, which is what an import or the agent would make of them.
 void checkKey(const Device& device, const Read& read, const KeyInspector& inspector, Findings& findings) {
   const Stored& stored = read.stored;
   const auto facts = stored.bSecret ? inspector.secretKey(read.bytes.value()) : inspector.publicKey(read.bytes.value());
@@ -130,6 +137,7 @@ void checkKey(const Device& device, const Read& read, const KeyInspector& inspec
   findings.failure(bServer && device.bManaged ? State::kProblem : State::kWarning, stored.id, error, kSwitchAgain);
 }
 
+/// In FIPS mode the tool does without the provider; whoever has to have it wants to know.
 void checkFips(const KeyInspector& inspector, Findings& findings) {
   if (inspector.bFipsProvider()) return findings.ok("key.fips", "The FIPS provider of OpenSSL is there and in order");
   findings.warning("key.fips",
@@ -144,6 +152,7 @@ void checkKeys(Device& device, Findings& findings) {
   findings.begin("key.store", {});
   checkStore(device, findings);
   checkRecord(device, findings);
+  // All are read before the library is loaded, which costs more than all of this and is spared where there is none.
   std::vector<Read> there;
   for (const Stored& stored : kStored) {
     auto bytes = platform::inspectStoredKey(device.keyStore, stored.type, kAgentUser);
@@ -155,6 +164,7 @@ void checkKeys(Device& device, Findings& findings) {
       findings.failure(State::kProblem, stored.id, bytes.error(), kMendStore);
     }
   }
+  // In FIPS mode it is loaded in any case, to ask for the provider.
   const bool bFips = device.record && device.record->mode == Mode::kFips;
   device.bKeysStored = !there.empty();
   if (there.empty() && !bFips) return;
@@ -177,12 +187,14 @@ void checkRegistry(Findings& findings) {
   InitializeRegistry(base::toWide(path).c_str());
   void* key = nullptr;
   const int status = RegOpenKey(HKEY_LOCAL_MACHINE, keys::kAgentKey, &key);
+  // The registry's interface gives statuses only; these two are what tells a file that cannot be read.
   if (status == kRegistryAccessDenied && bNotSeen(EACCES))
     return findings.unknown(kId, path + " cannot be read by this user", kLookAsRoot);
   if (status == kRegistryAccessDenied || status == kRegistryBadData)
     return findings.warning(kId, path + " cannot be read as a registry file, so that no keys are taken from it",
                             "Put the file right, or remove it.");
   if (status == kRegistrySuccess) RegCloseKey(key);
+  // Asked for as the import asks, so that half a pair counts for neither.
   AnObjectBuffer<unsigned char> pub;
   AnObjectBuffer<unsigned char> sec;
   const bool bServer = keys::getServerKeys(pub, sec);

@@ -28,6 +28,7 @@ constexpr const char* kDirectoryId = "source.directory";
 constexpr const char* kComplete =
     "Put SiteList.xml, req2048seckey.bin, sr2048pubkey.bin and agentfipsmode of the server into the directory.";
 
+/// Of a site list in one of the places.
 enum class Found { kNo, kYes, kNotSeen };
 
 /// Whether the switch would find a site list there.
@@ -39,6 +40,7 @@ Found siteListIn(const std::string& directory) {
   return bNotSeen(errno) ? Found::kNotSeen : Found::kNo;
 }
 
+/// The end of a sentence about a key file; null for one that will do.
 const char* whyUseless(KeyFileState state) {
   switch (state) {
     case KeyFileState::kMissing:
@@ -54,34 +56,35 @@ const char* whyUseless(KeyFileState state) {
   }
 }
 
-std::string nameIn(const std::string& path) {
-  return path.substr(path.rfind('/') + 1);
+/// Tells of a file that the switch would make itself.
+void tellToBeMade(const std::string& path, const std::string& directory, Findings& findings) {
+  if (!bReadOnly(directory))
+    return findings.ok("source.file", path + " is not there and would be made, empty, as its 2048-bit form is", path);
+  findings.problem("source.file", path + " is not there, and cannot be made: the directory is read-only",
+                   "Copy the directory to where it can be written to.", path);
+}
+
+/// Whether only another user can tell how it is with the file.
+bool bUnseen(const std::string& path) {
+  const auto info = lookAt(path);
+  if (!info) return bNotSeen(info.error());
+  return ::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0 && bNotSeen(errno);
 }
 
 /// Tells of one key file. Returns whether it is as the switch wants it.
 bool bUsable(const KeyFileFinding& file, const std::string& directory, Findings& findings) {
   const std::string& path = file.path;
-  const std::string name = nameIn(path);
-  if (file.state == KeyFileState::kToBeMade) {
-    if (!bReadOnly(directory)) {
-      findings.ok("source.file", path + " is not there and would be made, empty, as its 2048-bit form is", name);
-    } else {
-      findings.problem("source.file", path + " is not there, and cannot be made: the directory is read-only",
-                       "Copy the directory to where it can be written to.", name);
-    }
-    return true;
-  }
   const char* why = whyUseless(file.state);
-  if (why == nullptr) {
-    findings.ok("source.file", path + " is there", name);
-    return true;
+  if (file.state == KeyFileState::kToBeMade) {
+    tellToBeMade(path, directory, findings);
+  } else if (why == nullptr) {
+    findings.ok("source.file", path + " is there", path);
+  } else if (bUnseen(path)) {
+    findings.unknown("source.file", path + " is not for this user to see", kLookAsRoot, path);
+  } else {
+    findings.problem("source.file", path + why, kComplete, path);
   }
-  const auto info = lookAt(path);
-  const bool bUnseen =
-      info ? ::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0 && bNotSeen(errno) : bNotSeen(info.error());
-  findings.put(bUnseen ? State::kUnknown : State::kProblem, "source.file",
-               bUnseen ? path + " is not for this user to see" : path + why, bUnseen ? kLookAsRoot : kComplete, name);
-  return false;
+  return why == nullptr;
 }
 
 /// Keeps what is found of a place until it shows whether that is the one.
@@ -103,6 +106,7 @@ class KeptFindings final : public Findings {
   std::vector<Check> m_checks;
 };
 
+/// Tells of all key files of a place. Returns whether the switch would take it.
 bool bComplete(const std::string& directory, Findings& findings) {
   bool bAll = true;
   for (const KeyFileFinding& file : modes::examineKeyFiles(directory))
@@ -110,11 +114,13 @@ bool bComplete(const std::string& directory, Findings& findings) {
   return bAll;
 }
 
+/// 0 for what is not there, and takes no room.
 std::uint64_t sizeOf(const std::string& path) {
   const auto info = lookAt(path);
   return info ? static_cast<std::uint64_t>(info.value().st_size) : 0;
 }
 
+/// The copies in the installation, the site list beside the old one, and what the import stores.
 void checkRoomForCopies(const Device& device, const std::string& directory, Findings& findings) {
   std::vector<std::uint64_t> keys;
   for (const char* name :
@@ -128,6 +134,7 @@ void checkRoomForCopies(const Device& device, const std::string& directory, Find
                "source.room", findings);
 }
 
+/// The switch with the place that it would take.
 void rehearse(const Device& device, const std::string& directory, Findings& findings) {
   findings.ok(kDirectoryId, "The switch would take its files from " + directory);
   checkSourceSiteList(directory, findings);
@@ -145,6 +152,7 @@ const char* remedyFor(const std::string& source) {
   return kComplete;
 }
 
+/// No place would do. Where one could not be looked at, that may be the one.
 void tellNone(const std::string& source, const std::string& tried, bool bAllSeen, Findings& findings) {
   findings.put(bAllSeen ? State::kProblem : State::kUnknown, kDirectoryId,
                "None of the places that are searched holds a site list and all key files: " + tried,

@@ -74,7 +74,7 @@ def test_what_is_well_is_told_only_when_asked_for(device):
     lines = out.splitlines()
     assert status == 0 and len(lines) > 30
     assert all(line.startswith("ok ") for line in lines[1:])
-    assert "ok config.directory: /etc/orv.d is root's and closed to others." in lines
+    assert "ok config.directory: /etc/orv.d is root's, and others may not write to it." in lines
 
 
 def test_first_line_has_no_character_that_monitoring_systems_cut_at(device):

@@ -47,6 +47,8 @@ def found_in(output, status):
     for check in report["checks"]:
         assert check["fact"].endswith((".", "!")), check
         assert ("remedy" in check) == (check["state"] != OK), check
+    named = [(check["id"], check.get("subject")) for check in report["checks"]]
+    assert len(named) == len(set(named)), "those of one identifier differ in their subject"
     return Found(report, status)
 
 
