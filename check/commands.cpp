@@ -27,12 +27,14 @@ constexpr Command kLoad{"command.load", L"LoadOrvPluginCommand", State::kWarning
 constexpr Command kUnload{"command.unload", L"UnloadOrvPluginCommand", State::kWarning,
                           "the plug-in would not be unloaded"};
 
+/// Split as the tool splits it, which is not as a shell does.
 std::vector<std::string> wordsOf(const std::wstring& line) {
   std::vector<std::string> words;
   helper::unixCommandLineHelper().splitStringToParameters(line, words);
   return words;
 }
 
+/// In brackets, so that it shows where a word ends.
 std::string shown(const std::vector<std::string>& words) {
   std::string text;
   for (const std::string& word : words)
@@ -40,6 +42,7 @@ std::string shown(const std::vector<std::string>& words) {
   return text;
 }
 
+/// The failure of a command as a sentence.
 std::string effectOf(const Command& command, const std::string& why) {
   return base::toUtf8(command.element) + ": " + why + ", so that " + command.effect;
 }
@@ -49,6 +52,7 @@ bool bQuotedProgram(const std::string& word) {
   return word.find('"') != std::string::npos;
 }
 
+/// Whether the command could be run; that its program then does its work, only running it could tell.
 void checkWords(const Command& command, const std::vector<std::string>& words, const std::string& subject,
                 Findings& findings) {
   if (words.empty()) {
@@ -69,6 +73,7 @@ void checkWords(const Command& command, const std::vector<std::string>& words, c
   findings.failure(command.whenBroken, command.id, error, remedy, subject);
 }
 
+/// A command of a product, where it has one.
 void checkPlugIn(const Command& command, const platform::ConfigFile& file, const std::string& subject,
                  Findings& findings) {
   // A product need not have a plug-in.

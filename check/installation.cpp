@@ -29,6 +29,7 @@ struct Part {
 constexpr Part kCrypto{"install.crypto", "crypto", "keys cannot be imported", State::kProblem};
 constexpr Part kProvision{"install.provision", "provision", "keltconfig -z cannot fetch anything", State::kWarning};
 
+/// A part that cannot be used, and what the tool cannot do without it.
 void fail(const Part& part, Error error, Findings& findings) {
   error.message += std::string(", so that ") + part.effect;
   findings.failure(part.whenBroken, part.id, error, kInstallAgain);
@@ -47,6 +48,7 @@ bool bSound(const Part& part, std::string& path, Findings& findings) {
   return why == nullptr;
 }
 
+/// The part for keys. Loading it is the only proof that it loads.
 void checkCrypto(bool bLoad, Findings& findings) {
   std::string path;
   if (!bSound(kCrypto, path, findings)) return;
@@ -57,6 +59,7 @@ void checkCrypto(bool bLoad, Findings& findings) {
   findings.ok(kCrypto.id, path + " is trusted and loads, with " + inspector.value().version());
 }
 
+/// The part for servers, likewise.
 void checkProvision(bool bLoad, Findings& findings) {
   std::string path;
   if (!bSound(kProvision, path, findings)) return;
@@ -69,6 +72,7 @@ void checkProvision(bool bLoad, Findings& findings) {
   findings.ok(kProvision.id, path + " is trusted and loads, with libcurl " + version);
 }
 
+/// By what the tool does it with: a device may have been built without this conversion.
 void checkConversion(Findings& findings) {
   constexpr std::string_view kLatin1 = "\xE9";
   constexpr std::string_view kUtf8 = "\xC3\xA9";
@@ -81,6 +85,7 @@ void checkConversion(Findings& findings) {
                    "Install the conversion modules of the C library (gconv), or give site lists in UTF-8.");
 }
 
+/// A device without a battery comes up in the year 1970 or on the day of its image.
 void checkClock(Findings& findings) {
   const std::int64_t now = std::time(nullptr);
   const std::string why = whyAbsurd(now, KELT_BUILT);

@@ -19,8 +19,10 @@ Result<struct statvfs> fileSystemOf(const std::string& path) {
 }
 
 bool bImmutable(const std::string& path) {
+  // An older system without this call answers ENOSYS; then nothing is against the file.
   struct statx info {};
   if (::statx(AT_FDCWD, path.c_str(), AT_STATX_DONT_SYNC, 0, &info) != 0) return false;
+  // A file system that knows no such attributes leaves them out of the mask.
   constexpr auto kFixed = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
   return (info.stx_attributes & info.stx_attributes_mask & kFixed) != 0;
 }

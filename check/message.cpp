@@ -27,7 +27,9 @@ void append(std::string& text, std::string_view field) {
   text.append(field.substr(0, std::min(field.find('\0'), kMaxField))).push_back('\0');
 }
 
+/// Puts together one message and writes it in one go, as far as the pipe takes it.
 void write(int fd, std::initializer_list<std::string_view> fields) {
+  // One allocation, so that little can fail.
   std::size_t most = sizeof(Length);
   for (const std::string_view field : fields)
     most += std::min(field.size(), kMaxField) + 1;
@@ -42,6 +44,7 @@ void write(int fd, std::initializer_list<std::string_view> fields) {
   static_cast<void>(base::writeAll(fd, {reinterpret_cast<const unsigned char*>(text.data()), text.size()}));
 }
 
+/// The fields of a message, each up to its zero byte.
 Receiver::Fields fieldsIn(std::string_view body) {
   Receiver::Fields fields;
   while (!body.empty()) {
@@ -82,11 +85,13 @@ bool Receiver::take(const char* bytes, std::size_t count) {
   while (rest.size() >= sizeof(Length)) {
     Length length = 0;
     std::memcpy(&length, rest.data(), sizeof length);
+    // The sender is our own, but one whose memory is in disorder can send anything.
     if (length > kMaxMessage) return false;
     if (rest.size() < sizeof length + length) break;
     if (!takeFields(fieldsIn(rest.substr(sizeof length, length)))) return false;
     rest.remove_prefix(sizeof length + length);
   }
+  // Once for all messages that have come in together.
   m_waiting.erase(0, m_waiting.size() - rest.size());
   return true;
 }

@@ -16,6 +16,8 @@ class PipeFindings final : public Findings {
   /// `fd` is the pipe's writing end, which stays the caller's.
   explicit PipeFindings(int fd) : m_fd(fd) {}
 
+  /// Each writes one message at once. A field is cut at its first zero byte and at 64 KiB. Where nobody reads any more,
+  /// nothing happens; may throw std::bad_alloc.
   void take(Check check) override;
   void takeFact(const std::string& name, const std::string& value) override;
   void begin(const std::string& id, const std::string& waitsFor) override;
@@ -24,8 +26,10 @@ class PipeFindings final : public Findings {
   int m_fd;
 };
 
+/// What is being looked at, for the case that it comes to no end.
 /// What is being looked at.
 struct Begun {
+  /// The identifier whose turn it is, and who is waited for; empty where that is only this device.
   std::string id;
   std::string waitsFor;
 };
@@ -42,6 +46,7 @@ class Receiver {
   /// Takes the next bytes of the pipe. Returns false for what PipeFindings never writes.
   [[nodiscard]] bool take(const char* bytes, std::size_t count);
 
+  /// What has come in until now; stays this object's.
   [[nodiscard]] Report& report() { return m_report; }
   /// What was begun last; once it has come to a finding, it waits for nothing any more.
   [[nodiscard]] const Begun& begun() const { return m_begun; }
@@ -49,8 +54,10 @@ class Receiver {
   [[nodiscard]] bool bComplete() const { return m_bComplete; }
 
  private:
+  /// Takes one whole message. Returns false for one of another kind or number of fields.
   [[nodiscard]] bool takeFields(const Fields& fields);
 
+  // The beginning of a message whose rest is still to come.
   std::string m_waiting;
   Report m_report;
   Begun m_begun;

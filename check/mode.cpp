@@ -20,6 +20,7 @@ constexpr const char* kId = "mode.site-list";
 /// More than any report needs.
 constexpr std::size_t kMostServers = 1000;
 
+/// Where the agent reads it.
 std::string installedSiteList() {
   return std::string(paths::kScratchEtcDir) + paths::kSiteList;
 }
@@ -29,6 +30,7 @@ void tellServers(const std::vector<std::string>& servers, Findings& findings) {
     findings.takeFact("servers", servers[i]);
 }
 
+/// What the list says. Every server in it counts, also one without an address, as the agent counts it.
 void tellMode(Device& device, AnXml& siteList, Findings& findings) {
   const std::string path = installedSiteList();
   std::vector<std::string> servers = modes::serversOf(siteList);
@@ -48,6 +50,7 @@ void tellMode(Device& device, AnXml& siteList, Findings& findings) {
       kId, "The agent is managed by " + servers.front() + (all > 1 ? " and " + std::to_string(all - 1) + " more" : ""));
 }
 
+/// An agent without a server that finds a cache would go on with what it says.
 void checkCache(const Device& device, const std::string& path, Findings& findings) {
   const auto info = lookAt(path);
   if (!info && info.error().kind == ErrorKind::kNotFound)
@@ -71,6 +74,7 @@ void checkMode(Device& device, Findings& findings) {
       checkCache(device, cache.path, findings);
     return;
   }
+  // What the parser says has line and column, but no file.
   Error error = loaded.error();
   if (error.message.find(path) == std::string::npos) error.message.insert(0, path + ": ");
   findings.failure(State::kProblem, kId, error,

@@ -7,8 +7,10 @@
 
 namespace kelt::check {
 
+/// How the report is printed: for people, for monitoring systems, for programs.
 enum class Format { kTerminal, kPlain, kJson };
 
+/// What a run is to do. Given twice, an option's last value counts.
 struct Options {
   std::string source;  ///< the directory of a rehearsal; empty for none
   std::string server;  ///< the server to look at; empty for none

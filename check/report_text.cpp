@@ -14,6 +14,7 @@ struct Title {
   std::string_view text;
 };
 
+// A group that is missing here shows by its own name.
 constexpr Title kTitles[] = {
     {"config", "Configuration"},
     {"command", "Commands of the agent"},
@@ -28,6 +29,7 @@ constexpr Title kTitles[] = {
     {"run", "This run"},
 };
 
+/// The heading of a group.
 std::string_view titleOf(std::string_view group) {
   for (const Title& title : kTitles) {
     if (title.group == group) return title.text;
@@ -35,6 +37,7 @@ std::string_view titleOf(std::string_view group) {
   return group;
 }
 
+/// Of our own names only, which are lower-case letters.
 std::string upper(const char* name) {
   std::string text(name);
   for (char& c : text)
@@ -42,16 +45,19 @@ std::string upper(const char* name) {
   return text;
 }
 
+/// The line that monitoring systems show. They take what follows a "|" for measured values.
 std::string firstLine(State verdict, const std::string& summary) {
   std::string line = "KELTCHECK " + upper(nameOf(verdict)) + " - " + readable(summary);
   std::replace(line.begin(), line.end(), '|', '/');
   return line;
 }
 
+/// The identifier with, in parentheses, what it is about.
 std::string nameOf(const Check& check) {
   return check.subject.empty() ? check.id : check.id + " (" + readable(check.subject) + ")";
 }
 
+/// Of one width, in ASCII: a serial console may know no more.
 const char* symbolOf(State state) {
   switch (state) {
     case State::kOk:
@@ -66,6 +72,7 @@ const char* symbolOf(State state) {
   return "[? ]";
 }
 
+/// As terminals have them since ever: green, yellow, red, and cyan for what is not known.
 const char* colourOf(State state) {
   switch (state) {
     case State::kOk:
@@ -80,6 +87,7 @@ const char* colourOf(State state) {
   return "\x1B[36m";
 }
 
+/// The text with its colour around it, where colours are wanted.
 std::string coloured(const std::string& text, State state, bool bColours) {
   return bColours ? colourOf(state) + text + "\x1B[0m" : text;
 }
@@ -103,6 +111,7 @@ std::string terminalReport(const Report& report, bool bVerbose, bool bColours) {
   std::string_view group;
   for (const Check& check : report.checks) {
     if (check.state == State::kOk && !bVerbose) continue;
+    // Checks come in the order of their groups, so a heading comes once.
     if (groupOf(check.id) != group) {
       group = groupOf(check.id);
       text.append("\n").append(titleOf(group)).append("\n");

@@ -21,6 +21,7 @@ constexpr std::uint64_t kInodeReserve = 16;
 /// A key file or a small file of settings.
 constexpr std::uint64_t kSmallFile = 4096;
 
+/// What is to be written to one file system.
 struct Need {
   std::string directory;
   struct statvfs system;
@@ -28,11 +29,13 @@ struct Need {
   std::uint64_t files = 0;
 };
 
+/// Each file takes whole blocks, and an empty one at least its place in the directory.
 std::uint64_t blocksOf(std::uint64_t bytes, const struct statvfs& system) {
   const std::uint64_t block = system.f_frsize == 0 ? 4096 : system.f_frsize;
   return std::max<std::uint64_t>(1, (bytes + block - 1) / block);
 }
 
+/// The loads by file system: all files are there at the same time, old and new.
 std::map<dev_t, Need> needsOf(const std::vector<Load>& loads) {
   std::map<dev_t, Need> needs;
   for (const Load& load : loads) {
@@ -47,6 +50,7 @@ std::map<dev_t, Need> needsOf(const std::vector<Load>& loads) {
   return needs;
 }
 
+/// For people; in small steps, as devices are small.
 std::string kilobytes(std::uint64_t blocks, const struct statvfs& system) {
   return std::to_string(blocks * system.f_frsize / 1024) + " KiB";
 }
@@ -71,6 +75,7 @@ void check(const Need& need, const std::string& id, Findings& findings) {
   findings.put(state, id, fact, kRemedy, need.directory);
 }
 
+/// What replaces it will be of about that size.
 std::uint64_t sizeOf(const std::string& path) {
   const auto info = lookAt(path);
   return info ? static_cast<std::uint64_t>(info.value().st_size) : kSmallFile;
@@ -87,7 +92,7 @@ void checkRoom(const Device& device, Findings& findings) {
   findings.begin("room.file-system", {});
   const std::string etc = paths::kScratchEtcDir;
   std::vector<Load> loads = {
-      {std::string(paths::kInstallDir), std::vector<std::uint64_t>(4, kSmallFile)},
+      {paths::kInstallDir, std::vector<std::uint64_t>(4, kSmallFile)},
       {etc, {sizeOf(etc + paths::kSiteList)}},
       {device.dataDirectory, std::vector<std::uint64_t>(4, kSmallFile)},
   };

@@ -28,6 +28,7 @@ constexpr const char* kListId = "source.site-list";
 constexpr const char* kMendList = "Get the site list of the server again, and put it there unchanged.";
 constexpr const char* kMendKeys = "Get the key files of the server again, and put them there unchanged.";
 
+/// Of a site list.
 std::string rootName() {
   return base::toUtf8(modes::kSiteListRoot);
 }
@@ -71,6 +72,7 @@ bool bLoaded(const std::string& path, AnXml& siteList, Findings& findings) {
   return true;
 }
 
+/// What a site list that loads says; without a server in it the switch refuses it.
 void tellServers(const std::string& path, AnXml& siteList, Findings& findings) {
   const SiteListContent content = modes::contentOf(siteList);
   if (content == SiteListContent::kNoSites)
@@ -83,10 +85,12 @@ void tellServers(const std::string& path, AnXml& siteList, Findings& findings) {
   findings.ok(kListId, path + " names " + servers);
 }
 
+/// Whether the import would count the file: it is there and not empty.
 bool bFilled(const std::string& path) {
   return modes::bFileExists(base::toWide(path));
 }
 
+/// What the import decides by, taken from the source, where the tool takes it from the copies in the installation.
 keys::ImportFacts factsOf(const Device& device, const keys::KeyFiles& files) {
   AnObjectBuffer<unsigned char> pub;
   AnObjectBuffer<unsigned char> sec;
@@ -94,14 +98,17 @@ keys::ImportFacts factsOf(const Device& device, const keys::KeyFiles& files) {
   facts.bMarkerCounts = !keys::getServerKeys(pub, sec) && bFilled(files.fipsMarker);
   facts.bMarkerSaysFips = facts.bMarkerCounts && keys::bMarkerSaysFips(files.fipsMarker);
   facts.bServerKey2048Exists = bFilled(files.serverKey2048);
+  // Without a record, the agent's first setting is meant, as the import has it.
   if (device.record) facts.current = {device.record->mode, device.record->keySize};
   return facts;
 }
 
+/// In bits, as people say it.
 unsigned bitsOf(KeySize size) {
   return size == KeySize::kHigher ? 2048 : 1024;
 }
 
+/// The decision of the import, made by its own function.
 void tellPlan(const keys::ImportFacts& facts, const keys::ImportPlan& plan, Findings& findings) {
   std::string fact = std::string("The import would choose ") +
                      (plan.setting.mode == Mode::kFips ? "FIPS" : "non-FIPS") + " mode and keys of " +
@@ -111,6 +118,7 @@ void tellPlan(const keys::ImportFacts& facts, const keys::ImportPlan& plan, Find
   findings.ok("source.import", fact);
 }
 
+/// What a key file holds, beside the size that goes with the plan. The import takes any size, so that is a warning.
 void tellKey(const char* id, const std::string& path, const Result<platform::KeyFacts>& key, unsigned wanted,
              State whenBroken, Findings& findings) {
   if (!key) {
@@ -156,6 +164,7 @@ void checkSourceKeys(const Device& device, const std::string& directory, Finding
                                 ", which the import would take, is not there "
                                 "or empty",
                             kMendKeys);
+  // In the mode of the plan: in FIPS mode some keys are refused.
   const auto inspector = KeyInspector::start(plan.setting.mode == Mode::kFips);
   if (!inspector)
     return findings.unknown("source.server-key", "Keys cannot be looked at: " + inspector.error().message,
