@@ -26,6 +26,7 @@ C=/etc/orv.d A={AGENT_CONFIG} O={INSTALL} S={SCRATCH} K={KEYSTORE} F={FIREWALL} 
 LOCK=$L/71D551C0-D2DA-42F0-BB87-E4CE5347DD14-sync_mutex
 readonly_() {{ mount -n --bind "$1" "$1" && mount -n -o remount,bind,ro "$1"; }}
 element() {{ sed -i "s|<$1>.*</$1>|$2|" "$3"; }}
+named_() {{ element StartCommand "<StartCommand>$O/bin/other start</StartCommand>" $A; }}
 small() {{ cp -a "$1" "$OUT/kept" && mount -n -t tmpfs -o "$2,mode=755" small "$1" && cp -a "$OUT/kept/." "$1"; }}
 fill() {{ dd if=/dev/zero of="$1/fill" bs=4096 2>/dev/null || true; }}
 parts() {{ mkdir "$OUT/bin"; cp "$KELTCONFIG" "$KELTCHECK" "${{KELTCONFIG%/*}}"/keltconfig-*.so "$OUT/bin"
@@ -78,7 +79,7 @@ SERVICE = {
     "start command in the path":
         "element StartCommand '<StartCommand>agent start</StartCommand>' $A; PATH=$PATH:$O/bin",
     "start command below the binary directory": "element StartCommand '<StartCommand>./agent start</StartCommand>' $A",
-    "start command after white space": "element StartCommand '<StartCommand>  $O/bin/agent\tstart </StartCommand>' $A",
+    "start command after white space": "element StartCommand \"<StartCommand>  $O/bin/agent\tstart </StartCommand>\" $A",
     "start command that cannot be executed":
         "cp $O/bin/agent $O/bin/other; chmod 644 $O/bin/other;"
         " element StartCommand '<StartCommand>/opt/Quorvane/orv/bin/other start</StartCommand>' $A",
@@ -88,6 +89,13 @@ SERVICE = {
     "start command where nothing may be executed":
         "mkdir $O/noexec; mount -n -t tmpfs -o noexec none $O/noexec; cp -p $O/bin/agent $O/noexec;"
         " element StartCommand '<StartCommand>/opt/Quorvane/orv/noexec/agent start</StartCommand>' $A",
+    "start command is an empty program": ": >$O/bin/other; chmod 755 $O/bin/other; named_",
+    "start command is a program cut off": "head -c 4000 $KELTCHECK >$O/bin/other; chmod 755 $O/bin/other; named_",
+    "start command is a program for another machine":
+        "cp $KELTCHECK $O/bin/other; for i in 5 18 19; do printf '\\377' | dd of=$O/bin/other bs=1 seek=$i conv=notrunc; done;"
+        " named_",
+    "start command is a script without a first line of its own":
+        "sed 1d $O/bin/agent >$O/bin/other; chmod 755 $O/bin/other; named_",
     "stop command missing": "element StopCommand '' $A",
     "stop command of no program": "element StopCommand '<StopCommand>/nowhere/agent stop</StopCommand>' $A",
     "program of all commands missing": "rm $O/bin/agent.kept 2>/dev/null; mv $O/bin/agent $O/bin/agent.kept",
@@ -144,6 +152,35 @@ MANAGED = {
         " readonly_ $SOURCE",
     "site list behind a link": "mv $SOURCE/SiteList.xml $OUT/list; ln -s $OUT/list $SOURCE/SiteList.xml",
     "site list is a directory": "rm $SOURCE/SiteList.xml; mkdir $SOURCE/SiteList.xml",
+    "source is the installation": "cp $SOURCE/* $O; SOURCE=$O",
+    "source ends in slashes": "SOURCE=$SOURCE///",
+    "source is a link": "ln -s $SOURCE $OUT/link; SOURCE=$OUT/link",
+    "source is a link to itself": "ln -s self $OUT/self; SOURCE=$OUT/self",
+    "source is a file": "SOURCE=$SOURCE/SiteList.xml",
+    "source with a name of 300 characters": "SOURCE=/$(printf '%0300d' 1)",
+    "site list with a zero byte": "printf '<!-- \\0 -->' >>$SOURCE/SiteList.xml",
+    "site list with a zero byte after a stray byte": "printf '<!-- \\351 \\0 -->' >>$SOURCE/SiteList.xml",
+    "site list of 300 levels":
+        "{ echo '<ns:SiteLists><SiteList><SpipeSite ServerIP=\"192.0.2.10\"/></SiteList>'; for i in $(seq 300); do"
+        " echo '<a>'; done; for i in $(seq 300); do echo '</a>'; done; echo '</ns:SiteLists>'; } >$SOURCE/SiteList.xml",
+    "site list is a socket":
+        "rm $SOURCE/SiteList.xml; cd $SOURCE; python3 -c 'import socket; socket.socket(socket.AF_UNIX)"
+        ".bind(\"SiteList.xml\")'; cd $OUT",
+    "site list is a device": "rm $SOURCE/SiteList.xml; ln -s /dev/zero $SOURCE/SiteList.xml",
+    "server key is a device": "rm $SOURCE/sr2048pubkey.bin; ln -s /dev/zero $SOURCE/sr2048pubkey.bin",
+    "server key of 1024 bits": "openssl genrsa -traditional 1024 2>/dev/null | openssl rsa -pubout -outform DER"
+        " 2>/dev/null >$SOURCE/sr2048pubkey.bin",
+    "server key on an elliptic curve":
+        "openssl ecparam -name prime256v1 -genkey -noout | openssl ec -pubout -outform DER 2>/dev/null"
+        " >$SOURCE/sr2048pubkey.bin",
+    "server key in PEM": "openssl rsa -pubin -inform DER -in $SOURCE/sr2048pubkey.bin -out $OUT/k 2>/dev/null;"
+        " mv $OUT/k $SOURCE/sr2048pubkey.bin",
+    "request key empty": ": >$SOURCE/req2048seckey.bin",
+    "request key is the public one": "cp $SOURCE/sr2048pubkey.bin $SOURCE/req2048seckey.bin",
+    "legacy keys beside the others": "cp $SOURCE/sr2048pubkey.bin $SOURCE/srpubkey.bin;"
+        " cp $SOURCE/req2048seckey.bin $SOURCE/reqseckey.bin",
+    "FIPS marker is a directory": "rm $SOURCE/agentfipsmode; mkdir $SOURCE/agentfipsmode",
+    "FIPS marker is a link to itself": "ln -sf agentfipsmode $SOURCE/agentfipsmode",
     "site list is a FIFO": "rm $SOURCE/SiteList.xml; mkfifo $SOURCE/SiteList.xml",
     "no request key": "rm $SOURCE/req2048seckey.bin",
     "no server key": "rm $SOURCE/sr2048pubkey.bin",
@@ -171,10 +208,10 @@ MANAGED = {
     "no data directory":
         "element FrameworkDataDirectory '<FrameworkDataDirectory>/nowhere</FrameworkDataDirectory>' $A",
     "data directory is a file":
-        "element FrameworkDataDirectory '<FrameworkDataDirectory>$A</FrameworkDataDirectory>' $A",
+        "element FrameworkDataDirectory \"<FrameworkDataDirectory>$A</FrameworkDataDirectory>\" $A",
     "data directory read-only":
         "mkdir $O/data; readonly_ $O/data;"
-        " element FrameworkDataDirectory '<FrameworkDataDirectory>$O/data</FrameworkDataDirectory>' $A",
+        " element FrameworkDataDirectory \"<FrameworkDataDirectory>$O/data</FrameworkDataDirectory>\" $A",
     "directory in place of the server key": "mkdir $O/sr2048pubkey.bin",
     "directory in place of a legacy key": "mkdir $O/reqseckey.bin",
     "directory in place of the FIPS marker": "mkdir $O/agentfipsmode",
