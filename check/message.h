@@ -27,7 +27,6 @@ class PipeFindings final : public Findings {
 };
 
 /// What is being looked at, for the case that it comes to no end.
-/// What is being looked at.
 struct Begun {
   /// The identifier whose turn it is, and who is waited for; empty where that is only this device.
   std::string id;
