@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "check/device.h"
@@ -18,6 +17,7 @@ namespace kelt::check {
 namespace {
 
 namespace paths = helper::paths;
+using quorvane_com::QV::crypto::KeyType;
 
 /// A directory, and what a run needs of it.
 struct Wanted {
@@ -37,9 +37,7 @@ std::string quoted(const Wanted& wanted) {
 
 /// Why root could not write into the directory; null where it can.
 const char* whyNotWritten(const std::string& path) {
-  const auto system = fileSystemOf(path);
-  if (system && (system.value().f_flag & ST_RDONLY) != 0) return "is on a file system that is read-only";
-  if (bImmutable(path)) return "cannot be changed, by its attributes";
+  if (const char* why = whyFixed(path)) return why;
   // What another user may do there says nothing of root.
   if (::geteuid() == 0 && ::faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
     return "cannot be written to";
@@ -68,27 +66,59 @@ void check(const Wanted& wanted, Findings& findings) {
   findings.ok(wanted.id, quoted(wanted) + (wanted.bWritten ? fitFor(::geteuid()) : "can be entered"));
 }
 
+constexpr const char* kTarget = "directory.target";
+
 /// What a switch replaces or deletes: nothing but a file can be.
-void checkTarget(const std::string& path, Findings& findings) {
+void checkKind(const std::string& path, Findings& findings) {
   const auto info = lookAt(path);
   if (!info) {
     const int error = info.error().sysErrno;
     // A link may lead nowhere; it is resolved, and the file made there.
     if (error == ENOENT || error == ENOTDIR) return;
-    return findings.failure(State::kProblem, "directory.target", info.error(), "Remove what stands there.", path);
+    return findings.failure(State::kProblem, kTarget, info.error(), "Remove what stands there.", path);
   }
   if (S_ISREG(info.value().st_mode)) return;
-  findings.problem("directory.target", path + ", which a switch replaces or deletes, is a " + kindOf(info.value()),
+  findings.problem(kTarget, path + ", which a switch replaces or deletes, is a " + kindOf(info.value()),
                    "Remove what stands there.", path);
 }
 
-/// The key files and caches. The site list and the files of the key store have checks of their own.
-void checkTargets(Findings& findings) {
+/// A file may be fixed where its directory is not: by a mount of its own, or by an attribute.
+void checkFixed(const std::string& path, State whenFixed, Findings& findings) {
+  const char* why = whyFixed(path);
+  if (why == nullptr || whyFixed(base::directoryOf(path)) != nullptr) return;  // of the directory, that is told already
+  findings.put(whenFixed, kTarget, path + ", which a switch replaces, " + why,
+               "Take the mount or the attributes away (umount, chattr -i -a).", path);
+}
+
+/// A cache is deleted, and of a link nothing but the link.
+void checkCache(const std::string& path, Findings& findings) {
+  checkKind(path, findings);
+  const auto link = lookAt(path, true);
+  if (!link || !S_ISREG(link.value().st_mode)) return;
+  if (!bMountPoint(path)) return checkFixed(path, State::kProblem, findings);
+  findings.problem(kTarget, path + ", which a switch deletes, is a mount point", "Unmount it.", path);
+}
+
+/// Whatever is not a file in the place of the site list or of a stored key, other checks tell of.
+void checkTargets(const Device& device, Findings& findings) {
   const keys::KeyFiles installed = keys::keyFilesIn(keys::keyDirectory(false));
-  for (const std::string* path : keys::inOrder(installed))
-    checkTarget(*path, findings);
+  for (const std::string* path : keys::inOrder(installed)) {
+    checkKind(*path, findings);
+    checkFixed(*path, State::kProblem, findings);
+  }
   for (const modes::FileToClear& cache : {modes::serverSiteList(), modes::siteCache()})
-    checkTarget(cache.path, findings);
+    checkCache(cache.path, findings);
+  checkFixed(std::string(paths::kScratchEtcDir) + paths::kSiteList, State::kProblem, findings);
+  for (const KeyType type : {KeyType::kServerPublic, KeyType::kServerRequestSecret})
+    checkFixed(platform::storedKeyPath(device.keyStore, type), State::kProblem, findings);
+  if (!device.agentConfigPath.empty()) checkFixed(device.agentConfigPath, State::kWarning, findings);
+}
+
+/// The import makes the key store where it is missing, and key.store tells of what is none.
+void checkKeyStore(const Device& device, Findings& findings) {
+  const auto info = lookAt(device.keyStore);
+  if (info && S_ISDIR(info.value().st_mode))
+    check({"directory.key-store", device.keyStore, "key store", State::kProblem, true}, findings);
 }
 
 }  // namespace
@@ -104,7 +134,8 @@ void checkDirectories(const Device& device, Findings& findings) {
     check({"directory.config", base::directoryOf(device.agentConfigPath), "directory of the agent's configuration",
            State::kWarning, true},
           findings);
-  checkTargets(findings);
+  checkKeyStore(device, findings);
+  checkTargets(device, findings);
 }
 
 }  // namespace kelt::check

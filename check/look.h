@@ -15,8 +15,14 @@ namespace kelt::check {
 /// The file system that `path` is on. Errors likewise.
 [[nodiscard]] Result<struct statvfs> fileSystemOf(const std::string& path);
 
-/// Whether a file at `path` was made so that it can neither be changed nor removed (attributes "i" and "a").
-[[nodiscard]] bool bImmutable(const std::string& path);
+/// Why nobody, root included, can change what stands at `path`, as the end of a sentence about it: its file system is
+/// read-only, or it was given attributes against it ("i" and "a"). Null where neither is so, or the system tells
+/// neither.
+[[nodiscard]] const char* whyFixed(const std::string& path);
+
+/// Whether something is mounted at `path`, so that it cannot be removed or renamed. False on systems before Linux 5.8,
+/// which do not tell.
+[[nodiscard]] bool bMountPoint(const std::string& path);
 
 /// "directory", "symbolic link", "FIFO" and their like.
 [[nodiscard]] const char* kindOf(const struct stat& info);

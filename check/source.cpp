@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 #include <vector>
 
@@ -58,7 +57,7 @@ const char* whyUseless(KeyFileState state) {
 
 /// Tells of a file that the switch would make itself.
 void tellToBeMade(const std::string& path, const std::string& directory, Findings& findings) {
-  if (!bReadOnly(directory))
+  if (whyFixed(directory) == nullptr)
     return findings.ok("source.file", path + " is not there and would be made, empty, as its 2048-bit form is", path);
   findings.problem("source.file", path + " is not there, and cannot be made: the directory is read-only",
                    "Copy the directory to where it can be written to.", path);
@@ -160,11 +159,6 @@ void tellNone(const std::string& source, const std::string& tried, bool bAllSeen
 }
 
 }  // namespace
-
-bool bReadOnly(const std::string& directory) {
-  const auto system = fileSystemOf(directory);
-  return (system && (system.value().f_flag & ST_RDONLY) != 0) || bImmutable(directory);
-}
 
 void checkSource(const Device& device, const std::string& source, Findings& findings) {
   findings.begin(kDirectoryId, {});

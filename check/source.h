@@ -13,7 +13,4 @@ void checkSourceSiteList(const std::string& directory, Findings& findings);
 /// Rehearses what the import does with the key files there, once they are copied.
 void checkSourceKeys(const Device& device, const std::string& directory, Findings& findings);
 
-/// Whether nothing can be written into `directory`, whoever tries.
-[[nodiscard]] bool bReadOnly(const std::string& directory);
-
 }  // namespace kelt::check

@@ -5,6 +5,7 @@
 #include "check/look.h"
 #include "check/source.h"
 
+#include "base/file_place.h"
 #include "base/file_read.h"
 #include "base/utf.h"
 #include "helper/agent_paths.h"
@@ -47,7 +48,8 @@ Status loadConverted(const std::string& path, AnXml& siteList) {
 const char* whyNotReplaced(const std::string& path) {
   const auto info = lookAt(path, true);
   if (info && S_ISLNK(info.value().st_mode)) return "it is a symbolic link";
-  if (bReadOnly(path.substr(0, path.rfind('/')))) return "its directory is read-only";
+  if (whyFixed(base::directoryOf(path)) != nullptr || whyFixed(path) != nullptr)
+    return "it is read-only, or its directory";
   return nullptr;
 }
 

@@ -205,6 +205,20 @@ MANAGED = {
     "directory for the site list is a file": "rm -r $S/etc; : >$S/etc",
     "directory for the site list read-only": "readonly_ $S/etc",
     "installation read-only": "readonly_ $O",
+    "installed site list is a read-only mount": "readonly_ $S/etc/SiteList.xml",
+    "installed site list is a mount of its own": "mount -n --bind $S/etc/SiteList.xml $S/etc/SiteList.xml",
+    "configuration file is a read-only mount": "readonly_ $A",
+    "configuration file is a mount of its own": "mount -n --bind $A $A",
+    "cache is a mount of its own": ": >$S/etc/sitecache.bin; mount -n --bind $S/etc/sitecache.bin $S/etc/sitecache.bin",
+    "cache is a read-only mount": ": >$S/etc/sitecache.bin; readonly_ $S/etc/sitecache.bin",
+    "cache is a link to a read-only file":
+        ": >$OUT/fixed; readonly_ $OUT/fixed; ln -s $OUT/fixed $S/etc/sitecache.bin",
+    "legacy key in the installation is a read-only mount": ": >$O/srpubkey.bin; readonly_ $O/srpubkey.bin",
+    "key store read-only": "mkdir -m 700 $K; readonly_ $K",
+    "stored server key is a read-only mount":
+        "mkdir -m 700 $K; echo x >$K/server-public.der; chmod 600 $K/server-public.der; readonly_ $K/server-public.der",
+    "source is a read-only mount of its site list, which is in Latin-1":
+        "printf '<!-- \\351 -->' >>$SOURCE/SiteList.xml; readonly_ $SOURCE/SiteList.xml",
     "no data directory":
         "element FrameworkDataDirectory '<FrameworkDataDirectory>/nowhere</FrameworkDataDirectory>' $A",
     "data directory is a file":
@@ -268,7 +282,9 @@ UNMANAGED = {
     "installed site list with another root": "sed -i 's/ns:SiteLists/ns:Sites/g' $S/etc/SiteList.xml",
     "installed site list is a FIFO": "rm $S/etc/SiteList.xml; mkfifo $S/etc/SiteList.xml",
     "directory of the installed site list read-only": "readonly_ $S/etc",
+    "installed site list is a read-only mount": "readonly_ $S/etc/SiteList.xml",
     "cache is a directory": "mkdir $S/etc/sitecache.bin",
+    "cache is a mount of its own": ": >$S/etc/sitecache.bin; mount -n --bind $S/etc/sitecache.bin $S/etc/sitecache.bin",
     "legacy key is a directory": "mkdir $O/srpubkey.bin",
     "caches of the server": ": >$S/etc/sitecache.bin; : >$S/ServerSiteList.xml",
     "start command of no program": SERVICE["start command of no program"],

@@ -1,3 +1,4 @@
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include "collected.h"
@@ -51,6 +52,32 @@ TEST_F(Directories, MayHoldNothingButFilesWhereASwitchReplaces) {
   putDirectory(kInstalled + "/sr2048pubkey.bin");
   ASSERT_EQ(::symlink("sitecache.bin", (kInstalled + "/scratch/etc/sitecache.bin").c_str()), 0);
   EXPECT_EQ(look().trouble(), (Trouble{"directory.target problem", "directory.target problem"}));
+}
+
+TEST_F(Directories, MayHoldAFileThatIsFixedByItself) {
+  putFile(kInstalled + "/srpubkey.bin", "");
+  mountReadOnly(kInstalled + "/srpubkey.bin");
+  mountReadOnly(kelt::tests::kAgentConfig);
+  const Collected findings = look();
+  EXPECT_EQ(findings.trouble(), (Trouble{"directory.target problem", "directory.target warning"}));
+  EXPECT_EQ(findings.report.checks.back().fact,
+            kelt::tests::kAgentConfig + ", which a switch replaces, is on a file system that is read-only.");
+}
+
+TEST_F(Directories, HaveCachesThatCannotBeDeletedWhereTheyAreMounted) {
+  const std::string cache = kInstalled + "/scratch/etc/sitecache.bin";
+  putFile(cache, "");
+  EXPECT_EQ(look().trouble(), Trouble{});
+  ASSERT_EQ(::mount(cache.c_str(), cache.c_str(), nullptr, MS_BIND, nullptr), 0);
+  EXPECT_EQ(look().trouble(), Trouble{"directory.target problem"});
+}
+
+TEST_F(Directories, IncludeTheKeyStoreWhereItIsThere) {
+  EXPECT_EQ(look().states("directory.key-store"), "");
+  putDirectory(kelt::tests::kStore, 0700);
+  EXPECT_EQ(look().states("directory.key-store"), "ok");
+  mountReadOnly(kelt::tests::kStore);
+  EXPECT_EQ(look().trouble(), Trouble{"directory.key-store problem"});
 }
 
 }  // namespace

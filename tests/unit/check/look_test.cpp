@@ -33,8 +33,9 @@ TEST_F(Look, TellsOfTheFileSystem) {
   kelt::tests::mountSmall("/run", 65536);
   EXPECT_EQ(fileSystemOf("/run").value().f_blocks * fileSystemOf("/run").value().f_frsize, 65536U);
   EXPECT_FALSE(fileSystemOf("/tmp/none").ok());
-  EXPECT_FALSE(bImmutable("/run"));
-  EXPECT_FALSE(bImmutable("/tmp/none"));
+  EXPECT_EQ(whyFixed("/run"), nullptr);
+  EXPECT_EQ(whyFixed("/tmp/none"), nullptr);
+  EXPECT_FALSE(bMountPoint("/tmp/none"));
 }
 
 std::string shared(const std::string& path) {
