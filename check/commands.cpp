@@ -65,7 +65,9 @@ void checkWords(const Command& command, const std::vector<std::string>& words, c
     return findings.ok(command.id, base::toUtf8(command.element) + " runs " + text, subject);
   }
   Error error = program.error();
-  error.message = effectOf(command, error.message);
+  // Where only another user can tell, nothing follows from it.
+  error.message =
+      bNotSeen(error) ? base::toUtf8(command.element) + ": " + error.message : effectOf(command, error.message);
   const char* remedy =
       bQuotedProgram(words.front())
           ? "Write the program's path without quotes, which are taken for a part of it."

@@ -45,7 +45,7 @@ void checkDirectory(const ConfigDirectory& directory, Findings& findings) {
 struct Names {
   std::vector<std::string> agents;    ///< in the order of the system, whose first is the one that counts
   std::vector<std::string> products;  ///< sorted
-  bool bAll = true;                   ///< the system has told all of them
+  Status listed;                      ///< whether the system has told all of them
 };
 
 /// Reads the list to its end, and tells where the system broke it off.
@@ -53,9 +53,9 @@ Names namesIn(ConfigDirectory& directory, Findings& findings) {
   Names names;
   while (const auto name = directory.next())
     (ConfigDirectory::bAgent(*name) ? names.agents : names.products).push_back(*name);
-  const Status all = directory.listed();
-  names.bAll = all.ok();
-  if (!all) findings.failure(State::kProblem, "config.list", all.error(), "Check the file system of the directory.");
+  names.listed = directory.listed();
+  if (!names.listed)
+    findings.failure(State::kProblem, "config.list", names.listed.error(), "Check the file system of the directory.");
   std::sort(names.products.begin(), names.products.end());
   return names;
 }
@@ -64,7 +64,7 @@ void checkAgents(const Names& names, Findings& findings) {
   const std::string all = configDirectoryPath();
   const std::vector<std::string>& agents = names.agents;
   // Of a list that is not whole, nobody can say that the agent's is not there.
-  if (agents.empty() && !names.bAll) return;
+  if (agents.empty() && !names.listed) return;
   if (agents.empty())
     return findings.problem("config.agent", "No directory in " + all + " is the agent's", kInstallAgent);
   findings.ok("config.agent", "The agent's configuration is in " + all + "/" + agents.front());
@@ -172,8 +172,9 @@ void findDirectories(Device& device, const base::Result<ConfigFile>& file) {
 }
 
 /// Where there is no agent, its usual directories are meant.
-base::Result<ConfigFile> loadAgent(const Device& device, const ConfigDirectory& directory) {
+base::Result<ConfigFile> loadAgent(const Device& device, const Names& names, const ConfigDirectory& directory) {
   if (const auto usable = directory.usable(); !usable) return usable.error();
+  if (device.agentName.empty() && !names.listed) return names.listed.error();
   if (device.agentName.empty()) return base::Error{ErrorKind::kNotFound, 0, {}};
   return directory.load(device.agentName);
 }
@@ -194,7 +195,8 @@ void checkConfiguration(Device& device, Findings& findings) {
     device.agentConfigPath = directory.fileOf(device.agentName);
     findings.takeFact("agent_directory", configDirectoryPath() + "/" + device.agentName);
   }
-  auto agent = loadAgent(device, directory);
+  auto agent = loadAgent(device, names, directory);
+  device.bDirectoriesKnown = agent.ok() || !bNotSeen(agent.error());
   findDirectories(device, agent);
   if (!device.agentName.empty() && directory.usable()) checkAgentFile(device, agent, findings);
   if (agent) device.agentConfig = std::move(agent).value();

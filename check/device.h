@@ -27,6 +27,9 @@ struct Device {
   std::string agentConfigPath;  ///< and its file
   std::optional<platform::ConfigFile> agentConfig;  ///< where it is trusted and loads
   std::vector<Product> products;                    ///< likewise, in the order of their names
+  /// False where this user may not read the agent's configuration: then these three are the usual ones, and the agent's
+  /// may be others.
+  bool bDirectoriesKnown = true;
   std::string binDirectory;
   std::string dataDirectory;
   std::string keyStore;

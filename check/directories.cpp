@@ -26,6 +26,7 @@ struct Wanted {
   const char* name;
   State whenBroken;
   bool bWritten;
+  bool bKnown = true;  ///< it is that one, and not only usually
 };
 
 constexpr const char* kMake = "Install the agent again, or make the directory, root's and with mode 0755.";
@@ -51,6 +52,7 @@ const char* fitFor(uid_t user) {
 
 /// Tells the first thing that is wrong with it.
 void check(const Wanted& wanted, Findings& findings) {
+  if (!wanted.bKnown) return findings.unknown(wanted.id, quoted(wanted) + "may be another", kLookAsRoot);
   const auto info = lookAt(wanted.path);
   if (!info) return findings.failure(wanted.whenBroken, wanted.id, info.error(), kMake);
   if (!S_ISDIR(info.value().st_mode))
@@ -125,16 +127,17 @@ void checkKeyStore(const Device& device, Findings& findings) {
 
 void checkDirectories(const Device& device, Findings& findings) {
   findings.begin("directory.bin", {});
-  check({"directory.bin", device.binDirectory, "agent's binary directory", State::kProblem, false}, findings);
+  const bool bKnown = device.bDirectoriesKnown;
+  check({"directory.bin", device.binDirectory, "agent's binary directory", State::kProblem, false, bKnown}, findings);
   check({"directory.install", paths::kInstallDir, "installation directory", State::kProblem, true}, findings);
   check({"directory.scratch", paths::kScratchDir, "scratch directory", State::kProblem, true}, findings);
   check({"directory.site-list", paths::kScratchEtcDir, "directory of the site list", State::kProblem, true}, findings);
-  check({"directory.data", device.dataDirectory, "agent's data directory", State::kProblem, true}, findings);
+  check({"directory.data", device.dataDirectory, "agent's data directory", State::kProblem, true, bKnown}, findings);
   if (!device.agentConfigPath.empty())
     check({"directory.config", base::directoryOf(device.agentConfigPath), "directory of the agent's configuration",
            State::kWarning, true},
           findings);
-  checkKeyStore(device, findings);
+  if (bKnown) checkKeyStore(device, findings);
   checkTargets(device, findings);
 }
 

@@ -150,6 +150,9 @@ void checkFips(const KeyInspector& inspector, Findings& findings) {
 
 void checkKeys(Device& device, Findings& findings) {
   findings.begin("key.store", {});
+  if (!device.bDirectoriesKnown)
+    return findings.unknown("key.store", "The key store is usually " + device.keyStore + "; it may be another",
+                            kLookAsRoot);
   checkStore(device, findings);
   checkRecord(device, findings);
   // All are read before the library is loaded, which costs more than all of this and is spared where there is none.

@@ -28,9 +28,8 @@ class PipeFindings final : public Findings {
 
 /// What is being looked at, for the case that it comes to no end.
 struct Begun {
-  /// The identifier whose turn it is, and who is waited for; empty where that is only this device.
-  std::string id;
-  std::string waitsFor;
+  std::string id;        ///< the identifier whose turn it is
+  std::string waitsFor;  ///< who is waited for; empty where that is only this device
 };
 
 /// Puts together what comes out of the pipe.

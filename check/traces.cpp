@@ -71,7 +71,8 @@ void checkKeyFiles(const Device& device, const std::string& directory, Trace tra
 
 /// Where runs of the tool make files.
 std::vector<std::string> writtenDirectories(const Device& device) {
-  std::vector<std::string> all = {paths::kInstallDir, paths::kScratchDir, paths::kScratchEtcDir, device.keyStore};
+  std::vector<std::string> all = {paths::kInstallDir, paths::kScratchDir, paths::kScratchEtcDir};
+  if (device.bDirectoriesKnown) all.push_back(device.keyStore);
   if (device.dataDirectory + "/" != paths::kScratchDir) all.push_back(device.dataDirectory);
   if (!device.agentConfigPath.empty()) all.push_back(base::directoryOf(device.agentConfigPath));
   return all;
@@ -117,6 +118,8 @@ const char* nameOf(helper::Work work) {
 
 /// The mark by which the next run goes on from where an interrupted one was.
 void checkUnfinishedWork(const Device& device, Findings& findings) {
+  if (!device.bDirectoriesKnown)
+    return findings.unknown("trace.unfinished", "Where the mark of unfinished work would be is not known", kLookAsRoot);
   const auto mark = helper::inspectMark(device.dataDirectory, kAgentUser);
   if (!mark && mark.error().kind == ErrorKind::kNotFound)
     return findings.ok("trace.unfinished", "No run has left work unfinished");

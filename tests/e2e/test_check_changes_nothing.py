@@ -141,6 +141,22 @@ def test_what_another_user_cannot_see_is_unknown(device, package, tmp_path):
                    for item in found.report["checks"] if item["state"] == UNKNOWN)
 
 
+def test_where_the_configuration_cannot_be_read_nothing_is_said_of_usual_places(device, package, tmp_path):
+    """Which are not those of this device."""
+    tmp_path.chmod(0o755)
+    for path in tmp_path.parents:
+        if path.name.startswith("pytest-"):
+            path.chmod(path.stat().st_mode | 0o011)
+    device.path("/etc/orv.d").chmod(0o700 if os.geteuid() == 0 else 0)
+    found = as_somebody_else(device)
+    device.path("/etc/orv.d").chmod(0o755)
+    unknown = ("config.directory", "directory.bin", "directory.data", "key.store", "trace.unfinished")
+    assert [found.state(name) for name in unknown] == [UNKNOWN] * len(unknown)
+    assert found.state("key.server") is None
+    assert PROBLEM not in found.trouble().values()
+    assert found.status == 3
+
+
 def looked_at_with(device, injection):
     """A run of which the processes that look are struck at their second look at a file system."""
     script = f'strace -f -qq -o /dev/null -e trace=statfs -e inject=statfs:{injection}:when=2 "$KELTCHECK" --json'

@@ -80,4 +80,13 @@ TEST_F(Directories, IncludeTheKeyStoreWhereItIsThere) {
   EXPECT_EQ(look().trouble(), Trouble{"directory.key-store problem"});
 }
 
+TEST_F(Directories, ThatTheConfigurationMayNameOtherwiseAreUnknown) {
+  kelt::check::Device unread = device();
+  unread.bDirectoriesKnown = false;
+  Collected findings;
+  checkDirectories(unread, findings);
+  EXPECT_EQ(findings.trouble(), (Trouble{"directory.bin unknown", "directory.data unknown"}));
+  EXPECT_EQ(findings.fact("directory.data"), "The agent's data directory, " + kInstalled + "/scratch, may be another.");
+}
+
 }  // namespace
