@@ -18,8 +18,10 @@ namespace {
 class Text {
  public:
   using Ch = char;
+  // NOLINTBEGIN(readability-identifier-naming): names that the library calls
   void Put(char c) { m_text += c; }
   void Flush() {}
+  // NOLINTEND(readability-identifier-naming)
   [[nodiscard]] std::string take() { return std::move(m_text); }
 
  private:
