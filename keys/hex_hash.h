@@ -30,7 +30,4 @@ class HexHash {
   std::unique_ptr<IHash, Destroy> m_hash;
 };
 
-/// Bytes as upper-case hexadecimal digits, two for each.
-[[nodiscard]] std::string hexDigits(const ABuffer& bytes);
-
 }  // namespace kelt::keys

@@ -5,36 +5,31 @@
 #include "crypto/engine_loader.h"
 #include "crypto/key_store.h"
 
+#include "base/hex.h"
+
 namespace kelt::platform {
 namespace {
 
+/// The public header names no engine, so that whoever looks at keys does not see this room.
 CryptoEngine& engineAt(void* engine) {
   return *static_cast<CryptoEngine*>(engine);
-}
-
-std::string hexDigits(std::span<const unsigned char> bytes) {
-  constexpr const char* kDigits = "0123456789ABCDEF";
-  std::string digits;
-  for (const unsigned char byte : bytes) {
-    digits += kDigits[byte >> 4U];
-    digits += kDigits[byte & 0x0FU];
-  }
-  return digits;
 }
 
 Result<KeyFacts> publicFacts(CryptoEngine& engine, std::span<const unsigned char> file) {
   const auto bits = engine.keySize(false, file);
   if (!bits) return bits.error();
+  // In the form in which it is kept: the agent's configuration has the hash of that.
   const auto key = engine.publicKey(file);
   if (!key) return key.error();
   const auto hash = engine.sha256(key.value());
   if (!hash) return hash.error();
-  return KeyFacts{bits.value(), hexDigits(hash.value())};
+  return KeyFacts{bits.value(), base::hexDigits(hash.value())};
 }
 
 Result<KeyFacts> secretFacts(CryptoEngine& engine, std::span<const unsigned char> file) {
   const auto bits = engine.keySize(true, file);
   if (!bits) return bits.error();
+  // As an import does, which writes the key anew, and refuses one that cannot be.
   if (const auto key = engine.secretKey(file); !key) return key.error();
   return KeyFacts{bits.value(), {}};
 }

@@ -1,7 +1,6 @@
 #include "keys/hex_hash.h"
 
 #include <gtest/gtest.h>
-#include <vector>
 
 namespace kelt::keys {
 namespace {
@@ -15,12 +14,6 @@ TEST(HexHash, IsSha256) {
   ASSERT_TRUE(hash.bReady());
   EXPECT_EQ(hash.of(bytesOf("abc")), "BA7816BF8F01CFEA414140DE5DAE2223B00361A396177A9CB410FF61F20015AD");
   EXPECT_EQ(hash.of(bytesOf("")), "E3B0C44298FC1C149AFBF4C8996FB92427AE41E4649B934CA495991B7852B855");
-}
-
-TEST(HexHash, WritesEveryByteAsTwoUpperCaseDigits) {
-  const std::vector<unsigned char> bytes{0x00, 0x0A, 0x7F, 0x80, 0xFF};
-  EXPECT_EQ(hexDigits(ABuffer(std::span<const unsigned char>(bytes))), "000A7F80FF");
-  EXPECT_EQ(hexDigits(ABuffer()), "");
 }
 
 }  // namespace
