@@ -2,20 +2,15 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/listing.h"
 #include "base/temporary_file.h"
 #include "base/unique_fd.h"
 
 namespace kelt::base {
 namespace {
-
-struct CloseListing {
-  void operator()(DIR* listing) const { ::closedir(listing); }
-};
-using Listing = std::unique_ptr<DIR, CloseListing>;
 
 Listing listingOf(int directory) {
   // Opened anew: a listing moves the offset of its descriptor, and the caller's may be open for looking up only.
@@ -25,7 +20,9 @@ Listing listingOf(int directory) {
   return listing;
 }
 
-/// Whether a run of `owner` can have left what stands under that name.
+/// Whether a run of `owner` can have left what stands under that name. The pattern of the names is no secret: a link
+/// could lead anywhere, a file of somebody else's is not ours to remove, and what has a second name is in use under
+/// that.
 bool bLeftBy(uid_t owner, int directory, const char* name) {
   if (!bTemporaryName(name)) return false;
   struct stat info {};

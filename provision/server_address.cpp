@@ -2,17 +2,13 @@
 
 #include <array>
 #include <curl/curl.h>
-#include <memory>
 #include <optional>
 
 #include "platform/network_util.h"
+#include "provision/handles.h"
 
 namespace kelt::provision {
 namespace {
-
-struct FreeList {
-  void operator()(addrinfo* list) const { ::freeaddrinfo(list); }
-};
 
 /// The scope of one resolved address, where it is an IPv6 address that carries one.
 std::optional<unsigned int> scopeOf(ANetworkUtil& network, const addrinfo& entry) {
@@ -30,6 +26,7 @@ std::optional<unsigned int> scopeOf(ANetworkUtil& network, const addrinfo& entry
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 bool split_host_and_port(std::string server, std::string& host, std::string& port) {
+  // In brackets a colon is a part of an IPv6 address, after them it is the port's.
   const std::size_t bracket = server.rfind(']');
   if (bracket == std::string::npos) {
     const std::size_t colon = server.rfind(':');
@@ -50,7 +47,7 @@ void setAddressScopeIfRequired(void* curl, const std::string& host, const std::s
   ANetworkUtil network;
   addrinfo* found = nullptr;
   if (network.qveCreateAddrinfo(host, port, &found, false) != 0) return;
-  const std::unique_ptr<addrinfo, FreeList> list(found);
+  const Addresses list(found);
   for (const addrinfo* entry = list.get(); entry != nullptr; entry = entry->ai_next) {
     // The first one decides, as libcurl takes one scope for all addresses.
     if (const auto scope = scopeOf(network, *entry)) {

@@ -2,10 +2,10 @@
 
 #include <array>
 #include <curl/curl.h>
-#include <memory>
 #include <netdb.h>
 
 #include "platform/network_util.h"
+#include "provision/handles.h"
 #include "provision/server_address.h"
 #include "provision/server_certificate.h"
 #include "provision/transfer.h"
@@ -17,30 +17,18 @@ namespace {
 constexpr long kPatienceMilliseconds = 5000;
 constexpr const char* kDefaultPort = "8443";
 
-struct FreeList {
-  void operator()(addrinfo* list) const { ::freeaddrinfo(list); }
-};
-struct EndProbe {
-  void operator()(CURL* curl) const {
-    curl_easy_cleanup(curl);
-    curl_global_cleanup();
-  }
-};
-using Transfer = std::unique_ptr<CURL, EndProbe>;
-
 /// What the callbacks of one exchange share. They run inside a C library: none of them lets an exception out.
 struct Exchange {
   CURL* curl = nullptr;
   const ProbeFacts& tell;
-  bool bTold = false;
 };
 
-void tellTls(Exchange& exchange) {
+void tellTls(const Exchange& exchange) {
   curl_tlssessioninfo* session = nullptr;
   if (curl_easy_getinfo(exchange.curl, CURLINFO_TLS_SSL_PTR, &session) != CURLE_OK || session == nullptr) return;
+  // With another library the pointer leads to something else.
   if (session->backend != CURLSSLBACKEND_OPENSSL || session->internals == nullptr) return;
   tellConnection(session->internals, exchange.tell);
-  exchange.bTold = true;
 }
 
 /// Called once the connection is there, before anything is asked.
@@ -69,7 +57,7 @@ bool tellAddresses(const std::string& host, const std::string& port, const Probe
     tell("unresolved", ::gai_strerror(failure));
     return false;
   }
-  const std::unique_ptr<addrinfo, FreeList> list(found);
+  const Addresses list(found);
   for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
     std::array<char, NI_MAXHOST> text{};
     if (::getnameinfo(entry->ai_addr, entry->ai_addrlen, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST) != 0)
@@ -85,9 +73,11 @@ bool tellAddresses(const std::string& host, const std::string& port, const Probe
 void setOptions(Exchange& exchange, const std::string& url, std::array<char, CURL_ERROR_SIZE>& reason) {
   CURL* const curl = exchange.curl;
   curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+  // Not verified, as the exchange itself does not: what is shown is what that would meet.
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
   curl_easy_setopt(curl, CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
+  // Its time-outs without SIGALRM, which is for the whole process.
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, kPatienceMilliseconds);
   curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
@@ -98,6 +88,7 @@ void setOptions(Exchange& exchange, const std::string& url, std::array<char, CUR
   curl_easy_setopt(curl, CURLOPT_PREREQDATA, &exchange);
 }
 
+/// Whether libcurl could do what a server offers as Negotiate; it would try that first.
 bool bNegotiates() {
   const auto features = static_cast<unsigned>(curl_version_info(CURLVERSION_NOW)->features);
   return (features & CURL_VERSION_SPNEGO) != 0;

@@ -1,10 +1,10 @@
 #include "provision/transfer.h"
 
 #include <curl/curl.h>
-#include <memory>
 #include <new>
 
 #include "base/console.h"
+#include "provision/handles.h"
 #include "provision/messages.h"
 #include "provision/server_address.h"
 #include "provision/wiping_memory.h"
@@ -17,15 +17,6 @@ Reply serverReply(sB64data);
 const char* const kPackagePath = "/remote/RepositoryMgmt.PackageManagedAgentFilesCmd.do";
 
 namespace {
-
-/// A handle, which holds the password, and what libcurl holds for all of them.
-struct EndTransfer {
-  void operator()(CURL* curl) const {
-    curl_easy_cleanup(curl);
-    curl_global_cleanup();
-  }
-};
-using Transfer = std::unique_ptr<CURL, EndTransfer>;
 
 /// Sets a text without which the request would be another one. libcurl copies it; without memory it goes on without.
 void setText(CURL* curl, CURLoption option, const std::string& text) {
@@ -52,6 +43,7 @@ void setOptions(CURL* curl, const ServerAccess& access) {
   setText(curl, CURLOPT_URL, url);
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
+  // As the server asks: libcurl takes the best that it offers, and sends no password before that.
   curl_easy_setopt(curl, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_ANY));
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, Write_Callback);
   setText(curl, CURLOPT_USERNAME, access.user);

@@ -2,11 +2,11 @@
 // The configuration of the agent and of the products that it hosts: a directory for each below the configuration
 // directory, and in it a "config.xml", an element per value.
 
-#include <dirent.h>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "base/listing.h"
 #include "base/result.h"
 
 namespace kelt::platform {
@@ -94,17 +94,13 @@ class ConfigDirectory {
   [[nodiscard]] Result<ConfigFile> loadAgent(ConfigUse use = ConfigUse::kDecides);
 
  private:
-  struct Close {
-    void operator()(DIR* stream) const { ::closedir(stream); }
-  };
-
   std::string m_path;
-  std::unique_ptr<DIR, Close> m_stream;
-  int m_openErrno = 0;
-  int m_examineErrno = 0;
-  int m_listErrno = 0;
+  base::Listing m_stream;
+  int m_openErrno = 0;     ///< why it is not open
+  int m_examineErrno = 0;  ///< why it could not be examined
+  int m_listErrno = 0;     ///< the last reason for which something was passed over, or the list broken off
   State m_state = State::kInaccessible;
-  const char* m_whyNotTrusted = nullptr;
+  const char* m_whyNotTrusted = nullptr;  ///< null where it is trusted
 };
 
 }  // namespace kelt::platform

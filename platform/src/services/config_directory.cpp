@@ -1,6 +1,7 @@
 #include "platform/config_directory.h"
 
 #include <cerrno>
+#include <dirent.h>
 #include <sys/stat.h>
 #include <utility>
 
@@ -31,10 +32,12 @@ bool bLeadsNowhere(int error) {
 bool bDirectoryIn(int directory, const std::string& name, int& error) {
   struct stat info {};
   if (::fstatat(directory, name.c_str(), &info, 0) == 0) return S_ISDIR(info.st_mode);
+  // A product may hide there. The name is passed over, and listed() says that something was.
   if (!bLeadsNowhere(errno)) error = errno;
   return false;
 }
 
+/// In messages a file has one path, however the directory was given.
 std::string withoutSlashAtEnd(std::string path) {
   while (path.size() > 1 && path.back() == '/')
     path.pop_back();
@@ -96,6 +99,7 @@ Status ConfigDirectory::usable() const {
 }
 
 bool ConfigDirectory::bRefusedBySystem() const noexcept {
+  // These two tell something of the device, which will be the same at the next look; all others of the moment.
   if (m_state == State::kInaccessible) return m_examineErrno != ENOENT && m_examineErrno != ENOTDIR;
   return m_state == State::kUnreadable;
 }
@@ -138,8 +142,10 @@ std::string ConfigDirectory::fileOf(const std::string& name) const {
 Result<ConfigFile> ConfigDirectory::load(const std::string& name, ConfigUse use) const {
   const bool bTrusted = use == ConfigUse::kDecides;
   if (const Status judged = usable(); bTrusted && !judged) return judged.error();
+  // For whoever only wants to know, a directory will do that is not trusted; one that does not open will not.
   if (!m_stream) return base::systemError("open " + m_path, m_openErrno);
   const std::string path = fileOf(name);
+  // From the directory that was judged, wherever its path leads by now.
   const auto opened = base::openTrusted(::dirfd(m_stream.get()), m_path, name + "/" + paths::kConfigFile,
                                         bTrusted ? kRootOnly : kAnybody);
   if (!opened) return opened.error().kind == ErrorKind::kRefused ? about(path, opened.error()) : opened.error();
@@ -153,6 +159,7 @@ Result<ConfigFile> ConfigDirectory::load(const std::string& name, ConfigUse use)
 Result<ConfigFile> ConfigDirectory::loadAgent(ConfigUse use) {
   if (const Status judged = usable(); !judged) return judged.error();
   const auto name = nextAgent();
+  // Where the agent was found, it does not matter what else could not be read.
   if (const Status all = listed(); !name && !all) return all.error();
   if (!name) return Error{ErrorKind::kNotFound, 0, m_path + ": no directory of the agent"};
   return load(*name, use);
