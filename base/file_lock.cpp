@@ -5,10 +5,16 @@
 namespace kelt::base {
 namespace {
 
-bool control(int fd, int command, short type) {
+struct flock wholeFile(short type) {
   struct flock whole {};  // a length of 0 is to the end, wherever that will be; l_pid has to be 0 for these locks
   whole.l_type = type;
   whole.l_whence = SEEK_SET;
+  return whole;
+}
+
+/// Does `command` by a lock of that type (F_RDLCK, F_WRLCK or F_UNLCK) over all of the file, however long it grows.
+bool control(int fd, int command, short type) {
+  struct flock whole = wholeFile(type);
   return ::fcntl(fd, command, &whole) == 0;
 }
 
@@ -28,6 +34,13 @@ bool waitForFileLock(int fd, FileLock kind) {
 
 bool releaseFileLock(int fd) {
   return control(fd, F_OFD_SETLK, F_UNLCK);
+}
+
+std::optional<bool> lookForOtherLock(int fd) {
+  // Asked for one that nothing else may stand beside, so that shared locks are found too.
+  struct flock whole = wholeFile(F_WRLCK);
+  if (::fcntl(fd, F_OFD_GETLK, &whole) != 0) return std::nullopt;
+  return whole.l_type != F_UNLCK;
 }
 
 bool bStillNamed(const std::string& path, const struct stat& opened) {

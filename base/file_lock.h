@@ -1,6 +1,7 @@
 #pragma once
 // Locks of whole files, between processes.
 
+#include <optional>
 #include <string>
 #include <sys/stat.h>  // IWYU pragma: keep
 
@@ -23,6 +24,10 @@ enum class FileLock { kShared, kExclusive };
 /// Gives the lock up. False, with errno, when the system refuses. A descriptor that holds none has nothing to give up,
 /// which is done.
 bool releaseFileLock(int fd);
+
+/// Looks whether the lock of another open file description is on the file of `fd`, which may be open for reading alone.
+/// Takes none. Nothing, with errno, when the system does not tell.
+[[nodiscard]] std::optional<bool> lookForOtherLock(int fd);
 
 /// Whether `path` itself still names the file whose fstat said `opened`; a symbolic link there is another file. To be
 /// asked under the lock, as others may have moved or removed the file after it was opened. False also when the system

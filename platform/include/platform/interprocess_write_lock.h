@@ -40,6 +40,6 @@ class InterProcessWriteLock {
   static void cleanSemaphore(const std::string& name);
 
  private:
-  std::string m_path;
-  kelt::base::UniqueFd m_fd;
+  std::string m_path;         ///< empty for a name that no lock can have
+  kelt::base::UniqueFd m_fd;  ///< of the locked file; none while the lock is not held
 };

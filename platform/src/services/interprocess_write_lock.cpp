@@ -26,6 +26,7 @@ using kelt::base::systemError;
 using kelt::base::UniqueFd;
 using kelt::platform::AlarmedWait;
 
+/// A name with a slash leads out of the directory, and so does ".."; others with a point in front are hidden.
 bool bPlainName(const std::string& name) {
   return !name.empty() && name.front() != '.' && name.find('/') == std::string::npos;
 }
@@ -42,6 +43,7 @@ Error refused(const std::string& path, const char* why) {
 /// An error where somebody other than `owner` could put or replace files in the directory.
 Status judgeDirectory(const std::string& directory, uid_t owner) {
   struct stat info {};
+  // The name itself: a link could lead elsewhere once it was judged.
   if (::lstat(directory.c_str(), &info) != 0) return systemError("examine " + directory);
   if (!S_ISDIR(info.st_mode)) return refused(directory, "is not a directory");
   if (info.st_uid != owner) return refused(directory, "belongs to somebody else");
@@ -62,6 +64,7 @@ Status judgeFile(const struct stat& info, const std::string& path, uid_t owner) 
   if (!S_ISREG(info.st_mode)) return refused(path, "is not a regular file");
   if (info.st_uid != owner) return refused(path, "belongs to somebody else");
   if (info.st_nlink > 1) return refused(path, "has other names");
+  // Whoever can open it can hold its lock, and so keep every run waiting.
   if ((info.st_mode & 077U) != 0) return refused(path, "can be opened by others");
   return {};
 }
@@ -75,6 +78,7 @@ Status safeFile(int fd, const std::string& path) {
 Result<UniqueFd> openLockFile(const std::string& path) {
   if (path.empty()) return Error{ErrorKind::kNotFound, 0, "no name of a lock"};
   if (const Status safe = safeDirectory(); !safe) return safe.error();
+  // Whatever stands there is only opened, neither followed nor waited for, and judged by the descriptor then.
   constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   UniqueFd fd(retryInterrupted([&] { return ::open(path.c_str(), kFlags, 0600); }));
   if (!fd) return systemError("open " + path);
@@ -95,6 +99,7 @@ bool takeAtOnce(int fd) {
 bool takeWaiting(int fd, const AlarmedWait& wait) {
   while (!wait.bOver()) {
     if (kelt::base::waitForFileLock(fd, FileLock::kExclusive)) return true;
+    // Any signal may have come; only the alarm ends the wait.
     if (errno != EINTR) return false;
   }
   return false;
@@ -125,6 +130,7 @@ InterProcessWriteLock::~InterProcessWriteLock() {
 }
 
 bool InterProcessWriteLock::lock(unsigned int seconds) {
+  // Mostly it is free, and then the caller's alarm and its handler are left alone.
   if (tryLock() != 0) return true;
   const AlarmedWait wait(seconds);
   m_fd = acquire(
@@ -154,17 +160,16 @@ Result<bool> InterProcessWriteLock::held(const std::string& name, uid_t owner) {
   if (path.empty()) return refused(name, "is no name of a lock");
   const Status safe = judgeDirectory(kelt::platform::paths::kLockDir, owner);
   if (!safe) return unlessMissing(safe.error());
+  // Before it is opened: whoever only looks should not open what strangers may have put there.
   struct stat info {};
   if (::lstat(path.c_str(), &info) != 0) return unlessMissing(systemError("examine " + path));
   if (const Status judged = judgeFile(info, path, owner); !judged) return judged.error();
   constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   const UniqueFd fd(retryInterrupted([&] { return ::open(path.c_str(), kFlags); }));
   if (!fd) return unlessMissing(systemError("open " + path));
-  struct flock whole {};
-  whole.l_type = F_WRLCK;
-  whole.l_whence = SEEK_SET;
-  if (::fcntl(fd.get(), F_OFD_GETLK, &whole) != 0) return systemError("examine the lock of " + path);
-  return whole.l_type != F_UNLCK;
+  const auto other = kelt::base::lookForOtherLock(fd.get());
+  if (!other) return systemError("examine the lock of " + path);
+  return *other;
 }
 
 void InterProcessWriteLock::cleanSemaphore(const std::string& name) {

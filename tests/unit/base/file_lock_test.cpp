@@ -41,6 +41,22 @@ TEST_F(FileLocks, ThatCannotBeTakenLeaveTheOneThatIsHeld) {
   EXPECT_FALSE(tryFileLock(other.get(), FileLock::kExclusive)) << "the first one is still shared";
 }
 
+TEST_F(FileLocks, OfOthersAreSeenWithoutTakingOne) {
+  const UniqueFd one = opened();
+  const UniqueFd reading(::open(kPath, O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(lookForOtherLock(reading.get()), false);
+  for (const FileLock kind : {FileLock::kShared, FileLock::kExclusive}) {
+    ASSERT_TRUE(tryFileLock(one.get(), kind));
+    EXPECT_EQ(lookForOtherLock(reading.get()), true);
+    EXPECT_EQ(lookForOtherLock(one.get()), false) << "its own is no other";
+  }
+  ASSERT_TRUE(releaseFileLock(one.get()));
+  EXPECT_EQ(lookForOtherLock(reading.get()), false);
+  EXPECT_TRUE(tryFileLock(one.get(), FileLock::kExclusive)) << "none was taken by looking";
+  EXPECT_EQ(lookForOtherLock(-1), std::nullopt);
+  EXPECT_EQ(errno, EBADF);
+}
+
 TEST_F(FileLocks, OutliveOtherDescriptorsOfTheFile) {
   const UniqueFd one = opened();
   ASSERT_TRUE(tryFileLock(one.get(), FileLock::kExclusive));
