@@ -18,7 +18,7 @@ std::span<const unsigned char> bytesOf(std::string_view text) {
   return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
 }
 
-bool bHideProc() {
+bool hideProc() {
   return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
          ::mount("none", "/proc", "tmpfs", 0, nullptr) == 0;
 }
@@ -44,6 +44,6 @@ kelt::base::Status perform(std::string_view operation, const std::string& path) 
 int main(int argc, char** argv) {
   const bool bWithoutProc = argc == 4 && std::string_view(argv[1]) == "without-proc";
   if (argc != 3 && !bWithoutProc) return 2;
-  if (bWithoutProc && !bHideProc()) return 3;
+  if (bWithoutProc && !hideProc()) return 3;
   return perform(argv[argc - 2], argv[argc - 1]).ok() ? 0 : 1;
 }

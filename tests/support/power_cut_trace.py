@@ -23,7 +23,7 @@ def words(arguments):
 
 
 def number(word):
-    """A descriptor, which strace shows with the path behind it."""
+    """A descriptor, which strace shows with the path after it."""
     return int(word.split("<")[0])
 
 

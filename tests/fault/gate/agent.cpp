@@ -50,12 +50,12 @@ Text inDirectory(const char* name) {
   return Text("/run/agent/").add(name);
 }
 
-bool bAppended(const Text& path, const Text& text) {
+bool append(const Text& path, const Text& text) {
   const long fd = systemCall(SYS_open, addressOf(path.text()), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
   return fd >= 0 && systemCall(SYS_write, fd, addressOf(text.text()), text.length()) == text.length();
 }
 
-bool bGone(const Text& path) {
+bool removeFile(const Text& path) {
   return systemCall(SYS_unlink, addressOf(path.text())) == 0;
 }
 
@@ -64,11 +64,11 @@ int act(int count, char** arguments) {
   const char* const verb = arguments[1];
   const char* const plugIn = count > 2 ? arguments[2] : "";
   systemCall(SYS_umask, 022);
-  if (!bAppended(inDirectory("calls"), Text(verb).add(count > 2 ? " " : "").add(plugIn).add("\n"))) return 1;
-  if (bSame(verb, "start")) return bAppended(inDirectory("running"), Text("")) ? 0 : 1;
-  if (bSame(verb, "stop")) return bGone(inDirectory("running")) ? 0 : 1;
-  if (bSame(verb, "load")) return bAppended(inDirectory("plugin-").add(plugIn), Text("")) ? 0 : 1;
-  if (bSame(verb, "unload")) return bGone(inDirectory("plugin-").add(plugIn)) ? 0 : 1;
+  if (!append(inDirectory("calls"), Text(verb).add(count > 2 ? " " : "").add(plugIn).add("\n"))) return 1;
+  if (bSame(verb, "start")) return append(inDirectory("running"), Text("")) ? 0 : 1;
+  if (bSame(verb, "stop")) return removeFile(inDirectory("running")) ? 0 : 1;
+  if (bSame(verb, "load")) return append(inDirectory("plugin-").add(plugIn), Text("")) ? 0 : 1;
+  if (bSame(verb, "unload")) return removeFile(inDirectory("plugin-").add(plugIn)) ? 0 : 1;
   return 2;
 }
 

@@ -35,8 +35,7 @@ class Exceptions {
  public:
   /// Reads lines of eight fields between "|": name, kind, commands, modes, roles, refused calls, part of the detail,
   /// reason. Lists have commas; "*" allows anything. A name that ends in "?" is of what shows in some runs only. "#"
-  /// begins a comment. Throws std::runtime_error with the line that
-  /// is not like that.
+  /// begins a comment. Throws std::runtime_error with the line that is not like that.
   explicit Exceptions(const std::string& text);
 
   /// True, and counted, when one of them matches.

@@ -137,7 +137,7 @@ struct Plans {
 };
 
 /// Runs everything without faults; false, with a message, where that is not as it should be.
-bool bPlanned(Plans& plans, Trials& trials) {
+bool plan(Plans& plans, Trials& trials) {
   bool bSound = true;
   for (Command& command : plans.suite.commands) {
     plans.undisturbed.push_back(trials.undisturbed(command));
@@ -243,7 +243,7 @@ int run(const Options& options) {
     servers.push_back(startServer(plans.suite.reply));
   const ConsoleTexts texts(files.documents);
   Trials trials(plans.suite, texts, serverSetting(options, servers[0].port, "first"));
-  if (!bPlanned(plans, trials)) return 1;
+  if (!plan(plans, trials)) return 1;
 
   if (!options.calls.empty()) return listCalls(options.calls, plans);
   if (const auto point = pointNamed(options.only, plans.suite)) return tryOne(*point, plans, trials);

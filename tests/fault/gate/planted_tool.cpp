@@ -33,7 +33,7 @@ bool bMistaken(std::string_view name) {
   return mistake == name;
 }
 
-bool bWritten(int fd, std::string_view text) {
+bool writeText(int fd, std::string_view text) {
   return ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
@@ -42,23 +42,23 @@ void say(std::string_view text) {
 }
 
 /// Replaces `path` by way of `temporary`, which is gone again when that fails.
-bool bReplaced(const char* path, const char* temporary, std::string_view content) {
+bool replaceFile(const char* path, const char* temporary, std::string_view content) {
   const bool bOpen = bMistaken("world-readable");
   const int fd = ::open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, bOpen ? 0644 : 0600);
   if (fd < 0) return false;
-  bool bDone = bWritten(fd, content) && ::fchmod(fd, 0600) == 0 && ::fsync(fd) == 0;
+  bool bDone = writeText(fd, content) && ::fchmod(fd, 0600) == 0 && ::fsync(fd) == 0;
   bDone = ::close(fd) == 0 && bDone;
   if (bDone && ::rename(temporary, path) == 0) return true;
   if (!bMistaken("keeps-temporary")) ::unlink(temporary);
   return false;
 }
 
-bool bReplacedInPlace(const char* path, std::string_view content) {
+bool replaceInPlace(const char* path, std::string_view content) {
   const int fd = ::open(path, O_WRONLY | O_TRUNC | O_CLOEXEC);
-  return fd >= 0 && bWritten(fd, content) && ::close(fd) == 0;
+  return fd >= 0 && writeText(fd, content) && ::close(fd) == 0;
 }
 
-bool bSecretCopied() {
+bool copySecret() {
   std::array<char, 4096> bytes{};
   const int fd = ::open(kSource, O_RDONLY | O_CLOEXEC);
   if (fd < 0) return false;
@@ -67,9 +67,9 @@ bool bSecretCopied() {
   if (got <= 0) return false;
   const std::string_view secret(bytes.data(), static_cast<std::size_t>(got));
   if (bMistaken("shows-secret")) say(secret);
-  if (!bMistaken("borrows-source")) return bReplaced(kSecret, kTemporarySecret, secret);
+  if (!bMistaken("borrows-source")) return replaceFile(kSecret, kTemporarySecret, secret);
   ::unlink(kSource);
-  return bReplaced(kSecret, kTemporarySecret, secret) && bReplaced(kSource, kTemporarySource, secret);
+  return replaceFile(kSecret, kTemporarySecret, secret) && replaceFile(kSource, kTemporarySource, secret);
 }
 
 void command(const char* verb) {
@@ -81,10 +81,10 @@ void command(const char* verb) {
   if (child > 0) ::waitpid(child, nullptr, 0);
 }
 
-bool bWorked() {
+bool work() {
   const bool bNew =
-      bMistaken("writes-in-place") ? bReplacedInPlace(kData, kContent) : bReplaced(kData, kTemporary, kContent);
-  return bNew && bSecretCopied();
+      bMistaken("writes-in-place") ? replaceInPlace(kData, kContent) : replaceFile(kData, kTemporary, kContent);
+  return bNew && copySecret();
 }
 
 int failed() {
@@ -98,7 +98,7 @@ int failed() {
 }
 
 /// Memory for which the heap has to grow.
-bool bMemoryGiven() {
+bool takeMemory() {
   constexpr std::size_t kSize = 100000;
   void* const memory = std::malloc(kSize);
   if (memory != nullptr) std::memset(memory, 1, kSize);
@@ -126,10 +126,10 @@ int main(int argc, char** argv) {
     for (const char* left : {kTemporary, kTemporarySecret})
       ::unlink(left);
   }
-  if (bMistaken("wants-memory") && !bMemoryGiven()) std::abort();
+  if (bMistaken("wants-memory") && !takeMemory()) std::abort();
   if (bMistaken("leaves-process")) leaveProcess();
   if (bMistaken("touches-agent") || bMistaken("leaves-agent-stopped")) command("stop");
-  const bool bDone = bWorked();
+  const bool bDone = work();
   if (!bDone && bMistaken("leaves-agent-stopped")) return failed();
   if (bMistaken("touches-agent") || bMistaken("leaves-agent-stopped")) command("start");
   if (!bDone) return failed();

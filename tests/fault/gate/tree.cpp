@@ -20,8 +20,8 @@ namespace {
 constexpr std::array kTops = {"/etc/orv.d", "/opt/Quorvane", "/run", "/tmp"};
 constexpr mode_t kPermissions = 07777;
 
-/// False when it cannot be read.
-bool bRead(const std::string& path, std::string& content) {
+/// Returns false when it cannot be read.
+bool readInto(const std::string& path, std::string& content) {
   const base::UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat info {};
   if (!fd || ::fstat(fd.get(), &info) != 0) return false;
@@ -35,7 +35,7 @@ Entry entryAt(const std::string& path, const struct stat& info) {
     entry.kind = 'd';
   } else if (S_ISREG(info.st_mode)) {
     entry.kind = 'f';
-    require(bRead(path, entry.content), "read " + path);
+    require(readInto(path, entry.content), "read " + path);
   } else if (S_ISLNK(info.st_mode)) {
     std::array<char, 4096> target{};
     const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
@@ -132,7 +132,7 @@ void put(Tree& tree, const std::string& path, std::string content, mode_t mode) 
 
 std::string readFile(const std::string& path) {
   std::string content;
-  require(bRead(path, content), "read " + path);
+  require(readInto(path, content), "read " + path);
   return content;
 }
 

@@ -32,13 +32,13 @@ void* word(unsigned long value) {
   return reinterpret_cast<void*>(value);  // NOLINT(performance-no-int-to-ptr)
 }
 
-/// Whether the request was granted; it is not for a process that is being killed meanwhile.
-bool bAsked(int request, pid_t pid, void* data) {
-  return ::ptrace(static_cast<__ptrace_request>(request), pid, nullptr, data) == 0;
+/// Makes a request. Returns whether it was granted; it is not for a process that is being killed meanwhile.
+bool request(int what, pid_t pid, void* data) {
+  return ::ptrace(static_cast<__ptrace_request>(what), pid, nullptr, data) == 0;
 }
 
 void goOn(pid_t pid, int signal = 0) {
-  (void)bAsked(PTRACE_CONT, pid, word(static_cast<unsigned long>(signal)));
+  (void)request(PTRACE_CONT, pid, word(static_cast<unsigned long>(signal)));
 }
 
 unsigned long entryPoint(pid_t pid) {
@@ -87,7 +87,7 @@ Follower::Follower(pid_t child, const Program& program, const Plan& plan, const 
   int status = 0;
   while (::waitpid(child, &status, __WALL) < 0 && errno == EINTR) {
   }
-  if (!WIFSTOPPED(status) || !bAsked(PTRACE_SETOPTIONS, child, word(kOptions))) {
+  if (!WIFSTOPPED(status) || !request(PTRACE_SETOPTIONS, child, word(kOptions))) {
     std::fprintf(stderr, "injector: the system does not let processes be followed\n");
     std::exit(99);
   }
@@ -155,7 +155,7 @@ void Follower::attached(pid_t pid, Process& process) {
 
 void Follower::forked(pid_t pid, Process& process) {
   unsigned long child = 0;
-  if (bAsked(PTRACE_GETEVENTMSG, pid, &child)) {
+  if (request(PTRACE_GETEVENTMSG, pid, &child)) {
     Process& made = m_processes[static_cast<pid_t>(child)];
     made.name = process.name + "." + std::to_string(++process.forks);
     made.bCounted = process.bCounted;
@@ -175,7 +175,7 @@ void Follower::setBreakpoint(pid_t pid, unsigned long address) {
 void Follower::removeBreakpoint(pid_t pid, user_regs_struct& registers) {
   ::ptrace(PTRACE_POKETEXT, pid, word(m_breakpoint), word(static_cast<unsigned long>(m_word)));
   registers.rip = m_breakpoint;
-  (void)bAsked(PTRACE_SETREGS, pid, &registers);
+  (void)request(PTRACE_SETREGS, pid, &registers);
 }
 
 void Follower::executed(pid_t pid, Process& process) {
@@ -193,9 +193,9 @@ void Follower::executed(pid_t pid, Process& process) {
 bool Follower::stepToMain(pid_t pid, user_regs_struct& registers) {
   for (unsigned steps = 0; steps < kEntryLength; ++steps) {
     int status = 0;
-    if (!bAsked(PTRACE_SINGLESTEP, pid, nullptr) || ::waitpid(pid, &status, __WALL) != pid || !WIFSTOPPED(status))
+    if (!request(PTRACE_SINGLESTEP, pid, nullptr) || ::waitpid(pid, &status, __WALL) != pid || !WIFSTOPPED(status))
       return false;
-    if (!bAsked(PTRACE_GETREGS, pid, &registers)) return false;
+    if (!request(PTRACE_GETREGS, pid, &registers)) return false;
     if (registers.rip - m_entry >= kEntryLength) return true;
   }
   return false;
@@ -204,7 +204,7 @@ bool Follower::stepToMain(pid_t pid, user_regs_struct& registers) {
 /// True when the stop was at a breakpoint of ours.
 bool Follower::atEntry(pid_t pid, Process& process) {
   user_regs_struct registers{};
-  if (pid != m_child || process.bCounted || !bAsked(PTRACE_GETREGS, pid, &registers)) return false;
+  if (pid != m_child || process.bCounted || !request(PTRACE_GETREGS, pid, &registers)) return false;
   if (registers.rip != m_breakpoint + 1) return false;
   removeBreakpoint(pid, registers);
   if (m_breakpoint != m_entry) {
@@ -235,7 +235,7 @@ bool Follower::bCountedNow(const SystemCall& call, Process& process) {
 void Follower::called(pid_t pid, Process& process) {
   user_regs_struct registers{};
   const bool bWaited = process.name == "0" && !m_begin.empty();
-  if (!(process.bCounted || bWaited) || !bAsked(PTRACE_GETREGS, pid, &registers)) return goOn(pid);
+  if (!(process.bCounted || bWaited) || !request(PTRACE_GETREGS, pid, &registers)) return goOn(pid);
   const SystemCall call = callIn(pid, registers);
   if (!bCountedNow(call, process)) return goOn(pid);
   if (m_watcher) process.visible = madeVisible(call);
@@ -248,14 +248,14 @@ void Follower::called(pid_t pid, Process& process) {
     ::usleep(kNap);
     registers.orig_rax = static_cast<unsigned long long>(-1);
     registers.rax = 0;
-    (void)bAsked(PTRACE_SETREGS, pid, &registers);
+    (void)request(PTRACE_SETREGS, pid, &registers);
   }
   letThrough(pid, process);
 }
 
 /// Lets the call be made, up to its end where that has to be looked at.
 void Follower::letThrough(pid_t pid, const Process& process) {
-  process.visible.empty() ? goOn(pid) : (void)bAsked(PTRACE_SYSCALL, pid, nullptr);
+  process.visible.empty() ? goOn(pid) : (void)request(PTRACE_SYSCALL, pid, nullptr);
 }
 
 /// True when the process was dealt with, and goes on or has ended.
@@ -312,19 +312,19 @@ void Follower::refuse(int error, const SystemCall& call, Process& process, user_
   process.visible.clear();
   if (bClose(call.number)) {  // the descriptor is gone all the same
     process.result = -error;
-    (void)bAsked(PTRACE_SYSCALL, call.process, nullptr);
+    (void)request(PTRACE_SYSCALL, call.process, nullptr);
     return;
   }
   if (bBreak(call.number)) {  // which reports by the break that it leaves: ask for that
     process.argument = registers.rdi;
     registers.rdi = 0;
-    (void)bAsked(PTRACE_SETREGS, call.process, &registers);
-    (void)bAsked(PTRACE_SYSCALL, call.process, nullptr);
+    (void)request(PTRACE_SETREGS, call.process, &registers);
+    (void)request(PTRACE_SYSCALL, call.process, nullptr);
     return;
   }
   registers.orig_rax = static_cast<unsigned long long>(-1);
   registers.rax = static_cast<unsigned long long>(-error);
-  (void)bAsked(PTRACE_SETREGS, call.process, &registers);
+  (void)request(PTRACE_SETREGS, call.process, &registers);
   goOn(call.process);
 }
 
@@ -333,10 +333,10 @@ void Follower::refuse(int error, const SystemCall& call, Process& process, user_
 void Follower::returned(pid_t pid, Process& process) {
   tellWatcher(process);
   user_regs_struct registers{};
-  if ((process.result || process.argument) && bAsked(PTRACE_GETREGS, pid, &registers)) {
+  if ((process.result || process.argument) && request(PTRACE_GETREGS, pid, &registers)) {
     if (process.result) registers.rax = static_cast<unsigned long long>(*std::exchange(process.result, std::nullopt));
     if (process.argument) registers.rdi = *std::exchange(process.argument, std::nullopt);
-    (void)bAsked(PTRACE_SETREGS, pid, &registers);
+    (void)request(PTRACE_SETREGS, pid, &registers);
   }
   goOn(pid);
 }
@@ -346,7 +346,7 @@ void Follower::terminateBefore(pid_t pid, Process& process, user_regs_struct& re
   registers.rip -= kCallLength;
   registers.rax = registers.orig_rax;
   registers.orig_rax = static_cast<unsigned long long>(-1);
-  (void)bAsked(PTRACE_SETREGS, pid, &registers);
+  (void)request(PTRACE_SETREGS, pid, &registers);
   process.bRepeats = true;
   process.visible.clear();
   ::kill(pid, SIGTERM);

@@ -22,7 +22,7 @@ class CustomPropertiesTest : public tests::PrivateDevice {
   }
 
   /// Writes one property alone.
-  bool bWrite(std::wstring value, int number) { return m_data.writeCustomProps(value, number); }
+  bool write(std::wstring value, int number) { return m_data.writeCustomProps(value, number); }
 
   /// Replaces the file by what is set; returns what was printed.
   std::string replace() {
@@ -44,7 +44,7 @@ class CustomPropertiesTest : public tests::PrivateDevice {
 };
 
 TEST_F(CustomPropertiesTest, OnePropertyMakesANewFile) {
-  EXPECT_TRUE(bWrite(L"B", 2));
+  EXPECT_TRUE(write(L"B", 2));
   EXPECT_EQ(elements(), R"(<CustomProperties><CustomProps2 value="B"/></CustomProperties>)");
 }
 
@@ -53,44 +53,44 @@ TEST_F(CustomPropertiesTest, TheFileIsTheAgentsWhateverWasConfiguredBefore) {
   tests::putFile("/tmp/conf/ZENTORAGENT/config.xml",
                  "<Configuration><FrameworkDataDirectory>/tmp</FrameworkDataDirectory></Configuration>");
   configuration.SetConfigurationDirectory(L"/tmp/conf");
-  EXPECT_TRUE(bWrite(L"A", 1));
+  EXPECT_TRUE(write(L"A", 1));
   EXPECT_TRUE(tests::exists(kFile));
   EXPECT_FALSE(tests::exists("/tmp/CustomProps.xml"));
 }
 
-TEST_F(CustomPropertiesTest, AFurtherPropertyIsAddedBehindTheOthers) {
-  EXPECT_TRUE(bWrite(L"D", 4));
-  EXPECT_TRUE(bWrite(L"A", 1));
+TEST_F(CustomPropertiesTest, AFurtherPropertyIsAddedAfterTheOthers) {
+  EXPECT_TRUE(write(L"D", 4));
+  EXPECT_TRUE(write(L"A", 1));
   EXPECT_EQ(elements(), R"(<CustomProperties><CustomProps4 value="D"/><CustomProps1 value="A"/></CustomProperties>)");
 }
 
 TEST_F(CustomPropertiesTest, TextsAreKeptWhateverTheyHold) {
-  EXPECT_TRUE(bWrite(L"<a> & \"b\" 'c' \u00e9\u20ac", 1));
+  EXPECT_TRUE(write(L"<a> & \"b\" 'c' \u00e9\u20ac", 1));
   const std::string written = elements();
   EXPECT_NE(written.find("&lt;a"), std::string::npos) << written;
   EXPECT_NE(written.find("&amp; &quot;b&quot; 'c' \xc3\xa9\xe2\x82\xac\"/>"), std::string::npos) << written;
 }
 
 TEST_F(CustomPropertiesTest, ATextThatXmlCannotHoldLeavesTheFile) {
-  EXPECT_TRUE(bWrite(L"A", 1));
+  EXPECT_TRUE(write(L"A", 1));
   const std::string before = tests::contentOf(kFile);
-  EXPECT_FALSE(bWrite(L"\x01", 2));
+  EXPECT_FALSE(write(L"\x01", 2));
   EXPECT_EQ(tests::contentOf(kFile), before);
 }
 
 TEST_F(CustomPropertiesTest, AFileThatDoesNotLoadIsLeftAsItIs) {
   tests::putFile(kFile, "<CustomProperties>");
-  EXPECT_FALSE(bWrite(L"A", 1));
+  EXPECT_FALSE(write(L"A", 1));
   EXPECT_EQ(tests::contentOf(kFile), "<CustomProperties>");
   tests::putFile(kFile, "<Other/>");
-  EXPECT_FALSE(bWrite(L"A", 1));
+  EXPECT_FALSE(write(L"A", 1));
   EXPECT_EQ(tests::contentOf(kFile), "<Other/>");
 }
 
 TEST_F(CustomPropertiesTest, WithoutADataDirectoryNothingIsWritten) {
   tests::putDirectory("/opt/Quorvane");
   tests::resetDevice();
-  EXPECT_FALSE(bWrite(L"A", 1));
+  EXPECT_FALSE(write(L"A", 1));
   EXPECT_TRUE(tests::namesIn("/opt/Quorvane").empty());
 }
 
@@ -98,7 +98,7 @@ TEST_F(CustomPropertiesTest, GoIntoTheDataDirectoryThatTheAgentNames) {
   tests::putFile("/etc/orv.d/ZENTORAGENT/config.xml",
                  "<Configuration><FrameworkDataDirectory>/opt/Quorvane/data</FrameworkDataDirectory></Configuration>");
   tests::putDirectory("/opt/Quorvane/data");
-  EXPECT_TRUE(bWrite(L"A", 1));
+  EXPECT_TRUE(write(L"A", 1));
   EXPECT_TRUE(tests::exists("/opt/Quorvane/data/CustomProps.xml"));
   EXPECT_FALSE(tests::exists(kFile));
 }

@@ -12,7 +12,7 @@ constexpr const char* kUnsupported = "Unsupported option. Use keltconfig -h or ?
 class ParserTest : public ::testing::Test {
  protected:
   /// Parses and keeps what was printed in m_out; nothing goes to standard error.
-  bool bParse(std::initializer_list<const char*> texts) {
+  bool parse(std::initializer_list<const char*> texts) {
     tests::Arguments arguments(texts);
     bool bResult = false;
     const tests::Output output = tests::outputOf([&] { bResult = ParseCommandLineArg(arguments.get(), m_data); });
@@ -33,7 +33,7 @@ class ParserTest : public ::testing::Test {
 };
 
 TEST_F(ParserTest, RefusesAnEmptyCommandLine) {
-  EXPECT_FALSE(bParse({}));
+  EXPECT_FALSE(parse({}));
   EXPECT_EQ(m_out, "Invalid command line : No options specified. Use keltconfig -h or ? or --help for help \n");
 }
 
@@ -60,8 +60,8 @@ TEST_F(ParserTest, EverySwitchSetsItsFlagAndNoOther) {
 }
 
 TEST_F(ParserTest, StoresTheValueOfEveryOptionThatTakesOne) {
-  ASSERT_TRUE(bParse({"-checkHF", "5.7-HF1", "-conflictList", "A,B", "-d", "/tmp", "-e", "host:1", "-U", "admin", "-P",
-                      "secret", "-l", "log.txt"}));
+  ASSERT_TRUE(parse({"-checkHF", "5.7-HF1", "-conflictList", "A,B", "-d", "/tmp", "-e", "host:1", "-U", "admin", "-P",
+                     "secret", "-l", "log.txt"}));
   EXPECT_EQ(m_out, "");
   EXPECT_EQ(m_data.GetCheckVersion(), L"5.7-HF1");
   EXPECT_EQ(m_data.GetConflictList(), L"A,B");
@@ -75,7 +75,7 @@ TEST_F(ParserTest, StoresTheValueOfEveryOptionThatTakesOne) {
 }
 
 TEST_F(ParserTest, StoresEachCustomProperty) {
-  ASSERT_TRUE(bParse({"-CustomProps4", "D", "-CustomProps1", "A", "-CustomProps3", "C", "-CustomProps2", "B"}));
+  ASSERT_TRUE(parse({"-CustomProps4", "D", "-CustomProps1", "A", "-CustomProps3", "C", "-CustomProps2", "B"}));
   EXPECT_TRUE(m_data.customPropsGiven);
   EXPECT_EQ(m_data.GetCustomProp1(), L"A");
   EXPECT_EQ(m_data.GetCustomProp2(), L"B");
@@ -84,39 +84,39 @@ TEST_F(ParserTest, StoresEachCustomProperty) {
 }
 
 TEST_F(ParserTest, ALogFileIsStoredWithItsFlag) {
-  ASSERT_TRUE(bParse({"-l", "file"}));
+  ASSERT_TRUE(parse({"-l", "file"}));
   EXPECT_EQ(m_data.GetLogFile(), L"file");
   EXPECT_TRUE(m_data.logFileGiven);
 }
 
 TEST_F(ParserTest, ARepeatedOptionKeepsItsLastValue) {
-  ASSERT_TRUE(bParse({"-checkHF", "1", "-checkHF", "2", "-P", "one", "-P", "two"}));
+  ASSERT_TRUE(parse({"-checkHF", "1", "-checkHF", "2", "-P", "one", "-P", "two"}));
   EXPECT_EQ(m_data.GetCheckVersion(), L"2");
   EXPECT_TRUE(m_data.checkVersionGiven);
   EXPECT_EQ(m_data.GetZentorPassword(), L"two");
 }
 
 TEST_F(ParserTest, FlagsThatBelongToAValueNeedTheValue) {
-  EXPECT_FALSE(bParse({"-checkHF"}));
-  EXPECT_FALSE(bParse({"-conflictList"}));
-  EXPECT_FALSE(bParse({"-CustomProps1"}));
+  EXPECT_FALSE(parse({"-checkHF"}));
+  EXPECT_FALSE(parse({"-conflictList"}));
+  EXPECT_FALSE(parse({"-CustomProps1"}));
   EXPECT_FALSE(m_data.checkVersionGiven || m_data.conflictListGiven || m_data.customPropsGiven);
 }
 
 TEST_F(ParserTest, FlagsThatBelongToTheOptionDoNotNeedTheValue) {
-  EXPECT_FALSE(bParse({"-d"}));
-  EXPECT_FALSE(bParse({"-l"}));
+  EXPECT_FALSE(parse({"-d"}));
+  EXPECT_FALSE(parse({"-l"}));
   EXPECT_TRUE(m_data.sourceDirGiven && m_data.logFileGiven);
 }
 
 TEST_F(ParserTest, TakesBytesAsLatin1) {
-  ASSERT_TRUE(bParse({"-d", "\xe9\xc3\xa9"}));
+  ASSERT_TRUE(parse({"-d", "\xe9\xc3\xa9"}));
   EXPECT_EQ(m_data.GetSiteListPath(), L"\u00e9\u00c3\u00a9");
 }
 
 TEST_F(ParserTest, ShowsTheHelpForEachOfItsSpellings) {
   for (const char* spelling : {"?", "-h", "--help"}) {
-    EXPECT_FALSE(bParse({spelling, "-m"})) << spelling;
+    EXPECT_FALSE(parse({spelling, "-m"})) << spelling;
     EXPECT_TRUE(bHelpThen("")) << spelling;
     EXPECT_FALSE(m_data.managedMode) << "what follows " << spelling << " is not looked at";
   }
@@ -124,7 +124,7 @@ TEST_F(ParserTest, ShowsTheHelpForEachOfItsSpellings) {
 
 TEST_F(ParserTest, RefusesWhatIsNotExactlyAnOption) {
   for (const char* argument : {"-?", "-help", "-M", "-mu", "-", "--h", "-d=/tmp", "-CustomProps5", "-versio", "-?x"}) {
-    EXPECT_FALSE(bParse({argument, "-start"})) << argument;
+    EXPECT_FALSE(parse({argument, "-start"})) << argument;
     EXPECT_EQ(m_out, kUnsupported) << argument;
     EXPECT_FALSE(m_data.startService) << "what follows " << argument << " is not looked at";
   }
@@ -132,13 +132,13 @@ TEST_F(ParserTest, RefusesWhatIsNotExactlyAnOption) {
 }
 
 TEST_F(ParserTest, MissesAValueAtTheEnd) {
-  EXPECT_FALSE(bParse({"-m", "-d"}));
+  EXPECT_FALSE(parse({"-m", "-d"}));
   EXPECT_EQ(m_out, kMissing);
   EXPECT_TRUE(m_data.managedMode);
 }
 
 TEST_F(ParserTest, AnOptionInPlaceOfAValueIsConsumed) {
-  EXPECT_FALSE(bParse({"-d", "-m", "-u"}));
+  EXPECT_FALSE(parse({"-d", "-m", "-u"}));
   EXPECT_EQ(m_out, kMissing);
   EXPECT_FALSE(m_data.managedMode);
   EXPECT_TRUE(m_data.unmanagedMode) << "parsing goes on";
@@ -146,44 +146,44 @@ TEST_F(ParserTest, AnOptionInPlaceOfAValueIsConsumed) {
 }
 
 TEST_F(ParserTest, AskingForHelpInPlaceOfAValueMissesTheValueToo) {
-  EXPECT_FALSE(bParse({"-d", "?"}));
+  EXPECT_FALSE(parse({"-d", "?"}));
   EXPECT_TRUE(bHelpThen("Missing option argument.\n")) << m_out;
 }
 
 TEST_F(ParserTest, ReportsAnArgumentWithoutAnOptionAndGoesOn) {
-  EXPECT_FALSE(bParse({"foo", "-m", "b\xe4r"}));
+  EXPECT_FALSE(parse({"foo", "-m", "b\xe4r"}));
   EXPECT_EQ(m_out, "Argument foo passed without a valid option\nArgument b\xc3\xa4r passed without a valid option\n");
   EXPECT_TRUE(m_data.managedMode);
 }
 
 TEST_F(ParserTest, ASwitchTakesNoValue) {
-  EXPECT_FALSE(bParse({"-z", "host"}));
+  EXPECT_FALSE(parse({"-z", "host"}));
   EXPECT_EQ(m_out, "Argument host passed without a valid option\n");
   EXPECT_TRUE(m_data.provision);
 }
 
 TEST_F(ParserTest, AnEmptyArgumentEndsTheCommandLine) {
-  EXPECT_TRUE(bParse({"-m", "", "-u"}));
+  EXPECT_TRUE(parse({"-m", "", "-u"}));
   EXPECT_EQ(m_out, "");
   EXPECT_TRUE(m_data.managedMode);
   EXPECT_FALSE(m_data.unmanagedMode);
 }
 
 TEST_F(ParserTest, AnEmptyFirstArgumentIsACommandLineWithoutOptions) {
-  EXPECT_TRUE(bParse({"", "-u"}));
+  EXPECT_TRUE(parse({"", "-u"}));
   EXPECT_EQ(m_out, "");
   EXPECT_FALSE(m_data.unmanagedMode);
 }
 
 TEST_F(ParserTest, AnEmptyValueIsAMissingOne) {
-  EXPECT_FALSE(bParse({"-CustomProps2", ""}));
+  EXPECT_FALSE(parse({"-CustomProps2", ""}));
   EXPECT_EQ(m_out, kMissing);
   EXPECT_FALSE(m_data.customPropsGiven);
   EXPECT_EQ(m_data.GetCustomProp2(), L"");
 }
 
 TEST_F(ParserTest, CombinationsAreNotItsBusiness) {
-  EXPECT_TRUE(bParse({"-m", "-u", "-start", "-stop"}));
+  EXPECT_TRUE(parse({"-m", "-u", "-start", "-stop"}));
   EXPECT_TRUE(m_data.managedMode && m_data.unmanagedMode && m_data.startService && m_data.stopService);
 }
 

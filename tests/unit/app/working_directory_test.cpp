@@ -84,7 +84,7 @@ class AgentBinDirectoryTest : public WorkingDirectoryTest {
     return ::getcwd(buffer, sizeof(buffer));
   }
 
-  bool bEnter() {
+  bool enter() {
     bool bResult = false;
     m_output = tests::outputOf([&] { bResult = enterAgentBinDirectory(); });
     EXPECT_EQ(m_output.err, "");
@@ -96,7 +96,7 @@ class AgentBinDirectoryTest : public WorkingDirectoryTest {
 
 TEST_F(AgentBinDirectoryTest, IsTheUsualOneWhereTheAgentNamesNone) {
   tests::putDirectory("/opt/Quorvane/orv/bin");
-  EXPECT_TRUE(bEnter());
+  EXPECT_TRUE(enter());
   EXPECT_EQ(workingDirectory(), "/opt/Quorvane/orv/bin");
   EXPECT_EQ(m_output.out, "");
 }
@@ -105,12 +105,12 @@ TEST_F(AgentBinDirectoryTest, IsTheOneThatTheAgentNames) {
   tests::putFile("/etc/orv.d/ZENTORAGENT/config.xml",
                  "<Configuration><AgentBinDirectory>/tmp/caf\xc3\xa9</AgentBinDirectory></Configuration>");
   tests::putDirectory("/tmp/caf\xc3\xa9");
-  EXPECT_TRUE(bEnter());
+  EXPECT_TRUE(enter());
   EXPECT_EQ(workingDirectory(), "/tmp/caf\xc3\xa9");
 }
 
 TEST_F(AgentBinDirectoryTest, ThatCannotBeEnteredIsNamed) {
-  EXPECT_FALSE(bEnter());
+  EXPECT_FALSE(enter());
   EXPECT_EQ(m_output.out, "Error : Failed to change current directory to /opt/Quorvane/orv/bin\n");
   EXPECT_EQ(workingDirectory(), "/");
 }

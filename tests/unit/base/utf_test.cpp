@@ -46,7 +46,7 @@ TEST(ToWide, EscapesWhatIsBeyondTheLastCodePoint) {
   EXPECT_EQ(toWide("\xF8\xFF"), units({0xDCF8, 0xDCFF}));
 }
 
-TEST(ToWide, EscapesALoneByteAndGoesOnBehindIt) {
+TEST(ToWide, EscapesALoneByteAndGoesOnAfterIt) {
   EXPECT_EQ(toWide("a\xE9z"), units({'a', 0xDCE9, 'z'}));
   EXPECT_EQ(toWide("\x80"
                    "b"),

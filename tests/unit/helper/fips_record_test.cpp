@@ -10,7 +10,7 @@ constexpr const char* kUnusable = "Unable to use the existing file\n";
 
 class FipsRecordTest : public tests::PrivateDevice {
  protected:
-  bool bSave(std::int32_t mode) {
+  bool save(std::int32_t mode) {
     bool bResult = false;
     const tests::Output output = tests::outputOf([&] { bResult = m_agent.SaveFIPSInfoInRegistry(mode); });
     EXPECT_EQ(output.err, "");
@@ -29,7 +29,7 @@ class FipsRecordTest : public tests::PrivateDevice {
 
 TEST_F(FipsRecordTest, AddsTheElementWhereItIsMissing) {
   tests::putFile(kConfig, "<Configuration><Version>5.7</Version></Configuration>");
-  EXPECT_TRUE(bSave(2));
+  EXPECT_TRUE(save(2));
   EXPECT_EQ(tests::contentOf(kConfig),
             written("<Configuration><Version>5.7</Version><FIPSmode>0</FIPSmode></Configuration>"));
   EXPECT_EQ(m_out, "");
@@ -40,7 +40,7 @@ TEST_F(FipsRecordTest, ModesZeroAndOneAreRecordedAsOneAndAllOthersAsZero) {
                                                           {-1, "0"}, {INT32_MAX, "0"}, {INT32_MIN, "0"}};
   for (const auto& [mode, record] : records) {
     tests::putFile(kConfig, "<Configuration><FIPSmode>?</FIPSmode></Configuration>");
-    EXPECT_TRUE(bSave(mode));
+    EXPECT_TRUE(save(mode));
     EXPECT_EQ(tests::contentOf(kConfig),
               written(std::string("<Configuration><FIPSmode>") + record + "</FIPSmode></Configuration>"))
         << mode;
@@ -49,14 +49,14 @@ TEST_F(FipsRecordTest, ModesZeroAndOneAreRecordedAsOneAndAllOthersAsZero) {
 
 TEST_F(FipsRecordTest, ModeZeroTurnsARecordedZeroIntoOne) {
   tests::putFile(kConfig, "<Configuration><FIPSmode>0</FIPSmode></Configuration>");
-  EXPECT_TRUE(bSave(0));
+  EXPECT_TRUE(save(0));
   EXPECT_EQ(tests::contentOf(kConfig), written("<Configuration><FIPSmode>1</FIPSmode></Configuration>"));
 }
 
 TEST_F(FipsRecordTest, SavingTwiceLeavesOneElement) {
   tests::putFile(kConfig, "<Configuration><A/></Configuration>");
-  EXPECT_TRUE(bSave(1));
-  EXPECT_TRUE(bSave(2));
+  EXPECT_TRUE(save(1));
+  EXPECT_TRUE(save(2));
   EXPECT_EQ(tests::contentOf(kConfig), written("<Configuration><A/><FIPSmode>0</FIPSmode></Configuration>"));
 }
 
@@ -65,7 +65,7 @@ TEST_F(FipsRecordTest, EverythingElseStaysInItsPlace) {
                  "<Configuration a=\"1\"><!-- note --><FIPSmode>0</FIPSmode><B>\n x </B><FIPSmode>7</FIPSmode>"
                  "</Configuration>",
                  0640);
-  EXPECT_TRUE(bSave(1));
+  EXPECT_TRUE(save(1));
   EXPECT_EQ(tests::contentOf(kConfig),
             written("<Configuration a=\"1\"><!-- note --><FIPSmode>1</FIPSmode><B>\n x </B><FIPSmode>7</FIPSmode>"
                     "</Configuration>"));
@@ -73,14 +73,14 @@ TEST_F(FipsRecordTest, EverythingElseStaysInItsPlace) {
 }
 
 TEST_F(FipsRecordTest, WithoutAnAgentThereIsNothingToRecordIn) {
-  EXPECT_FALSE(bSave(1));
+  EXPECT_FALSE(save(1));
   EXPECT_EQ(m_out, kUnusable);
   EXPECT_TRUE(tests::namesIn("/etc/orv.d").empty());
 }
 
 TEST_F(FipsRecordTest, AFileThatDoesNotLoadStaysAsItIs) {
   tests::putFile(kConfig, "<Configuration><Version>5.7</Configuration>");
-  EXPECT_FALSE(bSave(1));
+  EXPECT_FALSE(save(1));
   EXPECT_EQ(m_out, kUnusable);
   EXPECT_EQ(tests::contentOf(kConfig), "<Configuration><Version>5.7</Configuration>");
 }
@@ -88,7 +88,7 @@ TEST_F(FipsRecordTest, AFileThatDoesNotLoadStaysAsItIs) {
 TEST_F(FipsRecordTest, AFailedWriteIsNotReported) {
   tests::putFile(kConfig, "<Configuration/>");
   tests::mountReadOnly("/etc/orv.d");
-  EXPECT_TRUE(bSave(1));
+  EXPECT_TRUE(save(1));
   EXPECT_EQ(m_out, "");
   EXPECT_EQ(tests::contentOf(kConfig), "<Configuration/>");
 }

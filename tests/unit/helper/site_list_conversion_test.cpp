@@ -37,7 +37,7 @@ TEST(ConvertToUtf8, RefusesANullPointer) {
 
 class SiteListConversionTest : public tests::PrivateDevice {
  protected:
-  bool bConvert() {
+  bool convert() {
     bool bResult = false;
     m_output = tests::outputOf([&] { bResult = m_agent.ConvertSiteListToUTF8(L"/tmp/SiteList.xml"); });
     EXPECT_EQ(m_output.err, "");
@@ -51,7 +51,7 @@ class SiteListConversionTest : public tests::PrivateDevice {
 TEST_F(SiteListConversionTest, KeepsAsciiByteForByte) {
   const std::string ascii = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<ns:SiteLists>\t&amp;~</ns:SiteLists>\n";
   putFile("/tmp/SiteList.xml", ascii, 0640);
-  EXPECT_TRUE(bConvert());
+  EXPECT_TRUE(convert());
   EXPECT_EQ(contentOf("/tmp/SiteList.xml"), ascii);
   EXPECT_EQ(m_output.out, kConverted);
   EXPECT_EQ(tests::modeOf("/tmp/SiteList.xml"), 0640U);
@@ -60,45 +60,45 @@ TEST_F(SiteListConversionTest, KeepsAsciiByteForByte) {
 
 TEST_F(SiteListConversionTest, EncodesLatin1) {
   putFile("/tmp/SiteList.xml", "<S Name=\"caf\xe9\"/>");
-  EXPECT_TRUE(bConvert());
+  EXPECT_TRUE(convert());
   EXPECT_EQ(contentOf("/tmp/SiteList.xml"), "<S Name=\"caf\xc3\xa9\"/>");
 }
 
 TEST_F(SiteListConversionTest, EncodesUtf8ASecondTime) {
   putFile("/tmp/SiteList.xml", "<S Name=\"caf\xc3\xa9\"/>");
-  EXPECT_TRUE(bConvert());
+  EXPECT_TRUE(convert());
   EXPECT_EQ(contentOf("/tmp/SiteList.xml"), "<S Name=\"caf\xc3\x83\xc2\xa9\"/>");
 }
 
 TEST_F(SiteListConversionTest, LeavesTheDeclarationAlone) {
   putFile("/tmp/SiteList.xml", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><S n=\"\xe9\"/>");
-  EXPECT_TRUE(bConvert());
+  EXPECT_TRUE(convert());
   EXPECT_EQ(contentOf("/tmp/SiteList.xml"), "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><S n=\"\xc3\xa9\"/>");
 }
 
 TEST_F(SiteListConversionTest, CutsTheFileAtAZeroByte) {
   putFile("/tmp/SiteList.xml", std::string("<S/>\0<T/>", 9));
-  EXPECT_TRUE(bConvert());
+  EXPECT_TRUE(convert());
   EXPECT_EQ(contentOf("/tmp/SiteList.xml"), "<S/>");
   EXPECT_EQ(m_output.out, kConverted);
 }
 
 TEST_F(SiteListConversionTest, KeepsAnEmptyFile) {
   putFile("/tmp/SiteList.xml", "");
-  EXPECT_TRUE(bConvert());
+  EXPECT_TRUE(convert());
   EXPECT_EQ(contentOf("/tmp/SiteList.xml"), "");
   EXPECT_EQ(m_output.out, kConverted);
 }
 
 TEST_F(SiteListConversionTest, ReportsAMissingFile) {
-  EXPECT_FALSE(bConvert());
+  EXPECT_FALSE(convert());
   EXPECT_EQ(m_output.out, kNotConverted);
   EXPECT_FALSE(tests::exists("/tmp/SiteList.xml"));
 }
 
 TEST_F(SiteListConversionTest, ReportsADirectoryInItsPlace) {
   tests::putDirectory("/tmp/SiteList.xml");
-  EXPECT_FALSE(bConvert());
+  EXPECT_FALSE(convert());
   EXPECT_EQ(m_output.out, kNotConverted);
 }
 
@@ -106,7 +106,7 @@ TEST_F(SiteListConversionTest, NeverWritesThroughALink) {
   const std::string target = std::string("#!program\0\x7f\xe9", 12);
   putFile("/tmp/target", target, 0755);
   ASSERT_EQ(::symlink("target", "/tmp/SiteList.xml"), 0);
-  EXPECT_FALSE(bConvert());
+  EXPECT_FALSE(convert());
   EXPECT_EQ(m_output.out, kNotConverted);
   EXPECT_EQ(contentOf("/tmp/target"), target);
   EXPECT_EQ(tests::namesIn("/tmp"), (std::vector<std::string>{"SiteList.xml", "target"}));
@@ -114,7 +114,7 @@ TEST_F(SiteListConversionTest, NeverWritesThroughALink) {
 
 TEST_F(SiteListConversionTest, DoesNotMakeTheTargetOfADanglingLink) {
   ASSERT_EQ(::symlink("target", "/tmp/SiteList.xml"), 0);
-  EXPECT_FALSE(bConvert());
+  EXPECT_FALSE(convert());
   EXPECT_EQ(m_output.out, kNotConverted);
   EXPECT_EQ(tests::namesIn("/tmp"), std::vector<std::string>{"SiteList.xml"});
 }
@@ -122,11 +122,11 @@ TEST_F(SiteListConversionTest, DoesNotMakeTheTargetOfADanglingLink) {
 TEST_F(SiteListConversionTest, IsLoggedWithThePath) {
   tests::putDirectory("/opt/Quorvane/orv/scratch");
   putFile("/tmp/SiteList.xml", "<S/>");
-  EXPECT_TRUE(bConvert());
+  EXPECT_TRUE(convert());
   ASSERT_EQ(::rename("/tmp/SiteList.xml", "/tmp/other"), 0);
-  EXPECT_FALSE(bConvert());
+  EXPECT_FALSE(convert());
   ASSERT_EQ(::symlink("other", "/tmp/SiteList.xml"), 0);
-  EXPECT_FALSE(bConvert());
+  EXPECT_FALSE(convert());
   const std::string log = contentOf("/opt/Quorvane/orv/scratch/logs/keltcfg.log");
   EXPECT_NE(log.find("\tkeltcfg\tConverted to UTF-8: /tmp/SiteList.xml\n"), std::string::npos) << log;
   const std::string refused = "\tkeltcfg\t/tmp/SiteList.xml: not converted to UTF-8: ";
@@ -137,7 +137,7 @@ TEST_F(SiteListConversionTest, IsLoggedWithThePath) {
 TEST_F(SiteListConversionTest, LeavesAFileThatCannotBeWritten) {
   putFile("/tmp/SiteList.xml", "<S Name=\"caf\xe9\"/>");
   tests::mountReadOnly("/tmp");
-  EXPECT_FALSE(bConvert());
+  EXPECT_FALSE(convert());
   EXPECT_EQ(m_output.out, kNotConverted);
   EXPECT_EQ(contentOf("/tmp/SiteList.xml"), "<S Name=\"caf\xe9\"/>");
 }

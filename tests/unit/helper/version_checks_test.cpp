@@ -22,12 +22,12 @@ class VersionChecksTest : public tests::PrivateDevice {
     tests::putFile(kConfig, "<Configuration>" + elements + "</Configuration>");
   }
 
-  bool bVersion(std::wstring version) {
-    return bCheck([&] { return m_agent.CheckVersion(version); });
+  bool checkVersion(std::wstring version) {
+    return runCheck([&] { return m_agent.CheckVersion(version); });
   }
 
-  bool bConflictFree(std::wstring list) {
-    return bCheck([&] { return m_agent.CheckConflictList(list); });
+  bool checkConflicts(std::wstring list) {
+    return runCheck([&] { return m_agent.CheckConflictList(list); });
   }
 
   unixCommandLineHelper m_agent;
@@ -35,7 +35,7 @@ class VersionChecksTest : public tests::PrivateDevice {
 
  private:
   template <typename Check>
-  bool bCheck(Check check) {
+  bool runCheck(Check check) {
     bool bResult = false;
     const tests::Output output = tests::outputOf([&] { bResult = check(); });
     EXPECT_EQ(output.err, "");
@@ -46,150 +46,150 @@ class VersionChecksTest : public tests::PrivateDevice {
 
 TEST_F(VersionChecksTest, TheVersionBeforeTheHyphenMustBeTheInstalledOne) {
   putConfig("<Version>5.7.1.10</Version>");
-  EXPECT_TRUE(bVersion(L"5.7.1.10-HF1"));
+  EXPECT_TRUE(checkVersion(L"5.7.1.10-HF1"));
   EXPECT_EQ(m_out, kProper);
-  EXPECT_FALSE(bVersion(L"5.7.1.1-HF1"));
+  EXPECT_FALSE(checkVersion(L"5.7.1.1-HF1"));
   EXPECT_EQ(m_out, kImproper);
-  EXPECT_FALSE(bVersion(L"5.7.1.100-HF1"));
+  EXPECT_FALSE(checkVersion(L"5.7.1.100-HF1"));
   EXPECT_EQ(m_out, kImproper);
 }
 
 TEST_F(VersionChecksTest, AnArgumentWithoutAHyphenIsComparedWhole) {
   putConfig("<Version>5.7</Version>");
-  EXPECT_TRUE(bVersion(L"5.7"));
-  EXPECT_FALSE(bVersion(L"5.7HF1"));
+  EXPECT_TRUE(checkVersion(L"5.7"));
+  EXPECT_FALSE(checkVersion(L"5.7HF1"));
 }
 
 TEST_F(VersionChecksTest, OfTwoHyphensTheSecondCounts) {
   putConfig("<Version>5.7-beta</Version>");
-  EXPECT_TRUE(bVersion(L"5.7-beta-HF1"));
-  EXPECT_FALSE(bVersion(L"5.7-HF1"));
+  EXPECT_TRUE(checkVersion(L"5.7-beta-HF1"));
+  EXPECT_FALSE(checkVersion(L"5.7-HF1"));
 }
 
 TEST_F(VersionChecksTest, AnEmptyVersionMatchesAnArgumentThatBeginsWithAHyphen) {
   putConfig("<Version></Version>");
-  EXPECT_TRUE(bVersion(L"-HF1"));
+  EXPECT_TRUE(checkVersion(L"-HF1"));
   EXPECT_EQ(m_out, kProper);
 }
 
 TEST_F(VersionChecksTest, AMissingVersionReadsAsAnEmptyOne) {
   putConfig("");
-  EXPECT_TRUE(bVersion(L"-HF1"));
-  EXPECT_FALSE(bVersion(L"5.7-HF1"));
+  EXPECT_TRUE(checkVersion(L"-HF1"));
+  EXPECT_FALSE(checkVersion(L"5.7-HF1"));
 }
 
 TEST_F(VersionChecksTest, VersionsAreComparedExactly) {
   putConfig("<Version>5.7a</Version>");
-  EXPECT_FALSE(bVersion(L"5.7A-HF1"));
-  EXPECT_FALSE(bVersion(L" 5.7a-HF1"));
+  EXPECT_FALSE(checkVersion(L"5.7A-HF1"));
+  EXPECT_FALSE(checkVersion(L" 5.7a-HF1"));
 }
 
 TEST_F(VersionChecksTest, AVersionOfMoreThan33CharactersIsImproper) {
   putConfig("<Version>" + std::string(33, '1') + "</Version>");
-  EXPECT_TRUE(bVersion(std::wstring(33, L'1') + L"-HF1"));
-  EXPECT_FALSE(bVersion(std::wstring(34, L'1') + L"-HF1"));
+  EXPECT_TRUE(checkVersion(std::wstring(33, L'1') + L"-HF1"));
+  EXPECT_FALSE(checkVersion(std::wstring(34, L'1') + L"-HF1"));
   putConfig("<Version>" + std::string(34, '1') + "</Version>");
-  EXPECT_FALSE(bVersion(std::wstring(34, L'1') + L"-HF1"));
+  EXPECT_FALSE(checkVersion(std::wstring(34, L'1') + L"-HF1"));
   EXPECT_EQ(m_out, kImproper);
-  EXPECT_FALSE(bVersion(std::wstring(100000, L'1')));
+  EXPECT_FALSE(checkVersion(std::wstring(100000, L'1')));
   EXPECT_EQ(m_out, kImproper);
 }
 
 TEST_F(VersionChecksTest, WithoutALoadableConfigurationBothFailSilently) {
-  EXPECT_FALSE(bVersion(L"5.7-HF1"));
+  EXPECT_FALSE(checkVersion(L"5.7-HF1"));
   EXPECT_EQ(m_out, "");
-  EXPECT_FALSE(bConflictFree(L"A"));
+  EXPECT_FALSE(checkConflicts(L"A"));
   EXPECT_EQ(m_out, "");
   tests::putFile(kConfig, "<Other><Version>5.7</Version></Other>");
-  EXPECT_FALSE(bVersion(L"5.7-HF1"));
+  EXPECT_FALSE(checkVersion(L"5.7-HF1"));
   EXPECT_EQ(m_out, "");
 }
 
 TEST_F(VersionChecksTest, TheFileIsAskedWhoeverMayWriteToItButTheDirectoryIsJudged) {
   putConfig("<Version>5.7</Version><HotFixVersions>A</HotFixVersions>");
   ASSERT_EQ(::chmod(kConfig, 0666), 0);
-  EXPECT_TRUE(bVersion(L"5.7-HF1"));
-  EXPECT_TRUE(bConflictFree(L"B"));
+  EXPECT_TRUE(checkVersion(L"5.7-HF1"));
+  EXPECT_TRUE(checkConflicts(L"B"));
   ASSERT_EQ(::chmod("/etc/orv.d", 0777), 0);
-  EXPECT_FALSE(bVersion(L"5.7-HF1"));
-  EXPECT_FALSE(bConflictFree(L"B"));
+  EXPECT_FALSE(checkVersion(L"5.7-HF1"));
+  EXPECT_FALSE(checkConflicts(L"B"));
   EXPECT_EQ(m_out, "");
 }
 
 TEST_F(VersionChecksTest, ConflictsAreLookedUpAmongTheInstalledHotfixes) {
   putConfig("<HotFixVersions>A,B,C</HotFixVersions>");
-  EXPECT_FALSE(bConflictFree(L"X,C,A"));
+  EXPECT_FALSE(checkConflicts(L"X,C,A"));
   EXPECT_EQ(m_out, kFound) << "said once, whatever the number of matches";
-  EXPECT_TRUE(bConflictFree(L"X,Y"));
+  EXPECT_TRUE(checkConflicts(L"X,Y"));
   EXPECT_EQ(m_out, kNotFound);
 }
 
 TEST_F(VersionChecksTest, NamesAreComparedWholeAndWithTheirBlanksAndCase) {
   putConfig("<HotFixVersions>A, B,Cd</HotFixVersions>");
-  EXPECT_TRUE(bConflictFree(L"B"));
-  EXPECT_TRUE(bConflictFree(L"C,cd,Cde"));
-  EXPECT_FALSE(bConflictFree(L" B"));
+  EXPECT_TRUE(checkConflicts(L"B"));
+  EXPECT_TRUE(checkConflicts(L"C,cd,Cde"));
+  EXPECT_FALSE(checkConflicts(L" B"));
 }
 
 TEST_F(VersionChecksTest, EmptyNamesAreNoNames) {
   putConfig("<HotFixVersions>,,A,,B,</HotFixVersions>");
-  EXPECT_TRUE(bConflictFree(L",,"));
+  EXPECT_TRUE(checkConflicts(L",,"));
   EXPECT_EQ(m_out, kNotFound);
-  EXPECT_FALSE(bConflictFree(L",,B,"));
+  EXPECT_FALSE(checkConflicts(L",,B,"));
 }
 
 TEST_F(VersionChecksTest, AnEmptyListConflictsWithNothing) {
   putConfig("<HotFixVersions>A</HotFixVersions>");
-  EXPECT_TRUE(bConflictFree(L""));
+  EXPECT_TRUE(checkConflicts(L""));
   EXPECT_EQ(m_out, kNotFound);
 }
 
 TEST_F(VersionChecksTest, WithoutInstalledHotfixesNothingConflicts) {
   putConfig("<Version>5.7</Version>");
-  EXPECT_TRUE(bConflictFree(L"A"));
+  EXPECT_TRUE(checkConflicts(L"A"));
   EXPECT_EQ(m_out, kNotFound);
 }
 
 TEST_F(VersionChecksTest, AnInstalledHotfixIsReportedBeforeAnyConflict) {
   putConfig("<Version>5.7</Version><HotFixVersions>A,5.7-HF1</HotFixVersions>");
-  EXPECT_TRUE(bVersion(L"5.7-HF1"));
-  EXPECT_FALSE(bConflictFree(L"A"));
+  EXPECT_TRUE(checkVersion(L"5.7-HF1"));
+  EXPECT_FALSE(checkConflicts(L"A"));
   EXPECT_EQ(m_out, kExists) << "and the list is not looked at";
 }
 
 TEST_F(VersionChecksTest, TheHotfixIsRememberedAlsoWhenItsVersionIsImproper) {
   putConfig("<Version>5.8</Version><HotFixVersions>5.7-HF1</HotFixVersions>");
-  EXPECT_FALSE(bVersion(L"5.7-HF1"));
-  EXPECT_FALSE(bConflictFree(L""));
+  EXPECT_FALSE(checkVersion(L"5.7-HF1"));
+  EXPECT_FALSE(checkConflicts(L""));
   EXPECT_EQ(m_out, kExists);
 }
 
 TEST_F(VersionChecksTest, TheHotfixIsRememberedAlsoWhenTheConfigurationDidNotLoad) {
-  EXPECT_FALSE(bVersion(L"5.7-HF1"));
+  EXPECT_FALSE(checkVersion(L"5.7-HF1"));
   putConfig("<HotFixVersions>5.7-HF1</HotFixVersions>");
-  EXPECT_FALSE(bConflictFree(L""));
+  EXPECT_FALSE(checkConflicts(L""));
   EXPECT_EQ(m_out, kExists);
 }
 
 TEST_F(VersionChecksTest, WithoutAVersionCheckNoHotfixIsTheOneAskedFor) {
   putConfig("<HotFixVersions>,A,</HotFixVersions>");
-  EXPECT_TRUE(bConflictFree(L"B"));
+  EXPECT_TRUE(checkConflicts(L"B"));
   EXPECT_EQ(m_out, kNotFound);
 }
 
 TEST_F(VersionChecksTest, OnlyTheFirstElementOfANameCounts) {
   putConfig(
       "<Version>1</Version><Version>2</Version><HotFixVersions>A</HotFixVersions><HotFixVersions>B</HotFixVersions>");
-  EXPECT_FALSE(bVersion(L"2-HF"));
-  EXPECT_TRUE(bConflictFree(L"B"));
-  EXPECT_FALSE(bConflictFree(L"A"));
+  EXPECT_FALSE(checkVersion(L"2-HF"));
+  EXPECT_TRUE(checkConflicts(L"B"));
+  EXPECT_FALSE(checkConflicts(L"A"));
 }
 
 TEST_F(VersionChecksTest, LeaveTheConfigurationAsItIs) {
   putConfig("<Version>1</Version><HotFixVersions>A</HotFixVersions>");
   const std::string before = tests::contentOf(kConfig);
-  (void)bVersion(L"1-HF");
-  (void)bConflictFree(L"A");
+  (void)checkVersion(L"1-HF");
+  (void)checkConflicts(L"A");
   EXPECT_EQ(tests::contentOf(kConfig), before);
 }
 
@@ -219,7 +219,7 @@ TEST_F(VersionChecksTest, LongListsTakeTimeInProportionToTheirLength) {
     double best = 1e9;
     for (int i = 0; i < 3; ++i) {
       const double start = processorSeconds();
-      EXPECT_TRUE(bConflictFree(conflicts));
+      EXPECT_TRUE(checkConflicts(conflicts));
       best = std::min(best, processorSeconds() - start);
     }
     return best;
@@ -231,7 +231,7 @@ TEST_F(VersionChecksTest, LongListsTakeTimeInProportionToTheirLength) {
 
 TEST_F(VersionChecksTest, FindsAMatchAtTheEndOfLongLists) {
   putConfig("<HotFixVersions>" + namesFrom<std::string>(0, 10000, "HF") + "</HotFixVersions>");
-  EXPECT_FALSE(bConflictFree(namesFrom<std::wstring>(9999, 10000, L"HF")));
+  EXPECT_FALSE(checkConflicts(namesFrom<std::wstring>(9999, 10000, L"HF")));
   EXPECT_EQ(m_out, kFound);
 }
 

@@ -7,7 +7,7 @@ namespace {
 TEST_F(ImportKeysTest, TakesTheFilesOf1024BitsAndNonFipsWithoutAMarker) {
   putKeys1024();
   putKeys2048();
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines(), ExpectedLog{}.all());
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
   EXPECT_EQ(contentOf(kStore + "/server-public.der"), testKey("rsa1024.spki.der"));
@@ -19,7 +19,7 @@ TEST_F(ImportKeysTest, TakesTheFilesOf2048BitsAndFipsModeFromTheMarker) {
   putKeys1024();
   putKeys2048();
   putFile(kInstall + "/agentfipsmode", "1");
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   const ExpectedLog log{
       .mode = "FIPS", .size = "Higher 2048", .publicFile = "sr2048pubkey.bin", .secretFile = "req2048seckey.bin"};
   EXPECT_EQ(logLines(), log.all());
@@ -33,7 +33,7 @@ TEST_F(ImportKeysTest, TakesTheFilesOf2048BitsAndFipsModeFromTheMarker) {
 TEST_F(ImportKeysTest, KeepsAFipsDeviceAt2048BitsWithOnlyTheFileNamesOf1024Bits) {
   putKeys1024();
   putFile(kInstall + "/agentfipsmode", "1");
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines(), (ExpectedLog{.mode = "FIPS", .size = "Higher 2048"}.all()));
   EXPECT_EQ(contentOf(kKeyConf), "mode=0\nkeysize=1\n");
   EXPECT_EQ(contentOf(kConfig), configWith(kHash1024));
@@ -44,7 +44,7 @@ TEST_F(ImportKeysTest, TakesEmptyFilesOf2048BitsForAbsent) {
   putFile(kInstall + "/sr2048pubkey.bin", "");
   putFile(kInstall + "/req2048seckey.bin", "");
   putFile(kInstall + "/agentfipsmode", "0");
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines(), ExpectedLog{}.all());
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
 }
@@ -55,7 +55,7 @@ TEST_F(ImportKeysTest, IsNonFipsForAMarkerWithAnyOtherFirstByte) {
     putDirectory(kScratch);
     putKeys2048();
     putFile(kInstall + "/agentfipsmode", marker);
-    EXPECT_TRUE(bImported()) << marker;
+    EXPECT_TRUE(importKeys()) << marker;
     EXPECT_EQ(
         logLines(),
         (ExpectedLog{.size = "Higher 2048", .publicFile = "sr2048pubkey.bin", .secretFile = "req2048seckey.bin"}.with(
@@ -65,10 +65,10 @@ TEST_F(ImportKeysTest, IsNonFipsForAMarkerWithAnyOtherFirstByte) {
   }
 }
 
-TEST_F(ImportKeysTest, IsFipsForAMarkerWithMoreBehindItsFirstByte) {
+TEST_F(ImportKeysTest, IsFipsForAMarkerWithMoreAfterItsFirstByte) {
   putKeys2048();
   putFile(kInstall + "/agentfipsmode", "1\n");
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(contentOf(kKeyConf), "mode=0\nkeysize=1\n");
 }
 
@@ -76,7 +76,7 @@ TEST_F(ImportKeysTest, TakesAnEmptyMarkerForAbsent) {
   putKeys1024();
   putKeys2048();
   putFile(kInstall + "/agentfipsmode", "");
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines(), ExpectedLog{}.all());
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
 }
@@ -86,7 +86,7 @@ TEST_F(ImportKeysTest, IgnoresTheMarkerWhereTheRegistryHoldsServerKeys) {
   putKeys2048();
   putFile(kInstall + "/agentfipsmode", "1");
   putFile(kRegistry, kAgentSection + serverLines("any", "thing"));
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines(), ExpectedLog{}.all());
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
   EXPECT_EQ(keyFilesIn(kInstall), Lines{}) << "the marker goes with the others";
@@ -96,7 +96,7 @@ TEST_F(ImportKeysTest, KeepsTheCurrentSettingForTheUpdateDirectory) {
   putSetting("2", "1");
   putKeys2048(kUpdate);
   putKeys1024();
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(logLines(), (ExpectedLog{.size = "Higher 2048",
                                      .directory = kScratch + "//update/",
                                      .publicFile = "sr2048pubkey.bin",
@@ -111,7 +111,7 @@ TEST_F(ImportKeysTest, KeepsTheCurrentSettingForTheUpdateDirectory) {
 TEST_F(ImportKeysTest, KeepsTheCurrentSizeForTheFileNamesOf1024BitsInTheUpdateDirectory) {
   putSetting("2", "1");
   putKeys1024(kUpdate);
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(logLines(), (ExpectedLog{.size = "Higher 2048", .directory = kScratch + "//update/"}.all()));
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=1\n");
 }
@@ -120,7 +120,7 @@ TEST_F(ImportKeysTest, TakesAMarkerInTheUpdateDirectoryForItsKeys) {
   putSetting("2", "0");
   putKeys2048(kUpdate);
   putFile(kUpdate + "/agentfipsmode", "1");
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(contentOf(kKeyConf), "mode=0\nkeysize=1\n");
 }
 
@@ -129,21 +129,21 @@ TEST_F(ImportKeysTest, KeepsTheCurrentSettingOfTheUpdateDirectoryWhereTheRegistr
   putKeys2048(kUpdate);
   putFile(kUpdate + "/agentfipsmode", "1");
   putFile(kRegistry, kAgentSection + serverLines("any", "thing"));
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
   EXPECT_EQ(contentOf(kStore + "/server-public.der"), testKey("rsa2048.spki.der"));
 }
 
 TEST_F(ImportKeysTest, AssumesNonFipsAnd1024BitsForTheUpdateDirectoryWhereNothingIsRecorded) {
   putKeys2048(kUpdate);
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
 }
 
 TEST_F(ImportKeysTest, DoesNotReinitializeWhereFipsModeStays) {
   putSetting("0", "1");
   putKeys2048(kUpdate);
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(logLines(), (ExpectedLog{.mode = "FIPS",
                                      .size = "Higher 2048",
                                      .directory = kScratch + "//update/",
@@ -157,13 +157,13 @@ TEST_F(ImportKeysTest, DoesNotReinitializeWhereFipsModeStays) {
 TEST_F(ImportKeysTest, ReinitializesWhereNonFipsStaysAndWhereTheModeChanges) {
   putSetting("2", "0");
   putKeys1024();
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines(), ExpectedLog{}.all());
   resetDevice();
   putSetting("0", "0");
   putFile(kConfig, configWith("old"));
   putKeys1024();
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines(), ExpectedLog{}.all());
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
 }
@@ -171,7 +171,7 @@ TEST_F(ImportKeysTest, ReinitializesWhereNonFipsStaysAndWhereTheModeChanges) {
 TEST_F(ImportKeysTest, TakesKeysInPemToo) {
   putFile(kInstall + "/srpubkey.bin", testKey("rsa2048.spki.pem"));
   putFile(kInstall + "/reqseckey.bin", testKey("rsa2048.pkcs1.pem"));
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(contentOf(kStore + "/server-request-secret.der"), testKey("rsa2048.pkcs8.der"));
   EXPECT_EQ(contentOf(kConfig), configWith(kHash2048)) << "the hash is that of the same key in DER";
 }

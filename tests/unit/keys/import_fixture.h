@@ -104,7 +104,7 @@ class ImportKeysTest : public PrivateDevice {
     putFile(kConfig, configWith("old"));
   }
 
-  bool bImported(bool fromUpdateDir = false) {
+  bool importKeys(bool fromUpdateDir = false) {
     bool bResult = false;
     m_output = outputOf([&] { bResult = ImportingHelper().ImportKeys(fromUpdateDir); });
     EXPECT_EQ(m_output.err, "");

@@ -50,7 +50,7 @@ TEST_F(InterruptedImport, IsRepeatedByItsOwnChoicesWhileKeysAreStored) {
   BegunImport import = importOf(Stage::kStoring);
   putSetting("2", "1");  // recorded already: nobody could tell any more that the pair is of another size
   putMark(import);
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(m_output.out,
             "Could not delete file, /opt/Quorvane/orv/scratch//update/srpubkey.bin\n"
             "Could not delete file, /opt/Quorvane/orv/scratch//update/reqseckey.bin\n");
@@ -66,7 +66,7 @@ TEST_F(InterruptedImport, KeepsToTheNamesAndTheModeThatWereChosen) {
   BegunImport import = importOf(Stage::kStoring);
   import.plan = {{keys::Mode::kNonFips, keys::KeySize::kLower}, true};
   putMark(import);
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(contentOf(kStore + "/server-public.der"), testKey("rsa1024.spki.der"));
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
   EXPECT_TRUE(bPairThere());
@@ -78,7 +78,7 @@ TEST_F(InterruptedImport, IsBegunAnewWithOtherFilesAndWithWhatWasRecordedBefore)
   putSetting("2", "1");
   removeKey("sr2048pubkey.bin");
   putKeys1024(kUpdate);
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
   EXPECT_EQ(contentOf(kStore + "/server-public.der"), testKey("rsa1024.spki.der"));
   EXPECT_TRUE(bPairThere()) << "which is of that size";
@@ -91,7 +91,7 @@ TEST_F(InterruptedImport, StillDiscardsThePairWhereItFailsWhenItIsBegunAnew) {
   putMark(importOf(Stage::kStoring));
   putSetting("2", "1");
   removeKey("sr2048pubkey.bin");
-  EXPECT_FALSE(bImported(true));
+  EXPECT_FALSE(importKeys(true));
   EXPECT_EQ(logLines().back(), "E Unable to locate server keys ");
   EXPECT_FALSE(bPairThere());
   EXPECT_FALSE(exists(kMark));
@@ -108,7 +108,7 @@ TEST_F(InterruptedImport, OfASwitchGoesByTheRegistryThatWasEvenWithNewCopies) {
   putKeys2048();
   putKeys1024();
   putFile(kInstall + "/agentfipsmode", "1");
-  EXPECT_TRUE(bImported(false));
+  EXPECT_TRUE(importKeys(false));
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n") << "the marker does not count";
   EXPECT_EQ(contentOf(kStore + "/server-public.der"), testKey("rsa1024.spki.der"));
   EXPECT_EQ(namesIn(kStore), (Lines{"keyconf.ini", "server-public.der", "server-request-secret.der"}));
@@ -131,7 +131,7 @@ TEST_F(InterruptedImport, FromTheInstallationIsLeftToASwitchToManagedMode) {
 TEST_F(InterruptedImport, FailsAsTheFirstTryWould) {
   putFile(kUpdate + "/sr2048pubkey.bin", "no key");
   putMark(importOf(Stage::kStoring));
-  EXPECT_FALSE(bImported(true));
+  EXPECT_FALSE(importKeys(true));
   EXPECT_EQ(logLines().back(), kUnfinished);
   EXPECT_TRUE(bPairThere()) << "of the size that is still recorded";
   EXPECT_EQ(keyFilesIn(kUpdate), (Lines{"agentfipsmode", "req2048seckey.bin", "sr2048pubkey.bin"}));
@@ -161,7 +161,7 @@ TEST_F(InterruptedImport, GoesOnDeletingOnceAllIsStored) {
   putFile(kRegistry, kAgentSection + serverLines("public", "secret") + bytesLine("AgentGUID", "guid"));
   putMark(importOf(Stage::kCleaning));
   removeKey("sr2048pubkey.bin");
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(m_output.out,
             "Could not delete file, /opt/Quorvane/orv/scratch//update/sr2048pubkey.bin\n"
             "Could not delete file, /opt/Quorvane/orv/scratch//update/srpubkey.bin\n"
@@ -178,7 +178,7 @@ TEST_F(InterruptedImport, LeavesKeyFilesThatHaveComeSinceAndImportsThem) {
   removeKey("sr2048pubkey.bin");
   removeKey("req2048seckey.bin");
   putKeys1024(kUpdate);
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(contentOf(kStore + "/server-public.der"), testKey("rsa1024.spki.der"));
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n") << "by the marker, which is the same";
   EXPECT_EQ(keyFilesIn(kUpdate), Lines{});
@@ -199,7 +199,7 @@ TEST_F(InterruptedImport, LeavesKeyFilesThatHaveComeSinceToWhomTheyAreFor) {
 TEST_F(InterruptedImport, IsFinishedInSilenceBeforeAnotherImport) {
   putMark(importOf(Stage::kCleaning));
   putKeys1024();
-  EXPECT_TRUE(bImported(false));
+  EXPECT_TRUE(importKeys(false));
   EXPECT_EQ(m_output.out,
             "Could not delete file, /opt/Quorvane/orv//sr2048pubkey.bin\n"
             "Could not delete file, /opt/Quorvane/orv//req2048seckey.bin\n"
@@ -246,7 +246,7 @@ TEST_F(InterruptedImport, LeavesASwitchToUnmanagedModeToTheNextOne) {
 
 TEST_F(InterruptedImport, LeavesNoMarkOfOneThatFails) {
   putFile(kUpdate + "/sr2048pubkey.bin", "no key");
-  EXPECT_FALSE(bImported(true));
+  EXPECT_FALSE(importKeys(true));
   EXPECT_FALSE(exists(kMark));
 }
 

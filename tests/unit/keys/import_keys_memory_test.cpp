@@ -24,7 +24,7 @@ class ImportMemory : public ImportKeysTest {
     putSetting("2", "0");
     putKeys1024();
     // What the process loads and makes only once is there before memory runs out.
-    ASSERT_TRUE(bImported());
+    ASSERT_TRUE(importKeys());
   }
 
   /// Imports from key files made anew, in a process of its own whose memory runs out as `fail` says.

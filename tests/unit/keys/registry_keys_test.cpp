@@ -23,7 +23,7 @@ std::string textOf(const Buffer& buffer) {
 class RegistryKeys : public tests::PrivateDevice {
  protected:
   /// Whether the server's keys are read from a registry with these lines; if not, nothing may be handed over.
-  static bool bServerKeysRead(const std::string& lines) {
+  static bool readServerKeys(const std::string& lines) {
     putFile(kRegistry, kAgentSection + lines);
     Buffer pub;
     Buffer sec;
@@ -67,27 +67,27 @@ TEST_F(RegistryKeys, NeedsAllFourValues) {
   const std::string publicKey = bytesLine("ServerPublicKey", "public");
   const std::string secretSize = numberLine("ReqSecKeyBuffSize", 6);
   const std::string secretKey = bytesLine("ReqSecretKey", "secret");
-  EXPECT_TRUE(bServerKeysRead(publicSize + publicKey + secretSize + secretKey));
-  EXPECT_FALSE(bServerKeysRead(publicKey + secretSize + secretKey));
-  EXPECT_FALSE(bServerKeysRead(publicSize + secretSize + secretKey));
-  EXPECT_FALSE(bServerKeysRead(publicSize + publicKey + secretKey));
-  EXPECT_FALSE(bServerKeysRead(publicSize + publicKey + secretSize));
+  EXPECT_TRUE(readServerKeys(publicSize + publicKey + secretSize + secretKey));
+  EXPECT_FALSE(readServerKeys(publicKey + secretSize + secretKey));
+  EXPECT_FALSE(readServerKeys(publicSize + secretSize + secretKey));
+  EXPECT_FALSE(readServerKeys(publicSize + publicKey + secretKey));
+  EXPECT_FALSE(readServerKeys(publicSize + publicKey + secretSize));
 }
 
 TEST_F(RegistryKeys, NeedsValuesOfTheRightType) {
   const std::string secret = numberLine("ReqSecKeyBuffSize", 6) + bytesLine("ReqSecretKey", "secret");
-  EXPECT_FALSE(bServerKeysRead(bytesLine("ServerPubKeyBuffSize", "1234") + bytesLine("ServerPublicKey", "k") + secret));
-  EXPECT_FALSE(bServerKeysRead(numberLine("ServerPubKeyBuffSize", 4) + numberLine("ServerPublicKey", 1) + secret));
+  EXPECT_FALSE(readServerKeys(bytesLine("ServerPubKeyBuffSize", "1234") + bytesLine("ServerPublicKey", "k") + secret));
+  EXPECT_FALSE(readServerKeys(numberLine("ServerPubKeyBuffSize", 4) + numberLine("ServerPublicKey", 1) + secret));
 }
 
 TEST_F(RegistryKeys, NeedsALengthThatHoldsTheKey) {
   const std::string secret = numberLine("ReqSecKeyBuffSize", 6) + bytesLine("ReqSecretKey", "secret");
   const std::string key = bytesLine("ServerPublicKey", "public");
-  EXPECT_FALSE(bServerKeysRead(numberLine("ServerPubKeyBuffSize", 5) + key + secret));
-  EXPECT_FALSE(bServerKeysRead(numberLine("ServerPubKeyBuffSize", 0) + key + secret));
-  EXPECT_TRUE(bServerKeysRead(numberLine("ServerPubKeyBuffSize", 65536) + key + secret));
-  EXPECT_FALSE(bServerKeysRead(numberLine("ServerPubKeyBuffSize", 65537) + key + secret));
-  EXPECT_FALSE(bServerKeysRead(numberLine("ServerPubKeyBuffSize", 0xFFFFFFFF) + key + secret));
+  EXPECT_FALSE(readServerKeys(numberLine("ServerPubKeyBuffSize", 5) + key + secret));
+  EXPECT_FALSE(readServerKeys(numberLine("ServerPubKeyBuffSize", 0) + key + secret));
+  EXPECT_TRUE(readServerKeys(numberLine("ServerPubKeyBuffSize", 65536) + key + secret));
+  EXPECT_FALSE(readServerKeys(numberLine("ServerPubKeyBuffSize", 65537) + key + secret));
+  EXPECT_FALSE(readServerKeys(numberLine("ServerPubKeyBuffSize", 0xFFFFFFFF) + key + secret));
 }
 
 TEST_F(RegistryKeys, GivesAKeyThatIsShorterThanItsLengthSaysWithoutPadding) {

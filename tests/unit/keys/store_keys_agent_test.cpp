@@ -23,7 +23,7 @@ const Lines kWithAgentKeys{"agent-public.der", "agent-secret.der", "keyconf.ini"
                            "server-request-secret.der"};
 
 TEST_F(ImportAgentKeys, TakesThePairWhereTheSettingStays) {
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(stored(), kWithAgentKeys);
   EXPECT_EQ(contentOf(kStore + "/agent-public.der"), testKey("rsa2048.spki.der"));
   EXPECT_EQ(contentOf(kStore + "/agent-secret.der"), testKey("rsa2048.pkcs8.der"));
@@ -33,7 +33,7 @@ TEST_F(ImportAgentKeys, TakesThePairWhereTheSettingStays) {
 
 TEST_F(ImportAgentKeys, GoesOnSilentlyWhereTheRegistryHoldsNone) {
   putFile(kRegistry, kAgentSection + bytesLine("AgentGUID", "guid"));
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(stored(), kWithoutAgentKeys);
   EXPECT_EQ(logLines(), ExpectedLog{}.all());
 }
@@ -46,7 +46,7 @@ TEST_F(ImportAgentKeys, LeavesThePairWhereTheKeySizeOrTheModeChanges) {
     putKeys2048();
     putFile(kInstall + "/agentfipsmode", "0");  // asks for non-FIPS and 2048 bits
     putRegistry(testKey("rsa2048.spki.der"), testKey("rsa2048.pkcs8.der"));
-    EXPECT_TRUE(bImported());
+    EXPECT_TRUE(importKeys());
     EXPECT_EQ(stored(), kWithoutAgentKeys) << setting;
     EXPECT_EQ(contentOf(kRegistry), kAgentSection + bytesLine("AgentGUID", "guid")) << "removed all the same";
   }
@@ -54,13 +54,13 @@ TEST_F(ImportAgentKeys, LeavesThePairWhereTheKeySizeOrTheModeChanges) {
 
 TEST_F(ImportAgentKeys, LeavesThePairForTheUpdateDirectory) {
   putKeys1024(kUpdate);
-  EXPECT_TRUE(bImported(true));
+  EXPECT_TRUE(importKeys(true));
   EXPECT_EQ(stored(), kWithoutAgentKeys);
 }
 
 TEST_F(ImportAgentKeys, ReportsADamagedPublicKeyAndGoesOn) {
   putRegistry("damaged", testKey("rsa2048.pkcs8.der"));
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines(), ExpectedLog{}.with({"E Failed to import the agent keys", "I Successfully imported the keys."}));
   EXPECT_EQ(stored(), kWithoutAgentKeys) << "the secret key is not tried";
   EXPECT_EQ(contentOf(kConfig), configWith(kHash1024));
@@ -69,7 +69,7 @@ TEST_F(ImportAgentKeys, ReportsADamagedPublicKeyAndGoesOn) {
 
 TEST_F(ImportAgentKeys, ReportsADamagedSecretKeyAndGoesOn) {
   putRegistry(testKey("rsa2048.spki.der"), testKey("rsa2048.spki.der"));
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines(), ExpectedLog{}.with({"E Failed to import the agent keys", "I Successfully imported the keys."}));
   EXPECT_EQ(logLines("cryptshim"), Lines{"I The key in memory was not imported: not an RSA secret key"});
   EXPECT_EQ(contentOf(kConfig), configWith(kHash1024));
@@ -79,7 +79,7 @@ TEST_F(ImportAgentKeys, DiscardsTheOldPairWhereTheKeySizeChanges) {
   putSetting("2", "1");
   putFile(kStore + "/agent-secret.der", "old");
   putFile(kStore + "/agent-public.der", "old");
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
   EXPECT_EQ(stored(), kWithoutAgentKeys);
 }
@@ -89,7 +89,7 @@ TEST_F(ImportAgentKeys, DiscardsTheOldPairWhereTheKeySizeGrows) {
   putFile(kInstall + "/agentfipsmode", "0");
   putFile(kStore + "/agent-secret.der", "old");
   putFile(kStore + "/agent-public.der", "old");
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=1\n");
   EXPECT_EQ(stored(), kWithoutAgentKeys);
 }
@@ -98,7 +98,7 @@ TEST_F(ImportAgentKeys, KeepsTheOldPairWhereTheKeySizeStays) {
   putFile(kRegistry, kAgentSection);
   putFile(kStore + "/agent-secret.der", "old");
   putFile(kStore + "/agent-public.der", "old");
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(contentOf(kStore + "/agent-secret.der"), "old");
   EXPECT_EQ(contentOf(kStore + "/agent-public.der"), "old");
 }

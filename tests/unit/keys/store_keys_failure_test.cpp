@@ -36,7 +36,7 @@ class ImportFailure : public ImportKeysTest {
 
 TEST_F(ImportFailure, EndsBeforeAnythingWhereTheServersKeyIsMissing) {
   putFile(kInstall + "/srpubkey.bin", "");
-  EXPECT_FALSE(bImported());
+  EXPECT_FALSE(importKeys());
   Lines expected = ExpectedLog{}.begin();
   expected.emplace_back("E Unable to locate server keys ");
   EXPECT_EQ(logLines(), expected);
@@ -49,7 +49,7 @@ TEST_F(ImportFailure, EndsBeforeAnythingWhereTheServersKeyIsMissing) {
 TEST_F(ImportFailure, MakesNoKeyStoreWhereTheServersKeyIsMissing) {
   std::filesystem::remove_all(kStore);
   putFile(kInstall + "/srpubkey.bin", "");
-  EXPECT_FALSE(bImported());
+  EXPECT_FALSE(importKeys());
   EXPECT_FALSE(exists(kStore));
 }
 
@@ -57,7 +57,7 @@ TEST_F(ImportFailure, EndsWhereTheServersKeyIsNoPublicKey) {
   for (const char* file : {"rsa1024.pkcs8.der", "certificate.pem", "ec.spki.der", "encrypted.pkcs8.pem"}) {
     putFile(kInstall + "/srpubkey.bin", testKey(file));
     ::unlink(kLog.c_str());
-    EXPECT_FALSE(bImported()) << file;
+    EXPECT_FALSE(importKeys()) << file;
     EXPECT_EQ(logLines(), ExpectedLog{}.with({"E Failed to import the server public key"})) << file;
     EXPECT_EQ(logLines("cryptshim").size(), 1U) << "the reason";
     EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=1\n");
@@ -68,7 +68,7 @@ TEST_F(ImportFailure, EndsWhereTheServersKeyIsNoPublicKey) {
 
 TEST_F(ImportFailure, GoesOnWithoutTheRequestSecretKey) {
   putFile(kInstall + "/reqseckey.bin", testKey("encrypted.pkcs1.pem"));
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines(), ExpectedLog{}.with({"I Failed to import the server private key, not treating as a failure",
                                             "I Successfully imported the keys."}));
   EXPECT_EQ(namesIn(kStore), (Lines{"keyconf.ini", "server-public.der"}));
@@ -78,7 +78,7 @@ TEST_F(ImportFailure, GoesOnWithoutTheRequestSecretKey) {
 
 TEST_F(ImportFailure, GoesOnWhereTheRequestSecretKeyIsMissing) {
   ::unlink((kInstall + "/reqseckey.bin").c_str());
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines()[5], "I Failed to import the server private key, not treating as a failure");
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
 }
@@ -86,7 +86,7 @@ TEST_F(ImportFailure, GoesOnWhereTheRequestSecretKeyIsMissing) {
 TEST_F(ImportFailure, EndsWhereTheKeyStoreCannotBeUsed) {
   std::filesystem::rename(kStore, "/opt/Quorvane/store");
   std::filesystem::create_symlink("/opt/Quorvane/store", kStore);
-  EXPECT_FALSE(bImported());
+  EXPECT_FALSE(importKeys());
   EXPECT_EQ(logLines().back(), "E Unable to create key management object");
   EXPECT_EQ(logLines("cryptshim"), Lines{"E " + kStore + ": is not a directory"});
   EXPECT_EQ(namesIn("/opt/Quorvane/store"), Lines{"keyconf.ini"});
@@ -96,7 +96,7 @@ TEST_F(ImportFailure, EndsWhereTheKeyStoreCannotBeUsed) {
 TEST_F(ImportFailure, EndsWhereTheSettingCannotBeRecorded) {
   std::filesystem::remove(kKeyConf);
   putDirectory(kKeyConf);
-  EXPECT_FALSE(bImported());
+  EXPECT_FALSE(importKeys());
   EXPECT_EQ(logLines(), ExpectedLog{}.with({"E Unable to record the crypto mode and key size"}));
   EXPECT_EQ(m_output.out, "");
   expectNothingTouched();
@@ -105,9 +105,9 @@ TEST_F(ImportFailure, EndsWhereTheSettingCannotBeRecorded) {
 TEST_F(ImportFailure, CanBeRepeatedOnceTheSettingCanBeRecorded) {
   std::filesystem::remove(kKeyConf);
   putDirectory(kKeyConf);
-  EXPECT_FALSE(bImported());
+  EXPECT_FALSE(importKeys());
   std::filesystem::remove(kKeyConf);
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(contentOf(kKeyConf), "mode=2\nkeysize=0\n");
   EXPECT_EQ(contentOf(kConfig), configWith(kHash1024));
   EXPECT_EQ(keyFilesIn(kInstall), Lines{});
@@ -116,7 +116,7 @@ TEST_F(ImportFailure, CanBeRepeatedOnceTheSettingCanBeRecorded) {
 TEST_F(ImportFailure, ReportsAHashThatCannotBeRecordedAndGoesOn) {
   const std::string config = "<Configuration><Version>5.0</Version></Configuration>\n";
   putFile(kConfig, config);
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(logLines(), ExpectedLog{}.with({"E Unable to set the public key hash information in the registry",
                                             "I Successfully imported the keys."}));
   EXPECT_EQ(contentOf(kConfig), config);
@@ -126,7 +126,7 @@ TEST_F(ImportFailure, ReportsAHashThatCannotBeRecordedAndGoesOn) {
 
 TEST_F(ImportFailure, NamesEachKeyFileThatCouldNotBeDeletedAndSucceeds) {
   putDirectory(kInstall + "/sr2048pubkey.bin");
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(m_output.out,
             "Could not delete file, /opt/Quorvane/orv//sr2048pubkey.bin\n"
             "Could not delete file, /opt/Quorvane/orv//req2048seckey.bin\n");
@@ -139,7 +139,7 @@ TEST_F(ImportFailure, NamesAllFiveKeyFilesInOrder) {
   putFile("/tmp/srpubkey.bin", testKey("rsa1024.spki.der"));
   // A mount point cannot be removed.
   ASSERT_EQ(::mount("/tmp/srpubkey.bin", (kInstall + "/srpubkey.bin").c_str(), nullptr, MS_BIND, nullptr), 0);
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   ASSERT_EQ(::umount2((kInstall + "/srpubkey.bin").c_str(), MNT_DETACH), 0);
   EXPECT_EQ(m_output.out,
             "Could not delete file, /opt/Quorvane/orv//sr2048pubkey.bin\n"
@@ -151,7 +151,7 @@ TEST_F(ImportFailure, NamesAllFiveKeyFilesInOrder) {
 
 TEST_F(ImportFailure, SucceedsWithoutARegistry) {
   std::filesystem::remove(kRegistry);
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_FALSE(exists(kRegistry));
 }
 
@@ -159,17 +159,17 @@ TEST_F(ImportFailure, CanBeRepeatedAfterARunThatWasCutShort) {
   // As the power may leave it: keys and setting stored, the originals still there.
   putFile(kStore + "/server-public.der", testKey("rsa1024.spki.der"), 0600);
   putSetting("2", "0");
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   // And once more with the registry cleared already.
   putKeys1024();
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   EXPECT_EQ(contentOf(kConfig), configWith(kHash1024));
   EXPECT_EQ(keyFilesIn(kInstall), Lines{});
 }
 
 TEST_F(ImportFailure, LetsNoSecretIntoLogsAndOutputAndNoOneElseReadIt) {
   putSetting("2", "0");
-  EXPECT_TRUE(bImported());
+  EXPECT_TRUE(importKeys());
   const std::string said = contentOf(kLog) + m_output.out + m_output.err;
   const std::string secret = testKey("rsa1024.pkcs8.der");
   for (std::size_t n = 0; n + 8 <= secret.size(); ++n) {
@@ -187,11 +187,11 @@ TEST_F(ImportFailure, LetsNoSecretIntoLogsAndOutputAndNoOneElseReadIt) {
   const std::string module = binary + "/keltconfig-crypto.so";
   putFile("/tmp/empty", "");
   if (::mount("/tmp/empty", module.c_str(), nullptr, MS_BIND, nullptr) != 0) ::_exit(2);
-  const bool bImported = ImportingHelper().ImportKeys(false);
+  const bool importKeys = ImportingHelper().ImportKeys(false);
   for (const std::string& line : logLines())
     std::cerr << line << "\n";
   std::cerr << contentOf(kInstall + "/srpubkey.bin").size() << std::endl;
-  ::_exit(bImported ? 1 : 0);
+  ::_exit(importKeys ? 1 : 0);
 }
 
 TEST_F(ImportFailure, EndsWhereTheCryptoLibraryCannotBeStarted) {

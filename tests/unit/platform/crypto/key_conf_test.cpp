@@ -27,7 +27,7 @@ class KeyConfTest : public kelt::tests::PrivateDevice {
   }
 
   /// Whether a file of this content is read, by both operations alike.
-  static bool bRead(const std::string& content) {
+  static bool readFrom(const std::string& content) {
     putDirectory(kStore, 0700);
     putFile(kFile, content, 0600);
     Mode mode{77};
@@ -66,8 +66,8 @@ TEST_F(KeyConfTest, ReadsBackWhatItRecorded) {
 }
 
 TEST_F(KeyConfTest, ReadsTheLinesInEitherOrderAndWithoutALastLineEnd) {
-  EXPECT_TRUE(bRead("mode=2\nkeysize=1\n"));
-  EXPECT_TRUE(bRead("keysize=1\nmode=2"));
+  EXPECT_TRUE(readFrom("mode=2\nkeysize=1\n"));
+  EXPECT_TRUE(readFrom("keysize=1\nmode=2"));
 }
 
 TEST_F(KeyConfTest, ReadsNothingWhereTheFileIsMissingAndMakesNothing) {
@@ -86,14 +86,14 @@ TEST_F(KeyConfTest, ReadsNothingWhereAValueIsMissingOrNotOfItsEnumeration) {
         "mode=-2\nkeysize=1\n", "mode=02\nkeysize=1\n", "mode=2 \nkeysize=1\n", "mode=2\r\nkeysize=1\r\n",
         "mode=2\nmode=2\nkeysize=1\n", "mode=2\nkeysize=1\n\n", "mode=2\nkeysize=1\nother=1\n", "MODE=2\nkeysize=1\n",
         "mode=99999999999999999999\nkeysize=1\n"}) {
-    EXPECT_FALSE(bRead(content)) << content;
+    EXPECT_FALSE(readFrom(content)) << content;
   }
-  EXPECT_FALSE(bRead(std::string("mode=2\0\nkeysize=1\n", 18)));
-  EXPECT_FALSE(bRead("mode=2\nkeysize=1\n" + std::string(100'000, '\n')));
+  EXPECT_FALSE(readFrom(std::string("mode=2\0\nkeysize=1\n", 18)));
+  EXPECT_FALSE(readFrom("mode=2\nkeysize=1\n" + std::string(100'000, '\n')));
 }
 
 TEST_F(KeyConfTest, ClosesAKeyStoreThatOthersCouldWriteToAndGoesOn) {
-  ASSERT_TRUE(bRead("mode=0\nkeysize=1\n"));
+  ASSERT_TRUE(readFrom("mode=0\nkeysize=1\n"));
   putDirectory(kStore, 0777);
   Mode mode{77};
   EXPECT_TRUE(KeyConf().getCryptoMode(mode));
@@ -106,7 +106,7 @@ TEST_F(KeyConfTest, ClosesAKeyStoreThatOthersCouldWriteToAndGoesOn) {
 }
 
 TEST_F(KeyConfTest, TrustsNoRecordThatOthersMayHavePutThere) {
-  ASSERT_TRUE(bRead("mode=0\nkeysize=1\n"));
+  ASSERT_TRUE(readFrom("mode=0\nkeysize=1\n"));
   ASSERT_EQ(::rename(kFile.c_str(), "/opt/Quorvane/record"), 0);
   ASSERT_EQ(::symlink("/opt/Quorvane/record", kFile.c_str()), 0);
   Mode mode{77};

@@ -49,7 +49,7 @@ class KeyStoreTest : public tests::PrivateDevice {
 
   KeyStore store() { return {kStore, *m_engine, &m_logger}; }
 
-  bool bImport(KeyType type, const std::string& file) {
+  bool importFile(KeyType type, const std::string& file) {
     return store().importKey(type, reinterpret_cast<const unsigned char*>(file.data()), file.size());
   }
 
@@ -59,10 +59,10 @@ class KeyStoreTest : public tests::PrivateDevice {
 
 TEST_F(KeyStoreTest, KeepsEachTypeInAFileOfItsOwnThatOnlyItsOwnerReads) {
   ::umask(0);
-  EXPECT_TRUE(bImport(KeyType::kAgentSecret, testKey("rsa1024.pkcs1.pem")));
-  EXPECT_TRUE(bImport(KeyType::kAgentPublic, testKey("rsa1024.pkcs1pub.pem")));
-  EXPECT_TRUE(bImport(KeyType::kServerPublic, testKey("rsa2048.spki.pem")));
-  EXPECT_TRUE(bImport(KeyType::kServerRequestSecret, testKey("rsa2048.pkcs1.der")));
+  EXPECT_TRUE(importFile(KeyType::kAgentSecret, testKey("rsa1024.pkcs1.pem")));
+  EXPECT_TRUE(importFile(KeyType::kAgentPublic, testKey("rsa1024.pkcs1pub.pem")));
+  EXPECT_TRUE(importFile(KeyType::kServerPublic, testKey("rsa2048.spki.pem")));
+  EXPECT_TRUE(importFile(KeyType::kServerRequestSecret, testKey("rsa2048.pkcs1.der")));
   ::umask(022);
   EXPECT_EQ(namesIn(kStore),
             (Names{"agent-public.der", "agent-secret.der", "server-public.der", "server-request-secret.der"}));
@@ -84,7 +84,7 @@ TEST_F(KeyStoreTest, ImportsFromAFileAndLeavesItThere) {
 }
 
 TEST_F(KeyStoreTest, LeavesTheStoreAsItWasWhenAFileIsNoKeyOfTheKindAndSaysWhy) {
-  ASSERT_TRUE(bImport(KeyType::kServerPublic, testKey("rsa1024.spki.der")));
+  ASSERT_TRUE(importFile(KeyType::kServerPublic, testKey("rsa1024.spki.der")));
   putFile("/tmp/secret.bin", testKey("rsa2048.pkcs8.der"));
   EXPECT_FALSE(store().importKeyFromFile(KeyType::kServerPublic, L"/tmp/secret.bin"));
   EXPECT_FALSE(store().importKeyFromFile(KeyType::kServerPublic, L"/tmp"));
@@ -117,18 +117,18 @@ TEST_F(KeyStoreTest, RefusesAFileOfMoreThan64KiB) {
 TEST_F(KeyStoreTest, KeepsTheOldKeyAndNoRemainsWhenTheDiskIsFull) {
   tests::mountSmall(kData, 16384);
   ASSERT_TRUE(prepareKeyStore(kStore).ok());
-  ASSERT_TRUE(bImport(KeyType::kServerPublic, testKey("rsa1024.spki.der")));
+  ASSERT_TRUE(importFile(KeyType::kServerPublic, testKey("rsa1024.spki.der")));
   const std::string page(4096, 'x');
   for (int n = 0; n < 3; ++n)
     putFile(kData + "/fill" + std::to_string(n), page);
-  EXPECT_FALSE(bImport(KeyType::kServerPublic, testKey("rsa2048.spki.der")));
+  EXPECT_FALSE(importFile(KeyType::kServerPublic, testKey("rsa2048.spki.der")));
   EXPECT_EQ(namesIn(kStore), Names{"server-public.der"});
   EXPECT_EQ(contentOf(kStore + "/server-public.der"), testKey("rsa1024.spki.der"));
 }
 
 TEST_F(KeyStoreTest, TakesAwayTheRightsOfOthersToAKeyFileItReplaces) {
   putFile(kStore + "/agent-secret.der", "old", 0644);
-  EXPECT_TRUE(bImport(KeyType::kAgentSecret, testKey("rsa1024.pkcs8.der")));
+  EXPECT_TRUE(importFile(KeyType::kAgentSecret, testKey("rsa1024.pkcs8.der")));
   EXPECT_EQ(modeOf(kStore + "/agent-secret.der"), 0600U);
 }
 
@@ -136,16 +136,16 @@ TEST_F(KeyStoreTest, WritesNoSecretThroughALinkOrOverADirectory) {
   putFile("/tmp/elsewhere", "untouched");
   std::filesystem::create_symlink("/tmp/elsewhere", kStore + "/agent-secret.der");
   putDirectory(kStore + "/server-request-secret.der");
-  EXPECT_FALSE(bImport(KeyType::kAgentSecret, testKey("rsa1024.pkcs8.der")));
-  EXPECT_FALSE(bImport(KeyType::kServerRequestSecret, testKey("rsa1024.pkcs8.der")));
+  EXPECT_FALSE(importFile(KeyType::kAgentSecret, testKey("rsa1024.pkcs8.der")));
+  EXPECT_FALSE(importFile(KeyType::kServerRequestSecret, testKey("rsa1024.pkcs8.der")));
   EXPECT_EQ(contentOf("/tmp/elsewhere"), "untouched");
   EXPECT_EQ(namesIn(kStore), (Names{"agent-secret.der", "server-request-secret.der"}));
 }
 
 TEST_F(KeyStoreTest, ExportsPublicKeysOnly) {
   ABuffer out;
-  ASSERT_TRUE(bImport(KeyType::kServerPublic, testKey("rsa2048.pkcs1pub.pem")));
-  ASSERT_TRUE(bImport(KeyType::kServerRequestSecret, testKey("rsa2048.pkcs8.pem")));
+  ASSERT_TRUE(importFile(KeyType::kServerPublic, testKey("rsa2048.pkcs1pub.pem")));
+  ASSERT_TRUE(importFile(KeyType::kServerRequestSecret, testKey("rsa2048.pkcs8.pem")));
   EXPECT_TRUE(store().exportKey(KeyType::kServerPublic, out));
   EXPECT_EQ(std::string(out.span().begin(), out.span().end()), testKey("rsa2048.spki.der"));
   EXPECT_FALSE(store().exportKey(KeyType::kServerRequestSecret, out));
@@ -157,7 +157,7 @@ TEST_F(KeyStoreTest, ExportsPublicKeysOnly) {
 
 TEST_F(KeyStoreTest, RefusesATypeThatThereIsNot) {
   ABuffer out;
-  EXPECT_FALSE(bImport(static_cast<KeyType>(4), testKey("rsa2048.spki.der")));
+  EXPECT_FALSE(importFile(static_cast<KeyType>(4), testKey("rsa2048.spki.der")));
   EXPECT_FALSE(store().exportKey(static_cast<KeyType>(4), out));
   EXPECT_EQ(namesIn(kStore), Names{});
 }

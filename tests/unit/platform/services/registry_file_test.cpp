@@ -148,7 +148,7 @@ TEST(RegistryFile, DeletesWhatIsMalformedToo) {
   EXPECT_EQ(textOf(file), "[k]\n");
 }
 
-TEST(RegistryFile, DeletingDoesNotJoinAnUnfinishedValueWithTheLineBehind) {
+TEST(RegistryFile, DeletingDoesNotJoinAnUnfinishedValueWithTheLineAfter) {
   RegistryFile file = fileOf("[k]\nv=hex:30,\\\nw=1\nw=2\n41\nx=hex:1,\\\r\nw=hex:2,\\\n03\n; 4\n");
   EXPECT_TRUE(file.remove("k", "w"));
   EXPECT_EQ(textOf(file), "[k]\nv=hex:30,\\\n\n41\nx=hex:1,\\\r\n; 4\n");

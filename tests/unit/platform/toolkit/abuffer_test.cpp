@@ -12,7 +12,7 @@ ABuffer bufferOf(const std::string& text) {
   return ABuffer({reinterpret_cast<const unsigned char*>(text.data()), text.size()});
 }
 
-TEST(Buffer, HasAnUncountedZeroBehindItsContent) {
+TEST(Buffer, HasAnUncountedZeroAfterItsContent) {
   const ABuffer buffer = bufferOf("key");
   EXPECT_EQ(buffer.length(), 3U);
   EXPECT_EQ(buffer.data()[3], 0);

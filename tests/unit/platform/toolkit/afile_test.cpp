@@ -33,7 +33,7 @@ TEST_F(File, ReadsAWholeFileUnderBothNames) {
   EXPECT_EQ(textOf(tried), content);
 }
 
-TEST_F(File, PutsAnUncountedZeroBehindTheContent) {
+TEST_F(File, PutsAnUncountedZeroAfterTheContent) {
   putFile("/tmp/f", "text");
   ABuffer content;
   ASSERT_TRUE(AFile::readExisting(L"/tmp/f", content));

@@ -51,7 +51,7 @@ TEST_F(Unzip, WritesTheBytesOfEveryEntryUnderItsName) {
   EXPECT_EQ(treeOf(m_target), expected);
 }
 
-TEST_F(Unzip, TakesStreamedArchivesWithTheSizesBehindTheContent) {
+TEST_F(Unzip, TakesStreamedArchivesWithTheSizesAfterTheContent) {
   ASSERT_EQ(unpack("good/streamed"), 0);
   EXPECT_EQ(contentOf(m_target + "/srpubkey.bin").size(), 300U);
 }

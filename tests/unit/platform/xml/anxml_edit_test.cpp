@@ -125,7 +125,7 @@ TEST_F(AnXmlEdit, ANodeThatIsNoneDoesNothing) {
   EXPECT_FALSE(ofNothing.moveNext(L"", &text));
 }
 
-TEST_F(AnXmlEdit, AddChildAppendsBehindAllOtherNodes) {
+TEST_F(AnXmlEdit, AddChildAppendsAfterAllOtherNodes) {
   load("<r> <a/>t<!-- c --></r>");
   AnXmlNode added;
   ASSERT_TRUE(m_root.addChild(&added, L"n", nullptr, L"<1>"));

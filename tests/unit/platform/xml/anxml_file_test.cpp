@@ -14,10 +14,10 @@ namespace {
 constexpr const char* kFile = "/opt/Quorvane/list.xml";
 constexpr const wchar_t* kPath = L"/opt/Quorvane/list.xml";
 
-bool bUses(AnXml& xml, const wchar_t* root) {
+bool use(AnXml& xml, const wchar_t* root) {
   return xml.useExistingFile(kPath, root, nullptr, nullptr);
 }
-bool bUsesAlways(AnXml& xml, const wchar_t* root) {
+bool useAlways(AnXml& xml, const wchar_t* root) {
   return xml.useFileAlways(kPath, root, nullptr, nullptr);
 }
 
@@ -31,14 +31,14 @@ class AnXmlFile : public PrivateDevice {};
 TEST_F(AnXmlFile, UseExistingFileLoadsADocumentWithTheRootAskedFor) {
   putFile(kFile, "<ns:SiteLists><SiteList/></ns:SiteLists>");
   AnXml xml;
-  ASSERT_TRUE(bUses(xml, L"ns:SiteLists"));
+  ASSERT_TRUE(use(xml, L"ns:SiteLists"));
   AnXmlNode found;
   EXPECT_TRUE(AnXmlNode(&xml).getExistingChild(&found, L"SiteList", nullptr, nullptr, nullptr, nullptr));
 }
 
 TEST_F(AnXmlFile, UseExistingFileFailsForAMissingFileAndMakesNone) {
   AnXml xml;
-  EXPECT_FALSE(bUses(xml, L"a"));
+  EXPECT_FALSE(use(xml, L"a"));
   EXPECT_TRUE(bEmpty(xml));
   EXPECT_FALSE(exists(kFile));
 }
@@ -47,26 +47,26 @@ TEST_F(AnXmlFile, UseExistingFileFailsForAnotherRootName) {
   putFile(kFile, "<ns:a/>");
   AnXml xml;
   for (const wchar_t* name : {L"a", L"NS:A", L"ns:", L"ns:aa", L"", L"x:a"})
-    EXPECT_FALSE(bUses(xml, name));
-  EXPECT_FALSE(bUses(xml, nullptr));
+    EXPECT_FALSE(use(xml, name));
+  EXPECT_FALSE(use(xml, nullptr));
   EXPECT_TRUE(bEmpty(xml));
 }
 
 TEST_F(AnXmlFile, UseExistingFileFailsForADirectoryAndAFifo) {
   putDirectory(kFile);
   AnXml xml;
-  EXPECT_FALSE(bUses(xml, L"a"));
+  EXPECT_FALSE(use(xml, L"a"));
   ASSERT_EQ(::rmdir(kFile), 0);
   ASSERT_EQ(::mkfifo(kFile, 0600), 0);
-  EXPECT_FALSE(bUses(xml, L"a"));
+  EXPECT_FALSE(use(xml, L"a"));
 }
 
 TEST_F(AnXmlFile, UseExistingFileFailsForAMalformedFileAndForgetsTheDocumentBefore) {
   putFile(kFile, "<a/>");
   AnXml xml;
-  ASSERT_TRUE(bUses(xml, L"a"));
+  ASSERT_TRUE(use(xml, L"a"));
   putFile(kFile, "<a>");
-  EXPECT_FALSE(bUses(xml, L"a"));
+  EXPECT_FALSE(use(xml, L"a"));
   EXPECT_TRUE(bEmpty(xml));
   EXPECT_FALSE(xml.writeFile(kPath, false, false));
   EXPECT_EQ(contentOf(kFile), "<a>");
@@ -87,14 +87,14 @@ TEST_F(AnXmlFile, UseExistingFileFailsForNoPathAndForReservedArguments) {
 TEST_F(AnXmlFile, Latin1LoadsWhereDeclaredAndIsWrittenAsUtf8) {
   putFile(kFile, "<?xml version='1.0' encoding='ISO-8859-1'?><a x='\xE4'>caf\xE9<\xE9/></a>");
   AnXml xml;
-  ASSERT_TRUE(bUses(xml, L"a"));
+  ASSERT_TRUE(use(xml, L"a"));
   AString text;
   AnXmlNode found;
   ASSERT_TRUE(AnXmlNode(&xml).getExistingChild(&found, L"\xE9", nullptr, nullptr, nullptr, nullptr));
   ASSERT_TRUE(xml.writeFile(kPath, false, false));
   EXPECT_EQ(contentOf(kFile),
             "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a x=\"\xC3\xA4\">caf\xC3\xA9<\xC3\xA9/></a>\n");
-  EXPECT_TRUE(bUses(xml, L"a"));
+  EXPECT_TRUE(use(xml, L"a"));
 }
 
 TEST_F(AnXmlFile, Utf16WithAByteOrderMarkLoadsAndIsWrittenAsUtf8) {
@@ -109,7 +109,7 @@ TEST_F(AnXmlFile, Utf16WithAByteOrderMarkLoadsAndIsWrittenAsUtf8) {
     }
     putFile(kFile, bytes);
     AnXml xml;
-    ASSERT_TRUE(bUses(xml, L"a"));
+    ASSERT_TRUE(use(xml, L"a"));
     AString value;
     AnXmlNode found;
     ASSERT_TRUE(AnXmlNode(&xml).getExistingChild(&found, L"\xE9", nullptr, nullptr, nullptr, &value));
@@ -118,19 +118,19 @@ TEST_F(AnXmlFile, Utf16WithAByteOrderMarkLoadsAndIsWrittenAsUtf8) {
     EXPECT_EQ(contentOf(kFile),
               "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a x=\"\xC3\xA4\">caf\xC3\xA9<\xC3\xA9></\xC3\xA9>"
               "\xF0\x9F\x98\x80</a>\n");
-    EXPECT_TRUE(bUses(xml, L"a"));
+    EXPECT_TRUE(use(xml, L"a"));
   }
 }
 
 TEST_F(AnXmlFile, Latin1BytesWithoutADeclarationDoNotLoad) {
   putFile(kFile, "<a>caf\xE9</a>");
   AnXml xml;
-  EXPECT_FALSE(bUses(xml, L"a"));
+  EXPECT_FALSE(use(xml, L"a"));
 }
 
 TEST_F(AnXmlFile, UseFileAlwaysStartsANewDocumentWhereThereIsNoFile) {
   AnXml xml;
-  ASSERT_TRUE(bUsesAlways(xml, L"CustomProperties"));
+  ASSERT_TRUE(useAlways(xml, L"CustomProperties"));
   EXPECT_FALSE(exists(kFile));
   AnXmlNode child;
   ASSERT_TRUE(AnXmlNode(&xml).addChild(&child, L"CustomProps1", nullptr, nullptr));
@@ -143,7 +143,7 @@ TEST_F(AnXmlFile, UseFileAlwaysStartsANewDocumentWhereThereIsNoFile) {
 
 TEST_F(AnXmlFile, ANewFileIsForItsOwnerOnly) {
   AnXml xml;
-  ASSERT_TRUE(bUsesAlways(xml, L"a"));
+  ASSERT_TRUE(useAlways(xml, L"a"));
   ASSERT_TRUE(xml.writeFile(kPath, false, false));
   EXPECT_EQ(modeOf(kFile), 0600U);
 }
@@ -151,7 +151,7 @@ TEST_F(AnXmlFile, ANewFileIsForItsOwnerOnly) {
 TEST_F(AnXmlFile, UseFileAlwaysLoadsTheFileThatIsThere) {
   putFile(kFile, "<a><b/></a>");
   AnXml xml;
-  ASSERT_TRUE(bUsesAlways(xml, L"a"));
+  ASSERT_TRUE(useAlways(xml, L"a"));
   AnXmlNode added;
   ASSERT_TRUE(AnXmlNode(&xml).addChild(&added, L"c", nullptr, nullptr));
   ASSERT_TRUE(xml.writeFile(kPath, false, false));
@@ -162,7 +162,7 @@ TEST_F(AnXmlFile, UseFileAlwaysFailsForAFileThatDoesNotLoadAndLeavesItAsItIs) {
   for (const std::string content : {"", "<a>", "<b/>", "<!DOCTYPE a><a/>", "<a>\xE9</a>"}) {
     putFile(kFile, content, 0640);
     AnXml xml;
-    EXPECT_FALSE(bUsesAlways(xml, L"a"));
+    EXPECT_FALSE(useAlways(xml, L"a"));
     EXPECT_TRUE(bEmpty(xml));
     EXPECT_EQ(contentOf(kFile), content);
     EXPECT_EQ(modeOf(kFile), 0640U);
@@ -172,14 +172,14 @@ TEST_F(AnXmlFile, UseFileAlwaysFailsForAFileThatDoesNotLoadAndLeavesItAsItIs) {
 TEST_F(AnXmlFile, UseFileAlwaysFailsForADirectory) {
   putDirectory(kFile);
   AnXml xml;
-  EXPECT_FALSE(bUsesAlways(xml, L"a"));
+  EXPECT_FALSE(useAlways(xml, L"a"));
 }
 
 TEST_F(AnXmlFile, WriteFileKeepsModeAndLinkOfTheFileThatItReplaces) {
   putFile("/opt/Quorvane/real.xml", "<a/>", 0644);
   ASSERT_EQ(::symlink("real.xml", kFile), 0);
   AnXml xml;
-  ASSERT_TRUE(bUses(xml, L"a"));
+  ASSERT_TRUE(use(xml, L"a"));
   ASSERT_TRUE(AnXmlNode(&xml).setValue(L"", L"t"));
   ASSERT_TRUE(xml.writeFile(kPath, false, false));
   EXPECT_EQ(contentOf("/opt/Quorvane/real.xml"), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a>t</a>\n");
@@ -193,7 +193,7 @@ TEST_F(AnXmlFile, WriteFileFailsWithReservedFlagsNoPathOrNoDocument) {
   putFile(kFile, "<a/>");
   AnXml xml;
   EXPECT_FALSE(xml.writeFile(kPath, false, false));
-  ASSERT_TRUE(bUses(xml, L"a"));
+  ASSERT_TRUE(use(xml, L"a"));
   EXPECT_FALSE(xml.writeFile(kPath, true, false));
   EXPECT_FALSE(xml.writeFile(kPath, false, true));
   EXPECT_FALSE(xml.writeFile(nullptr, false, false));
@@ -206,7 +206,7 @@ TEST_F(AnXmlFile, WriteFileFailsWithReservedFlagsNoPathOrNoDocument) {
 TEST_F(AnXmlFile, WriteFileFailsWithoutADirectoryAndOnAFullOne) {
   putFile(kFile, "<a/>");
   AnXml xml;
-  ASSERT_TRUE(bUses(xml, L"a"));
+  ASSERT_TRUE(use(xml, L"a"));
   EXPECT_FALSE(xml.writeFile(L"/opt/Quorvane/missing/list.xml", false, false));
 
   mountSmall("/opt/Quorvane/small", 8192);
@@ -220,7 +220,7 @@ TEST_F(AnXmlFile, WriteFileFailsWithoutADirectoryAndOnAFullOne) {
 TEST_F(AnXmlFile, ADocumentCanBeWrittenAgainAfterAFailure) {
   putFile(kFile, "<a/>");
   AnXml xml;
-  ASSERT_TRUE(bUses(xml, L"a"));
+  ASSERT_TRUE(use(xml, L"a"));
   AnXmlNode root(&xml);
   ASSERT_TRUE(root.setValue(L"x", L"\x01"));
   EXPECT_FALSE(xml.writeFile(kPath, false, false));
@@ -232,15 +232,15 @@ TEST_F(AnXmlFile, ADocumentCanBeWrittenAgainAfterAFailure) {
 
 TEST_F(AnXmlFile, ADocumentEditedBeyondTheDepthThatLoadsIsNotWritten) {
   AnXml xml;
-  ASSERT_TRUE(bUsesAlways(xml, L"a"));
+  ASSERT_TRUE(useAlways(xml, L"a"));
   AnXmlNode node(&xml);
   for (int depth = 2; depth <= 256; ++depth)
     ASSERT_TRUE(node.addChild(&node, L"a", nullptr, nullptr));
   EXPECT_TRUE(xml.writeFile(kPath, false, false));
-  EXPECT_TRUE(bUses(xml, L"a"));
+  EXPECT_TRUE(use(xml, L"a"));
 
   const std::string before = contentOf(kFile);
-  ASSERT_TRUE(bUsesAlways(xml, L"a"));
+  ASSERT_TRUE(useAlways(xml, L"a"));
   node = AnXmlNode(&xml);
   while (node.getExistingChild(&node, L"a", nullptr, nullptr, nullptr, nullptr))
     continue;
