@@ -8,6 +8,7 @@ CommandLineData::~CommandLineData() {
   base::wipe(zentorPassword);
 }
 
+// Any text will do for these two: what fits is for the agent's configuration to say.
 bool CommandLineData::SetCheckVersion(std::wstring& version) {
   checkVersion = version;
   return true;
@@ -54,6 +55,7 @@ void CommandLineData::SetZentorUser(const std::wstring& user) {
   zentorUser = user;
 }
 
+// A copy, which is the caller's to wipe.
 std::wstring CommandLineData::GetZentorPassword() const {
   return zentorPassword;
 }

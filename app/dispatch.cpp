@@ -92,6 +92,7 @@ bool bWrites(const CommandLineData& data) {
 Ended checkAgent(const CommandLineData& data, CommandLineHelper& agent) {
   if (const Ended ended = checkVersion(data, agent)) return ended;
   if (const Ended ended = checkConflicts(data, agent)) return ended;
+  // Last, as a check that fails ends the run with its own status.
   return showVersion(data);
 }
 
@@ -103,6 +104,7 @@ Ended switchMode(CommandLineData& data, const std::wstring& currentDir, CommandL
 }
 
 Ended controlService(const CommandLineData& data, CommandLineHelper& agent) {
+  // Started before it is stopped: who asks for both has it stopped in the end.
   if (const Ended ended = startService(data, agent)) return ended;
   if (const Ended ended = stopService(data, agent)) return ended;
   return importKeys(data, agent);
@@ -112,6 +114,7 @@ Ended controlService(const CommandLineData& data, CommandLineHelper& agent) {
 
 int runOptions(CommandLineData& data, const std::wstring& currentDir, CommandLineHelper& agent) {
   if (const Ended ended = checkAgent(data, agent)) return *ended;
+  // After the checks, which may end the run, and before its first own file.
   if (bWrites(data)) helper::sweepInstallation();
   if (const Ended ended = switchMode(data, currentDir, agent)) return *ended;
   if (const Ended ended = controlService(data, agent)) return *ended;

@@ -76,11 +76,13 @@ constexpr Option kOptions[] = {
 };
 
 const Option* findOption(std::wstring_view name) {
+  // As it is spelled: -u and -U are two options.
   const auto* const found =
       std::find_if(std::begin(kOptions), std::end(kOptions), [&](const Option& option) { return option.name == name; });
   return found == std::end(kOptions) ? nullptr : found;
 }
 
+/// The names of the help that begin with a "-", typed as "--help" and "-h".
 bool bHelpName(std::wstring_view name) {
   return name == L"-help" || name == L"h";
 }
@@ -116,6 +118,7 @@ class Parser {
 };
 
 bool Parser::take(char* argument) {
+  // Both forms are wiped: the argument may be the password.
   std::string narrow(argument);
   const base::WipeAtEnd wipeNarrow(narrow);
   std::wstring wide = helper::latin1_to_unicode(narrow);
@@ -124,6 +127,7 @@ bool Parser::take(char* argument) {
   // Before a value is looked for: the help is shown also where a value was expected.
   if (wide == L"?") return showHelp();
   if (m_waiting != nullptr) {
+    // Where it stands, the list of processes shows it to every user.
     if (m_waiting->bSecret) base::wipe(argument, narrow.size());
     takeValue(wide);
     return true;
@@ -137,6 +141,7 @@ bool Parser::take(char* argument) {
 bool Parser::takeOption(std::wstring_view name) {
   const Option* const option = findOption(name);
   if (option != nullptr) {
+    // Without waiting for its value: where that is missing, the whole command line is refused.
     if (option->flagWhenSeen != nullptr) m_data.*(option->flagWhenSeen) = true;
     if (option->store != nullptr) m_waiting = option;
     return true;

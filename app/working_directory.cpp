@@ -18,7 +18,8 @@ constexpr std::size_t kPathBuffer = 1024;  // the terminating zero included
 std::optional<std::string> currentDirectory() {
   char buffer[kPathBuffer];
   if (::getcwd(buffer, sizeof(buffer)) != nullptr) return std::string(buffer);
-  // The tool is single-threaded and changes no variable.
+  // The directory may have been removed, or its path be longer than the buffer: the shell can still know it. The tool
+  // is single-threaded and changes no variable.
   const char* const fromShell = std::getenv("PWD");  // NOLINT(concurrency-mt-unsafe)
   if (fromShell == nullptr) return std::nullopt;
   return std::string(fromShell, ::strnlen(fromShell, kPathBuffer - 1));

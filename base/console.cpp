@@ -18,6 +18,7 @@ constexpr int kPatienceMilliseconds = 5000;
 /// Whether writing can go on after a write that failed with `error`.
 bool bWorthRetrying(int fd, int error) {
   if (error == EINTR) return true;
+  // An output that does not block is the doing of whoever shares it with this process, a terminal for instance.
   if (error != EAGAIN) return false;
   pollfd waited{fd, POLLOUT, 0};
   const int ready = ::poll(&waited, 1, kPatienceMilliseconds);
@@ -32,6 +33,7 @@ void put(int fd, std::string_view text) {
     if (written > 0) {
       text.remove_prefix(static_cast<std::size_t>(written));
     } else if (written == 0 || !bWorthRetrying(fd, errno)) {
+      // Nobody is told: a closed or full output must not change what the run does.
       break;
     }
   }
@@ -45,6 +47,7 @@ class Line {
 
   void add(std::string_view text) {
     while (!text.empty()) {
+      // A longer line is several writes, between which text of another process may come; none of it is lost.
       if (m_used == m_bytes.size()) flush();
       const std::size_t taken = std::min(text.size(), m_bytes.size() - m_used);
       std::copy_n(text.begin(), taken, m_bytes.begin() + static_cast<std::ptrdiff_t>(m_used));
@@ -72,6 +75,7 @@ class Line {
 
   int m_fd;
   std::size_t m_used = 0;
+  // As much as a pipe takes in one piece (PIPE_BUF), so that lines of usual length do not mix with those of others.
   std::array<char, 4096> m_bytes{};
 };
 

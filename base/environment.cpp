@@ -30,6 +30,7 @@ char* find(char** environment, std::string_view name) {
 }  // namespace
 
 void shedEnvironment() {
+  // A second call would take what the first one left for the original.
   if (environ == nullptr || g_original != nullptr) return;
   std::size_t count = 0;
   for (const std::string_view name : kKept) {

@@ -16,10 +16,13 @@ namespace {
 constexpr std::size_t kLargestValue = std::size_t{64} * 1024;  // of an attribute, and of the list of their names
 constexpr const char* kAccessList = "system.posix_acl_access";
 
+/// Errors by which kernels and file systems say that they keep no such attributes: there is none to lose then.
 bool bUnsupported(int error) {
   return error == ENOTSUP || error == ENOSYS;
 }
 
+/// Attributes that say something about the content. On another content they would give away rights (capabilities), or
+/// make the kernel refuse the file (EVM and IMA).
 bool bVouchesForContent(std::string_view name) {
   constexpr std::array<std::string_view, 3> kNames{"security.capability", "security.evm", "security.ima"};
   return std::find(kNames.begin(), kNames.end(), name) != kNames.end();
@@ -39,6 +42,7 @@ Status copyOwner(const struct stat& old, int to) {
 }
 
 Result<std::vector<std::string>> attributeNames(int fd) {
+  // The most that Linux lets a list be (XATTR_LIST_MAX), so that one call is enough.
   std::vector<char> list(kLargestValue);
   const ssize_t length = ::flistxattr(fd, list.data(), list.size());
   if (length < 0 && bUnsupported(errno)) return std::vector<std::string>{};
@@ -54,6 +58,7 @@ Status copyAttribute(int from, int to, const std::string& name) {
   std::vector<char> value(kLargestValue);
   const ssize_t length = ::fgetxattr(from, name.c_str(), value.data(), value.size());
   if (length >= 0 && ::fsetxattr(to, name.c_str(), value.data(), static_cast<std::size_t>(length), 0) == 0) return {};
+  // ENODATA: somebody took it away after it was listed, so it is not lost here.
   if (bSetBySystem(name) || errno == ENODATA) return {};
   return systemError("copy the extended attribute " + name);
 }

@@ -30,6 +30,7 @@ Result<Place> openPlace(const std::string& path) {
 }
 
 Result<Place> openPlace(int from, const std::string& fromPath, const std::string& path) {
+  // What ends in a slash means a directory, and no file can take its place.
   if (path.empty() || path.back() == '/') return refused(pathFrom(fromPath, path));
   const std::string directory = directoryOf(path);
   const auto open = [&](int flags) {
@@ -49,6 +50,7 @@ Result<Place> openPlace(int from, const std::string& fromPath, const std::string
 }
 
 Result<std::optional<Place>> followLink(const Place& place) {
+  // No link is longer on Linux, so none is cut off.
   std::array<char, PATH_MAX> buffer{};
   const ssize_t length = ::readlinkat(place.directory.get(), place.name.c_str(), buffer.data(), buffer.size());
   // EINVAL: what stands there is no link.
@@ -63,6 +65,7 @@ Result<std::optional<Place>> followLink(const Place& place) {
 
 Result<Place> findPlace(const std::string& path) {
   auto place = openPlace(path);
+  // Links can lead in a circle; the system itself gives up after as many, with the same error.
   for (int links = 0; place && links <= kMostLinks; ++links) {
     auto next = followLink(place.value());
     if (!next) return next.error();
@@ -82,6 +85,7 @@ Result<UniqueFd> openExisting(const Place& place) {
     return systemError("stat " + place.path);
   }
   if (!S_ISREG(info.st_mode)) return refused(place.path);
+  // What may have come there since the look is not followed, and not waited for, as the writer of a FIFO would be.
   constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
   UniqueFd fd(retryInterrupted([&] { return ::openat(place.directory.get(), place.name.c_str(), kFlags); }));
   if (!fd) return systemError("open " + place.path);
@@ -91,6 +95,7 @@ Result<UniqueFd> openExisting(const Place& place) {
 }
 
 Status syncDirectory(int fd, const std::string& name) {
+  // What fsync(2) of a file does not do: after a power cut its new name may be missing, or the old one still be there.
   if (retryInterrupted([&] { return ::fsync(fd); }) == 0 || errno == EINVAL) return {};
   return systemError("sync " + name);
 }

@@ -28,17 +28,20 @@ std::uint64_t claimedSize(int fd) {
 template <typename Buffer>
 Result<Buffer> readWhole(int fd, const std::string& name, std::size_t limit) {
   const std::uint64_t claimed = claimedSize(fd);
+  // Before any memory is taken for it.
   if (claimed > limit) return tooLarge(name, limit);
   Buffer content;
   // One byte more than claimed, so that an honest size needs a single read and a last one that finds the end.
   content.resize(claimed == 0 ? kChunk : static_cast<std::size_t>(claimed) + 1);
   std::size_t used = 0;
   while (true) {
+    // Doubled, so that a file without a size, or one that grows, is not copied anew for each piece.
     if (used == content.size()) content.resize(used + std::max(used, kChunk));
     const ssize_t got = retryInterrupted([&] { return ::read(fd, content.data() + used, content.size() - used); });
     if (got < 0) return systemError("read " + name);
     if (got == 0) break;
     used += static_cast<std::size_t>(got);
+    // The file may have grown since it was asked for its size.
     if (used > limit) return tooLarge(name, limit);
   }
   content.resize(used);
@@ -65,8 +68,10 @@ Result<struct stat> examineRegular(const std::string& path) {
 Result<UniqueFd> openRegular(const std::string& path) {
   const auto examined = examineRegular(path);
   if (!examined) return examined.error();
+  // Without waiting: a FIFO that came since the look would open only when somebody writes to it.
   UniqueFd fd(retryInterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
   if (!fd) return systemError("open " + path);
+  // Once more, by the descriptor: another file may have come there since the look.
   struct stat info {};
   if (::fstat(fd.get(), &info) != 0) return systemError("stat " + path);
   if (!S_ISREG(info.st_mode)) return notRegular(path);

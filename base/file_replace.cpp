@@ -33,9 +33,12 @@ Status sync(int fd, const std::string& what) {
 
 /// Takes the blocks for `size` bytes before anything is overwritten, so that a full disk shows while nothing is lost.
 Status reserve(int fd, std::uint64_t size, const std::string& path) {
+  // fallocate(2) refuses to reserve nothing.
   if (size == 0) return {};
   const auto length = static_cast<off_t>(size);
+  // The size stays as it is: a run that ends before the first byte is written has then changed nothing.
   if (retryInterrupted([&] { return ::fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, length); }) == 0) return {};
+  // Such a file system tells that it is full only when it is written to. To refuse it would leave no way to write.
   if (errno == EOPNOTSUPP || errno == ENOSYS) return {};
   return systemError("reserve space for " + path);
 }
@@ -51,6 +54,7 @@ Result<std::uint64_t> lengthOf(const Content& content) {
   return length;
 }
 
+/// Opens the target itself. What was examined may have been exchanged since, so it is judged by the descriptor again.
 Result<UniqueFd> openForWriting(const Place& place) {
   constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
   UniqueFd fd(retryInterrupted([&] { return ::openat(place.directory.get(), place.name.c_str(), kFlags); }));
@@ -95,6 +99,8 @@ bool bMountPoint(const Error& error, const Place& place) {
 /// What a replacement comes to: the target must be written in place instead, or not.
 enum class Outcome { kReplaced, kOnlyInPlace };
 
+/// Gives the temporary file owner, mode and attributes, and then the content: there is no moment at which somebody can
+/// read it who could not read the file that it replaces.
 Status fill(int fd, int existing, const Content& content, NewFileAttributes ifNew) {
   const int like = existing >= 0 ? existing : ifNew.attributesOf;
   if (like >= 0) {
@@ -108,9 +114,11 @@ Status fill(int fd, int existing, const Content& content, NewFileAttributes ifNe
 Result<Outcome> replaceByRename(const Place& place, int existing, const Content& content, NewFileAttributes ifNew) {
   auto temporary = TemporaryFile::create(place.directory.get(), place.name);
   if (!temporary) {
+    // A file that does not exist cannot be written in place: making it is what was just refused.
     if (existing >= 0 && bDirectoryClosed(temporary.error())) return Outcome::kOnlyInPlace;
     return temporary.error();
   }
+  // Nothing has changed yet, and what cannot be brought to the disk is not to be promised.
   if (!place.bSyncable) return systemError("open the directory of " + place.path, EACCES);
   TemporaryFile& file = temporary.value();
   if (auto done = fill(file.fd(), existing, content, ifNew); !done) return done.error();
@@ -130,6 +138,7 @@ constexpr std::size_t kPiece = std::size_t{64} * 1024;
 
 Status readPieces(int fd, const std::string& name, const Sink& sink) {
   SecretBytes piece(kPiece);
+  // By places of its own, as the content may be asked for a second time, and then from its beginning again.
   for (off_t at = 0;;) {
     const ssize_t got = retryInterrupted([&] { return ::pread(fd, piece.data(), piece.size(), at); });
     if (got < 0) return systemError("read " + name);
@@ -178,8 +187,10 @@ Status copyFile(const std::string& from, const std::string& to) {
   if (!place) return place.error();
   const auto existing = openExisting(place.value());
   if (!existing) return existing.error();
+  // To write a file over itself could only lose something, above all in place.
   if (bSameFile(info, existing.value().get())) return {};
   const Content content = [&](const Sink& sink) { return readPieces(source.value().get(), from, sink); };
+  // A new copy gets no set-id bits: it would lend the rights of whoever runs this tool.
   return replaceAt(place.value(), existing.value().get(), content, {.mode = info.st_mode & 0777U});
 }
 
@@ -187,6 +198,7 @@ Status writeAll(int fd, std::span<const unsigned char> data) {
   while (!data.empty()) {
     const ssize_t written = retryInterrupted([&] { return ::write(fd, data.data(), data.size()); });
     if (written < 0) return systemError("write");
+    // No progress and no error: to ask again could go on for ever.
     if (written == 0) return systemError("write", EIO);
     data = data.subspan(static_cast<std::size_t>(written));
   }

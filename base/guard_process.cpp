@@ -27,10 +27,12 @@ void closeFrom(unsigned int first) {
 /// Leaves the guard no descriptor but the pipe and /dev/null.
 void takeDescriptors(int pipe) {
   if (pipe != kPipe) ::dup2(pipe, kPipe);
+  // With all others goes its copy of the writing end: as long as that is open, the pipe does not end.
   closeFrom(kPipe + 1);
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
     ::close(fd);
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    // The lowest that is free, which is this one. Without it the guard works as well, as it says nothing there.
     if (::open("/dev/null", O_RDWR) != fd) break;
   }
 }
@@ -75,6 +77,7 @@ Result<GuardProcess> GuardProcess::start(const std::function<void()>& action) {
   if (child < 0) return systemError("start a guard");
   if (child == 0) makeGuard(reading.get(), action);
   int status = -1;
+  // For the child in between, which ends at once; the guard is nobody's child by then.
   retryInterrupted([&] { return ::waitpid(child, &status, 0); });
   if (status != 0) return systemError("start a guard", EAGAIN);
   return GuardProcess(std::move(writing));

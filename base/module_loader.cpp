@@ -16,6 +16,7 @@ constexpr const char* kBinary = "/proc/self/exe";
 
 /// The directory of the running binary; empty when the system does not tell.
 std::string directoryOfBinary() {
+  // By the kernel's word: the name by which the program was called is the caller's choice.
   std::array<char, PATH_MAX> link{};
   const ssize_t length = ::readlink(kBinary, link.data(), link.size());
   if (length <= 0) return {};
@@ -47,6 +48,7 @@ Error loaderError(const std::string& loaded, const std::string& path) {
 /// Not by the descriptor of the file, since the part may look for its libraries beside itself ($ORIGIN).
 Result<void*> loadJudged(OpenedFile part, const char* symbol) {
   const std::string loaded = "/proc/self/fd/" + std::to_string(part.directory.get()) + "/" + part.name;
+  // With all symbols at once, so that one that is missing shows now, and none of its own for other parts.
   void* module = ::dlopen(loaded.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (module == nullptr) return loaderError(loaded, part.path);
   // Open to the end, as the part is: the loader keeps the path, and no other directory must ever stand for it.
@@ -61,6 +63,8 @@ Result<void*> loadJudged(OpenedFile part, const char* symbol) {
 Result<OpenedFile> findModule(const std::string& name) {
   const std::string file = "/keltconfig-" + name + ".so";
   const Trust trust = ownersOfParts();
+  // Beside the binary first, for a build tree. A part that is there and is refused ends the search, as another one in
+  // its place would hide that.
   for (const std::string& directory : {directoryOfBinary(), std::string(KELT_MODULE_DIR)}) {
     if (directory.empty()) continue;
     auto part = openTrusted(AT_FDCWD, "", directory + file, trust);

@@ -15,7 +15,8 @@ auto retryInterrupted(Call call) {
 }
 
 /// Asks a question, and where the answer is no, once more: for an answer that others build on, as a single call that
-/// the system refuses must not pass for a fact.
+/// the system refuses must not pass for a fact. `ask` returns whether it is yes. Returns the last answer; what `ask`
+/// throws goes through.
 template <typename Ask>
 bool askTwice(Ask ask) {
   if (ask()) return true;

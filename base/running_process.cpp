@@ -40,14 +40,17 @@ Status statusOf(pid_t number) noexcept {
 
 SeenProcess thisProcess() noexcept {
   timespec now{};
+  // The clock by which /proc tells when a process was started: it goes on while the device sleeps.
   ::clock_gettime(CLOCK_BOOTTIME, &now);
   return {::getpid(), std::int64_t{now.tv_sec} * 100 + now.tv_nsec / kHundredth};
 }
 
 bool bRuns(const SeenProcess& process) noexcept {
   const Status status = statusOf(process.number);
+  // A zombie has ended, and only nobody asked for its status yet.
   if (status.state == 'Z' || status.state == 'X') return false;
   const auto startedAt = static_cast<std::int64_t>(status.startedAt) * 100 / ::sysconf(_SC_CLK_TCK);
+  // One that started later is another process, which got the number anew.
   return startedAt <= process.seenAt;
 }
 

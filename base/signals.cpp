@@ -48,6 +48,7 @@ DeferredSignals::DeferredSignals(DeferredSignals&& other) noexcept
     : m_before(other.m_before), m_bActive(std::exchange(other.m_bActive, false)) {}
 
 DeferredSignals::~DeferredSignals() {
+  // What came meanwhile is delivered before this call returns.
   if (m_bActive) ::sigprocmask(SIG_SETMASK, &m_before, nullptr);
 }
 

@@ -20,17 +20,18 @@ void resetSignalsForChild();
 /// At the end the earlier mask comes back, and a signal that arrived meanwhile then ends the run as usual.
 class DeferredSignals {
  public:
-  /// Blocks the three in this thread, whatever the mask was. Two such objects may overlap, if
-  /// the later one ends first.
+  /// Blocks the three in this thread, whatever the mask was. Two such objects may overlap, if the later
+  /// one ends first.
   DeferredSignals();
   /// The new object ends what the old one began.
   DeferredSignals(DeferredSignals&& other) noexcept;
   DeferredSignals& operator=(DeferredSignals&&) = delete;
+  /// Puts the earlier mask back.
   ~DeferredSignals();
 
  private:
-  sigset_t m_before;
-  bool m_bActive = true;
+  sigset_t m_before;      ///< the mask that comes back
+  bool m_bActive = true;  ///< until another object takes it over
 };
 
 }  // namespace kelt::base

@@ -17,7 +17,9 @@ namespace {
 constexpr std::size_t kLongestName = 255;
 constexpr std::size_t kRandomLength = 12;
 constexpr std::string_view kMark = ".kelt-";
+// 32 of them, a divisor of 256: made of a random byte, each comes as often as the others.
 constexpr std::string_view kAlphabet = "abcdefghijklmnopqrstuvwxyz234567";
+/// Random names of this length do not meet. A file system that says they do must not hold the run for ever.
 constexpr int kAttempts = 16;
 
 /// As much of `name` as leaves room for the rest, cut between two characters of UTF-8.
@@ -76,6 +78,7 @@ Status TemporaryFile::takeName(Take take) {
   for (int attempt = 0; attempt < kAttempts && randomizeEnd(m_name); ++attempt) {
     m_bNamed = take() == 0;
     if (m_bNamed) return {};
+    // Only a name that is taken is a reason for another one.
     if (errno != EEXIST) break;
   }
   return systemError("create " + m_name);
@@ -115,6 +118,7 @@ Status TemporaryFile::makeNamed() {
 
 Status TemporaryFile::settle() {
   const DescriptorPath path(m_fd.get());
+  // By its path in /proc, since linking a descriptor itself (AT_EMPTY_PATH) takes a capability.
   const auto link = [&] { return ::linkat(AT_FDCWD, path.get(), m_directory, m_name.c_str(), AT_SYMLINK_FOLLOW); };
   if (!m_bNamed) {
     if (auto named = takeName(link); !named) return named;
@@ -132,6 +136,8 @@ Status TemporaryFile::renameTo(const std::string& name) {
 }
 
 Status TemporaryFile::publish(const Place& place) {
+  // The content before the name, and the name before the caller hears of it: a power cut at any point leaves the old
+  // file or the new one.
   if (auto done = settle(); !done) return done;
   if (auto done = renameTo(place.name); !done) return done;
   return syncDirectory(m_directory, directoryOf(place.path));
@@ -143,11 +149,13 @@ Status TemporaryFile::exchangeWith(const std::string& name) {
 }
 
 bool TemporaryFile::putBack(const std::string& name) noexcept {
+  // First: where it cannot be put back, its temporary name is the only one, and must not go with the object.
   m_bNamed = false;
   return ::renameat(m_directory, m_name.c_str(), m_directory, name.c_str()) == 0;
 }
 
 bool bTemporaryName(std::string_view name) {
+  // All of the pattern, as what fits it is removed: a file of an administrator's that merely resembles it is not.
   const std::size_t least = 1 + kMark.size() + kRandomLength;
   if (name.size() <= least || name.size() > kLongestName || name.front() != '.') return false;
   const std::string_view random = name.substr(name.size() - kRandomLength);

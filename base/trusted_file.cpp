@@ -14,6 +14,7 @@ Error refused(const std::string& path, const char* why) {
   return {ErrorKind::kRefused, 0, path + ": " + why};
 }
 
+/// Who may write to a directory decides what stands in it, whatever the file's own permissions are.
 Status judgeDirectoryOf(const Place& place, const Trust& trust) {
   struct stat info {};
   const std::string path = directoryOf(place.path);
@@ -39,6 +40,7 @@ Result<OpenedFile> openHere(Place place, const Trust& trust) {
 
 const char* whyNotTrusted(const struct stat& info, const Trust& trust) {
   if (!trust.bJudgesAnything) return nullptr;
+  // Root is trusted always: it could change the judge as well.
   if (info.st_uid != 0 && info.st_uid != trust.owner) return "belongs to somebody else";
   const bool bGroupOfOthers = trust.bJudgesGroup && info.st_gid != info.st_uid;
   const mode_t others = bGroupOfOthers ? S_IWGRP | S_IWOTH : S_IWOTH;

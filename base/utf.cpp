@@ -6,6 +6,8 @@
 namespace kelt::base {
 namespace {
 
+/// Bytes that are no text become lone trailing surrogates, which no text has: a name in any old encoding comes back as
+/// it was.
 constexpr std::uint32_t kByteEscape = 0xDC00;
 constexpr std::uint32_t kFirstEscaped = kByteEscape + 0x80;
 constexpr std::uint32_t kLastEscaped = kByteEscape + 0xFF;
@@ -34,6 +36,7 @@ Lead leadOf(std::uint32_t byte) {
   if ((byte & 0xE0U) == 0xC0) return {2, byte & 0x1FU, 0x80};
   if ((byte & 0xF0U) == 0xE0) return {3, byte & 0x0FU, 0x800};
   if ((byte & 0xF8U) == 0xF0) return {4, byte & 0x07U, 0x10000};
+  // A continuation byte without a beginning, or the start of five or six bytes, which RFC 3629 has no more.
   return {0, 0, 0};
 }
 
@@ -46,6 +49,7 @@ Decoded decodeAt(std::string_view text, std::size_t at) {
     if ((byte & 0xC0U) != 0x80) return {};
     codePoint = codePoint << 6U | (byte & 0x3FU);
   }
+  // A second spelling of a character, by which a name could pass a comparison, is no text (RFC 3629, section 10).
   const bool bSurrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
   if (codePoint < lead.least || codePoint > 0x10FFFF || bSurrogate) return {};
   return {codePoint, lead.length};
@@ -55,6 +59,7 @@ Decoded decodeAt(std::string_view text, std::size_t at) {
 std::size_t lengthOf(std::uint32_t value) {
   if (value < 0x80 || (value >= kFirstEscaped && value <= kLastEscaped)) return 1;
   if (value < 0x800) return 2;
+  // What four bytes cannot hold becomes the replacement character, which takes three.
   return value < 0x10000 || value >= kLimitOfFourBytes ? 3 : 4;
 }
 
@@ -73,6 +78,8 @@ void appendTail(std::string& out, std::uint32_t value, unsigned shift) {
   appendByte(out, 0x80U | (value >> shift & 0x3FU));
 }
 
+/// Writes a value as UTF-8 writes characters, also one that is none (a lone surrogate): what reads it strictly then
+/// refuses it.
 void encode(std::string& out, std::uint32_t value) {
   if (value < 0x80) {
     appendByte(out, value);
@@ -95,11 +102,13 @@ void encode(std::string& out, std::uint32_t value) {
 
 std::wstring toWide(std::string_view utf8) {
   std::wstring wide;
+  // No text has more characters than bytes.
   wide.reserve(utf8.size());
   for (std::size_t at = 0; at < utf8.size();) {
     const Decoded decoded = decodeAt(utf8, at);
     const bool bText = decoded.length != 0;
     wide.push_back(static_cast<wchar_t>(bText ? decoded.codePoint : kByteEscape + byteAt(utf8, at)));
+    // A single byte where it is no text: the next one may begin a character.
     at += bText ? decoded.length : 1;
   }
   return wide;

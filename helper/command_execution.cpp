@@ -23,6 +23,7 @@ void unixCommandLineHelper::splitStringToParameters(std::wstring commandLine,
   std::string word;
   bool bQuoted = false;
   for (const char c : std::string_view(static_cast<const char*>(narrow))) {
+    // They hold blanks together and stay in the word: there is no shell that would take them away.
     if (c == '"') bQuoted = !bQuoted;
     if (bQuoted || !bBlank(c)) {
       word += c;

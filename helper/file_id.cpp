@@ -11,6 +11,7 @@ std::optional<FileId> fileIdOf(const std::string& path) {
 }
 
 bool bOneFile(const std::string& path, const std::string& other) {
+  // Through links and mounts: two paths of one file need not have a word in common.
   const auto file = fileIdOf(path);
   return file && file == fileIdOf(other);
 }

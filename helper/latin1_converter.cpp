@@ -22,6 +22,7 @@ std::optional<std::size_t> Latin1Converter::convert(std::span<const char> latin1
   std::size_t fromLeft = latin1.size();
   char* to = out.data();
   std::size_t toLeft = out.size();
+  // All or nothing: each byte is a character, so there is no half of one to be carried over to the next call.
   if (::iconv(m_conversion, &from, &fromLeft, &to, &toLeft) == static_cast<std::size_t>(-1)) return std::nullopt;
   return out.size() - toLeft;
 }

@@ -34,6 +34,7 @@ void signMark(int mark) noexcept {
   const base::SeenProcess self = base::thisProcess();
   const Signature signature{self.number, self.seenAt};
   for (int tries = 0; tries < kTries; ++tries) {
+    // Over an earlier one, which has the same length: who made the debt last is who is waited for.
     if (::pwrite(mark, signature.data(), sizeof signature, 0) == sizeof signature) return;
   }
 }
@@ -54,6 +55,7 @@ std::optional<base::SeenProcess> signerOf(Owed what) noexcept {
 }  // namespace
 
 void owe(Owed what) noexcept {
+  // A mark that is there already stands for the same debt.
   constexpr int kFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   base::UniqueFd mark;
   for (int tries = 0; tries < kTries && !mark; ++tries)

@@ -22,6 +22,7 @@ namespace {
   ::unsetenv("LD_LIBRARY_PATH");  // NOLINT(concurrency-mt-unsafe): there is one thread
   if (last != nullptr) last();
   if (*arguments != nullptr) ::execvp(*arguments, arguments);
+  // Not exit(3): what is registered for the end of the process is the parent's.
   ::_exit(1);
 }
 
@@ -34,6 +35,7 @@ pid_t forkPatiently() {
   pid_t child = ::fork();
   if (child < 0) logProblem("The system has no process for a command of the agent; trying again.");
   for (int tries = 1; child < 0 && tries < kPatience; ++tries) {
+    // Where it was a limit, other processes end meanwhile; the agent must not stay stopped for the want of one.
     ::nanosleep(&kPause, nullptr);
     child = ::fork();
   }

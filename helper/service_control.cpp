@@ -152,15 +152,18 @@ void unixCommandLineHelper::loadPlugIns() {
 
 bool unixCommandLineHelper::StopORVService() {
   awaitCommandsOfDeadRun();
+  // A run that does not start the agent again owes it nothing: a mark would have some other run's guard start it.
   using Last = void (*)();
   const Last oweStart = m_bStartPromised ? Last([] { owe(Owed::kStart); }) : nullptr;
   const Last owePlugIns = m_bStartPromised ? Last([] { owe(Owed::kPlugIns); }) : nullptr;
   const auto config = logged(openConfigDirectory().loadAgent());
+  // Nothing was run yet, so the agent is as it was.
   if (!config) return false;
   const PreparedCommand stopCommand = prepared(config->firstTextOrEmpty(L"StopCommand"));
   ConfigDirectory directory = openConfigDirectory();
   // A directory that others may have changed meanwhile is no ground to stop the agent on; that counts as done.
   if (!checkDirectory(directory)) return true;
+  // As far as it can be listed: what cannot be read there must not keep the agent from being stopped.
   static_cast<void>(forEachPlugIn(directory, [&](const std::string& /*name*/, Result<ConfigFile> file) {
     const auto plugIn = logged(std::move(file));
     if (!plugIn) return;
@@ -190,6 +193,7 @@ Result<ReservedStart> unixCommandLineHelper::readStart() const {
     if (!file) return;
     if (const auto command = file.value().firstText(kLoadElement)) all.plugIns.push_back({name, prepared(*command)});
   });
+  // All or nothing: a start by a list that lacks a product would leave that one's plug-in unloaded.
   if (!listed) return listed.error();
   if (!refused) return refused.error();
   return all;
@@ -209,6 +213,7 @@ std::optional<ReservedStart> unixCommandLineHelper::readStartInAdvance() const n
 
 void unixCommandLineHelper::loadPlugInsAnewOr(ReservedStart* reserved, bool bDespiteDirectory) const noexcept {
   if (reserved != nullptr) {
+    // A start that is tried again loads them again, too.
     for (ReservedPlugIn& plugIn : reserved->plugIns)
       plugIn.bSettled = false;
   }
@@ -225,6 +230,7 @@ void unixCommandLineHelper::loadPlugInsAnewOr(ReservedStart* reserved, bool bDes
 /// Returns false where what was kept is to be used for the rest.
 bool unixCommandLineHelper::loadPlugInsAnew(ReservedStart* reserved, bool bDespiteDirectory) const {
   ConfigDirectory directory = openConfigDirectory();
+  // What was kept stands in for a directory that the system refuses, never for one that others may write to by now.
   if (!checkDirectory(directory)) return !(bDespiteDirectory && directory.bRefusedBySystem());
   const auto listed = forEachPlugIn(directory, [&](const std::string& name, const Result<ConfigFile>& file) {
     loadPlugIn(file, reserved == nullptr ? nullptr : find(*reserved, name));
@@ -237,6 +243,7 @@ void unixCommandLineHelper::loadPlugIn(const Result<ConfigFile>& file, ReservedP
   if (!file) platform::logRefusal(file.error());
   const auto text = file ? file.value().firstText(kLoadElement) : std::nullopt;
   const auto anew = text ? std::optional(prepared(*text)) : std::nullopt;
+  // From here on nothing throws: it is not run for a second time from what was kept.
   if (kept != nullptr) kept->bSettled = true;
   if (anew) return anew->runPatiently(nullptr);
   if (kept != nullptr && !file && bRefusedBySystem(file.error())) kept->load.runPatiently(nullptr);

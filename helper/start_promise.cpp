@@ -36,6 +36,7 @@ void payDebts(unixCommandLineHelper& agent) {
     logProblem("A run ended before it started the agent again, which is started now.");
     if (!agent.StartORVService()) logProblem("The agent could not be started.");
   } else if (bOwed(Owed::kPlugIns)) {
+    // Only for an agent that runs: a start loads them by itself.
     logProblem("A run ended before it loaded the agent's plug-ins again, which are loaded now.");
     agent.loadPlugIns();
   }
@@ -66,6 +67,7 @@ std::optional<GuardProcess> guardFor(unixCommandLineHelper& agent) {
 class GuardedPromise final : public StartPromise {
  public:
   explicit GuardedPromise(unixCommandLineHelper& agent) : m_agent(agent), m_guard(guardFor(agent)) {
+    // Without a guard, too: the marks are there for whoever takes the lock next.
     m_agent.setStartPromised(true);
   }
   GuardedPromise(const GuardedPromise&) = delete;

@@ -44,6 +44,7 @@ std::optional<BegunWork> workIn(std::string_view text) {
   return std::nullopt;
 }
 
+/// Whoever could have written it could have root delete files or import keys by it.
 const char* whyNoMark(const struct stat& info, uid_t owner) {
   if (!S_ISREG(info.st_mode)) return "is not a regular file";
   if (info.st_uid != owner) return "belongs to somebody else";
@@ -85,6 +86,7 @@ WorkMark::WorkMark() : m_path(inAgentDataDirectory(paths::kUnfinishedWork)) {
   const Status status = find();
   if (status || status.error().kind == ErrorKind::kNotFound) return;
   if (status.error().kind == ErrorKind::kSystem) {
+    // It stays for the next run, which may be able to read it.
     logProblem("Whether an earlier run left work unfinished is not known: " + status.error().message);
   } else {
     refuse(status.error().message);
@@ -119,6 +121,7 @@ Status WorkMark::read() {
 }
 
 void WorkMark::refuse(const std::string& why) const {
+  // Else every run to come would find it, and say so, again.
   const bool bRemoved = ::unlinkat(m_place.directory.get(), m_place.name.c_str(), 0) == 0;
   logProblem((bRemoved ? "Removed, being no mark of unfinished work: " : "No mark of unfinished work: ") + why);
 }
@@ -139,6 +142,7 @@ void WorkMark::begin(const BegunWork& work) {
   m_bOwn = true;  // also where it fails: the mark is there all the same when only its last sync failed
   const std::string text = textOf(work);
   Status done = write(text);
+  // Once more: one call that is refused must not leave the work without its mark.
   if (!done) done = write(text);
   if (!done) logProblem("No mark of unfinished work could be made: " + done.error().message);
 }

@@ -30,6 +30,7 @@ class PlanReader {
     const std::string_view line = m_text.substr(0, end);
     m_bGood =
         m_bGood && end != std::string_view::npos && line.starts_with(name) && line.substr(name.size()).starts_with('=');
+    // After one that is wrong, none is right: each would be taken for another.
     if (!m_bGood) return {};
     m_text.remove_prefix(end + 1);
     return line.substr(name.size() + 1);
@@ -66,6 +67,7 @@ std::string identityOf(const std::string& path, HexHash& hash) {
   std::optional<std::string> digits;
   const auto read = [&] {
     const auto size = helper::sizeOf(path);
+    // What is too large for a key must not take memory to be told from one.
     const auto content = size && *size <= platform::kMaxKeyFileSize ? helper::contentOf(path) : std::nullopt;
     if (content) digits = hash.of(*content);
     return content.has_value();

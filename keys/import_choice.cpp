@@ -38,8 +38,10 @@ BegunImport choose(bool fromUpdateDir, const KeyFiles& files, const std::optiona
   BegunImport import;
   import.fromUpdateDir = fromUpdateDir;
   import.bRegistryKeys = past ? past->bRegistryKeys : bServerKeysInRegistry();
+  // A cut-off import may have recorded its own setting already; once it had stored all, that is the one that holds.
   import.before = past && !bAllStored ? past->before : currentSetting();
   import.plan = planImport(gatherFacts(fromUpdateDir, files, import.before, import.bRegistryKeys));
+  // In another mode or size the pair of the registry is of no use; once all was stored, it is in the key store.
   import.bAgentKeys = import.plan.setting == import.before && !fromUpdateDir && !bAllStored;
   return import;
 }

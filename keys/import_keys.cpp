@@ -30,6 +30,7 @@ enum class Told { kConsole, kLog };
 
 /// Deletes the originals of an import and brings that to the disk.
 void deleteOriginals(const KeyFiles& files, Told told) {
+  // What is no key stays: the agent is the one that it was (AgentGUID).
   removeKeys(false);
   if (told == Told::kConsole) deleteKeyFiles(files);
   if (told == Told::kLog) deleteKeyFilesInSilence(files);
@@ -61,6 +62,7 @@ Earlier finish(BegunImport import, helper::WorkMark& mark, bool bOwn) {
   // anew.
   if (bOwn && bOtherFiles && (bStoring || !import.fromUpdateDir)) {
     logEvent("Beginning anew the key import that an earlier run began.");
+    // From here on it is this run's, which replaces it by that of the import that follows, or removes it.
     static_cast<void>(mark.adopt(helper::Work::kKeyImport));
     return {std::nullopt, import};
   }
@@ -119,6 +121,7 @@ bool CommandLineHelper::ImportKeys(bool fromUpdateDir) {
   const keys::KeyFiles files = keys::keyFilesIn(directory);
   keys::BegunImport import = keys::choose(fromUpdateDir, files, earlier.past);
   if (!keys::store(import, files, mark)) {
+    // What the earlier one had still to do, as this one has not come to take its place.
     if (earlier.past) keys::discardPairOf(*earlier.past);
     return false;
   }
@@ -130,6 +133,7 @@ void CommandLineHelper::finishInterrupted(std::optional<Work> own) {
   WorkMark mark;
   if (!mark.found() || keys::finishWorkOfSwitch(mark, own)) return;
   const auto import = keys::markedImport(mark);
+  // One from the installation is what a switch to managed mode comes to by itself, with files that it copies anew.
   if (!import || (own == Work::kKeyImport && !import->fromUpdateDir)) return;
   static_cast<void>(keys::finish(*import, mark, false));
 }

@@ -20,6 +20,7 @@ std::array<const std::string*, kKeyFileCount> inOrder(const KeyFiles& files) {
 }
 
 KeyFiles keyFilesIn(const std::string& directory) {
+  // The names begin with a slash. Where the directory ends in one there are two, and messages show both.
   return {directory + paths::kServerKey2048, directory + paths::kRequestKey2048, directory + paths::kServerKey,
           directory + paths::kRequestKey, directory + paths::kFipsMarker};
 }

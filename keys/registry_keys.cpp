@@ -46,6 +46,7 @@ class AgentRegistryKey {
   /// Closes the key, which carries out what was deleted. Returns the status of that.
   int close() {
     if (m_openStatus != kRegistrySuccess) return m_openStatus;
+    // Before it is closed, so that this is not done again where it throws.
     m_openStatus = kRegistryNotFound;
     return RegCloseKey(std::exchange(m_key, nullptr));
   }
@@ -84,6 +85,7 @@ bool readPair(const ValueNames& names, Buffer& pub, Buffer& sec) {
   if (!publicKey) return false;
   auto secretKey = key.read(names.secretSize, names.secretBytes);
   if (!secretKey) return false;
+  // Both or none, as half a pair in the caller's hands would pass for a key.
   pub = std::move(*publicKey);
   sec = std::move(*secretKey);
   return true;

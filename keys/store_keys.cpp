@@ -82,6 +82,7 @@ void importAgentKeys(IKeyManagement& keys) {
 /// Records the hash of the server's public key in the agent's configuration.
 void recordServerKeyHash(IKeyManagement& keys, HexHash& hash) {
   ABuffer key;
+  // Out of the key store, since the hash is that of the form in which the key is kept there.
   if (!keys.exportKey(KeyType::kServerPublic, key)) return;
   const std::optional<std::string> digits = hash.of(key);
   if (digits && !base::askTwice([&] { return modes::bSetServerPublicKeyHashInfo(*digits); })) {
@@ -125,17 +126,21 @@ bool store(BegunImport& import, const KeyFiles& files, helper::WorkMark& mark) {
   CryptShim::set_key_size_to_use(import.plan.setting.keySize);
   logEvent("Expecting these key files: " + publicFile + ", " + secretFile);
   if (!bFileExists(publicFile)) return fail("Unable to locate server keys ");
+  // A library that does not start ends the import while nothing has changed.
   if (!prepareCrypto(import.plan.setting.mode)) return false;
+  // By the library, so only once it runs; and before the first change, which they are noted for.
   import.files = identitiesOf(files);
   begin(mark, import);
   if (!storeKeys(import, publicFile, secretFile)) return false;
   logEvent("Successfully imported the keys.");
+  // All is in the key store. Not before may a run that finds the mark delete the originals.
   import.stage = Stage::kCleaning;
   begin(mark, import);
   return true;
 }
 
 void discardPairOf(const BegunImport& import) {
+  // Where the new size was not recorded, the agent goes on with its pair.
   if (import.stage != Stage::kStoring || !import.bDiscardsPair() || !(currentSetting() == import.plan.setting)) return;
   const KeyManager keys(CryptShim::create_key_manager_object());
   if (keys != nullptr) keys->discardAgentKeys();

@@ -72,6 +72,7 @@ bool bFileExists(std::wstring path) {
   const AString file(std::move(path));
   bool bAccessible = false;
   bool bExists = false;
+  // Asked twice each: by the answer an import chooses mode and key size.
   const auto examine = [&] { return AFiler::getFileAccessibility(file, AFiler::kRead, bAccessible, bExists); };
   if (file.empty() || !base::askTwice(examine)) return false;
   std::uint64_t size = 0;

@@ -59,6 +59,7 @@ class KeyFileCheck {
   /// Whether what is there can be a key file.
   static KeyFileState stateOf(const std::string& path) {
     const auto size = helper::sizeOf(path);
+    // Only a regular file has one. A directory of that name could not be copied, nor imported from.
     if (!size) return KeyFileState::kNotRegular;
     return *size > platform::kMaxKeyFileSize ? KeyFileState::kTooLarge : KeyFileState::kThere;
   }
@@ -82,7 +83,8 @@ bool refuse(const std::string& path, const char* problem) {
   return complain(messages::kKeyFileInaccessible, path);
 }
 
-/// Where this fails, copying the file fails later and says so.
+/// The switch copies all five files. An empty one serves for that, and counts as absent for the import. Where it cannot
+/// be made, copying it fails later and says so.
 bool makeEmpty(const std::string& path) {
   AFile file;
   if (file.openAlways(base::toWide(path))) file.close();

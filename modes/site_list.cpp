@@ -24,6 +24,7 @@ SiteListContent contentOf(AnXml& siteList) {
   AnXmlNode sites;
   AnXmlNode server;
   if (!findSites(siteList, sites)) return SiteListContent::kNoSites;
+  // One without an address is of no use to the agent.
   return findServer(sites, server, kAddress) ? SiteListContent::kServer : SiteListContent::kNoServer;
 }
 
@@ -53,6 +54,7 @@ bool SiteList::removeServers() {
   if (!findSites(m_document, sites)) return false;
   AnXmlNode server;
   bool bAny = false;
+  // Always the first that is left, as a node that was removed leads to no other.
   while (findServer(sites, server) && server.remove())
     bAny = true;
   return bAny;

@@ -24,8 +24,8 @@ std::string installed(const std::string& name) {
 }
 
 /// The line of a plan for what stands there now: its inode, which is given to another file once this one is gone, and
-/// the time of its last change, which another one has only if it came within the
-/// grain of the kernel's clock. Empty where nothing is there.
+/// the time of its last change, which another one has only if it came within the grain of the kernel's clock. Empty
+/// where nothing is there.
 std::string lineFor(const std::string& name) {
   struct stat info {};
   const std::string path = installed(name);

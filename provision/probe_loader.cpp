@@ -8,6 +8,7 @@ namespace {
 Status probe(const char* server, const ProbeFacts& take) {
   const auto entry = base::loadModuleSymbol("provision", kProbeEntry);
   if (!entry) return entry.error();
+  // The entry is one of C, and knows neither functions with a state nor exceptions.
   const ProbeSink sink = [](void* context, const char* name, const char* value) {
     (*static_cast<const ProbeFacts*>(context))(name, value);
   };

@@ -84,6 +84,7 @@ Status writeZip(const std::string& path) {
 Status unzip(const std::string& zip, const std::string& directory) {
   base::print(messages::kUnzipping);
   const Status status = completed(NsUnzip(zip.c_str(), directory.c_str()) != -1, kNotUnzipped);
+  // It has the keys in it a second time. What cannot be unzipped stays, for whoever wants to know why.
   if (status == kSuccess) (void)AFiler::deleteFile(tellcomn_ansi_to_wide(zip));
   return status;
 }
@@ -130,6 +131,7 @@ Status unpackReply(const std::string& directory) {
 
 Status provisionFiles(const std::string& directory, std::string_view server, std::string_view user,
                       std::string_view password) {
+  // The reply is the process's: two exchanges at once would mix theirs.
   const boost::mutex::scoped_lock lock(mtxProvision);
   if (const Status status = fetch(server, user, password); status != kSuccess) return status;
   if (const Status status = examineReply(serverReply); status != kSuccess) return status;

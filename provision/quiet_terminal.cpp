@@ -18,6 +18,7 @@ extern "C" void noteSignal(int signal) {
 
 void installHandler(int signal, struct sigaction& before) {
   ::sigaction(signal, nullptr, &before);
+  // What the caller had ignored, nohup(1) for instance, stays so.
   if (before.sa_handler == SIG_IGN) return;
   struct sigaction action {};
   action.sa_handler = noteSignal;
@@ -43,6 +44,7 @@ QuietTerminal::QuietTerminal(int fd) : m_fd(fd) {
   ::sigemptyset(&waiting);
   for (const int signal : kSignals)
     ::sigaddset(&waiting, signal);
+  // Before anything is changed: a signal that came in between would leave a terminal that does not echo.
   ::sigprocmask(SIG_BLOCK, &waiting, &m_before);
   for (std::size_t i = 0; i < kSignals.size(); ++i)
     installHandler(kSignals[i], m_actions[i]);
@@ -70,6 +72,7 @@ std::size_t QuietTerminal::read(std::span<char> buffer) {
 
 void QuietTerminal::quieten() {
   awaitForeground(m_fd);
+  // Where there is nothing to save, it is no terminal, and nothing is put back.
   m_saved = TtySave(m_fd) == 0;
   TtyNoEcho(m_fd);
 }

@@ -47,6 +47,7 @@ bool bOursAt(const std::string& path) {
 bool removeStranger(const std::string& directory, const Name& name) {
   const std::string path = directory + name.text;
   struct stat info {};
+  // What cannot be looked at may be a stranger's.
   if (::lstat(path.c_str(), &info) != 0) return errno == ENOENT;
   if (bOurs(info) || (S_ISDIR(info.st_mode) && name.bWrittenNext)) return true;
   const bool bRemoved = ::unlink(path.c_str()) == 0;

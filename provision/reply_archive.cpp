@@ -28,6 +28,7 @@ class PieceDecoder {
     wide.resize(waiting + text.size());
     std::size_t used = waiting;
     for (const char c : text) {
+      // Unsigned, as a byte beyond ASCII must not become a character below 0.
       wide[used] = static_cast<wchar_t>(static_cast<unsigned char>(c));
       used += bBlank(c) ? 0 : 1;
     }
@@ -47,6 +48,7 @@ class PieceDecoder {
     const std::size_t most = groups.size() / kGroup * kGroupBytes;
     const ABuffer bytes = ABase64Encode::decode(std::move(groups));
     if (bytes.length() == 0) return Decoding::kNoBase64;
+    // Fewer than that many groups can hold: there was padding among them.
     m_bPadded = bytes.length() < most;
     return m_sink(bytes.span()) ? Decoding::kDone : Decoding::kNotStored;
   }

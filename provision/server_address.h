@@ -12,8 +12,8 @@ bool split_host_and_port(std::string server, std::string& host,
                          std::string& port);  // NOLINT(performance-unnecessary-value-param)
 
 /// Sets CURLOPT_ADDRESS_SCOPE on the handle `curl` when the first IPv6 address of `host` that carries a scope names
-/// one; otherwise, and for a null handle, does nothing. May wait for the name service. A
-/// host that is not found is left to the transfer, which says so.
+/// one; otherwise, and for a null handle, does nothing. May wait for the name service. A host that is not found
+/// is left to the transfer, which says so.
 void setAddressScopeIfRequired(void* curl, const std::string& host, const std::string& port);
 
 }  // namespace kelt::provision

@@ -20,6 +20,7 @@ int TtyNoEcho(int fd) {
 
 int TtyRestore(int fd) {
   ::ioctl(fd, TCGETA, &tioMode);
+  // After what is still to be written: that was meant for the terminal as it is now.
   return ::ioctl(fd, TCSETAW, &tioSave);
 }
 

@@ -22,8 +22,7 @@ class IConfiguration {
   virtual void SetConfigurationDirectory(const std::wstring& directory) = 0;
 
   /// The text of `AgentBinDirectory`, or "/opt/Quorvane/orv/bin" where the file is missing, is not trusted or does not
-  /// load, or has no such element or a blank one. Fails for nothing but
-  /// want of memory (std::bad_alloc).
+  /// load, or has no such element or a blank one. Fails for nothing but want of memory (std::bad_alloc).
   [[nodiscard]] virtual std::wstring GetAgentBinDirectory() const = 0;
 
   /// The same for `FrameworkDataDirectory` and "/opt/Quorvane/orv/scratch".

@@ -35,7 +35,7 @@ struct KeyRecord {
 
 /// What a key file holds.
 struct KeyFacts {
-  unsigned bits = 0;
+  unsigned bits = 0;   ///< of its modulus
   std::string sha256;  ///< of a public key as DER SubjectPublicKeyInfo, upper-case digits; empty for a secret one
 };
 

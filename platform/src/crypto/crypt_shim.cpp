@@ -31,6 +31,7 @@ class EngineShim final : public CryptShim {
   void configureWith(Mode mode, CryptShimLogger* logger) {
     m_mode = mode;
     m_logger = logger;
+    // The earlier ones, too: each is the library's for the life of the process, and must stay reachable.
     if (logger != nullptr) m_keptLoggers.push_back(logger);
   }
 
@@ -59,6 +60,7 @@ class EngineShim final : public CryptShim {
   bool ensureStarted() {
     if (m_engine != nullptr && m_startedMode == m_mode) return true;
     if (start()) return true;
+    // An engine that does not run in this mode must not go on in the earlier one.
     m_engine = nullptr;
     return false;
   }
@@ -82,6 +84,7 @@ class EngineShim final : public CryptShim {
   }
 
   void tellThatNoFipsModule() {
+    // Once for a process, however often the library is started in it.
     if (m_bToldNoFips || m_logger == nullptr) return;
     m_bToldNoFips = true;
     m_logger->info(
@@ -128,6 +131,7 @@ CryptShim* CryptShim::instance() {
 }
 
 void CryptShim::configure(Mode mode, Role /*role*/, CryptShimLogger* logger, const std::wstring& /*configName*/) {
+  // Thrown, as the operation has no other way to say so: an import in a mode that nobody meant is worse than none.
   if (mode != Mode::kFips && mode != Mode::kNonFips) throw std::runtime_error("no such crypto mode");
   EngineShim::get().configureWith(mode, logger);
 }
@@ -140,6 +144,7 @@ IKeyManagement* CryptShim::create_key_manager_object() {
   CryptoEngine* engine = shim.engine();
   if (engine == nullptr) return nullptr;
   std::string store = kelt::platform::keyStorePath();
+  // Before there is a manager: one whose store cannot be used would only fail later, key by key.
   if (const auto prepared = kelt::platform::prepareKeyStore(store); !prepared) {
     shim.report(prepared.error());
     return nullptr;

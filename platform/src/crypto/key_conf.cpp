@@ -14,6 +14,7 @@ namespace quorvane_com::QV::crypto {
 namespace {
 
 constexpr const char* kFileName = "keyconf.ini";
+/// Far more than the two lines take.
 constexpr std::size_t kMaxSize = 256;
 
 using Values = kelt::platform::KeyRecord;
@@ -46,6 +47,7 @@ std::optional<Values> parse(std::string_view text) {
   std::optional<KeySize> keySize;
   while (!text.empty()) {
     const std::string_view line = takeLine(text);
+    // Each once: of two lines for one value, any choice would be a guess at what the agent is to run in.
     if (!mode && line.starts_with(kModeTag)) {
       mode = modeOf(line.substr(kModeTag.size()));
       if (!mode) return std::nullopt;
@@ -87,6 +89,7 @@ bool logFailure(const kelt::Status& status) {
   return status.ok();
 }
 
+/// The interface is given, and an enumeration takes any number: what is written here must read again.
 bool bOfEnumeration(Mode mode) {
   return mode == Mode::kFips || mode == Mode::kNonFips;
 }
@@ -98,6 +101,7 @@ bool bOfEnumeration(KeySize size) {
 
 bool KeyConf::getCryptoMode(Mode& mode) const {
   const auto values = readValues();
+  // Else the caller's own value stays, which is what it falls back to.
   if (values) mode = values->mode;
   return values.has_value();
 }
@@ -110,6 +114,7 @@ bool KeyConf::getCryptoKeySize(KeySize& keySize) const {
 
 bool KeyConf::SetCryptoMode(Mode mode, KeySize keySize) {
   if (!bOfEnumeration(mode) || !bOfEnumeration(keySize)) return false;
+  // Both at once, in one replacement: a mode without its size would not read, nor the other way round.
   const std::string text = "mode=" + std::to_string(static_cast<int>(mode)) +
                            "\nkeysize=" + std::to_string(static_cast<int>(keySize)) + "\n";
   const std::string store = kelt::platform::keyStorePath();

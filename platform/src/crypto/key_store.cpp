@@ -49,12 +49,14 @@ Error refused(const std::string& subject, const char* why) {
 Status setMode(int fd, mode_t mode, const std::string& path) {
   struct stat info {};
   if (::fstat(fd, &info) != 0) return base::systemError("examine " + path);
+  // Only where they differ: on a file system that is read-only for now, keys can still be read.
   if ((info.st_mode & 07777U) == mode || ::fchmod(fd, mode) == 0) return {};
   return base::systemError("set the mode of " + path);
 }
 
 /// Opens the directory and judges it by what was opened.
 Result<base::UniqueFd> openAsItIs(const std::string& path, uid_t owner) {
+  // No link: whoever may write beside it could have secrets stored where he reads.
   base::UniqueFd directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!directory) {
     if (errno == ENOTDIR || errno == ELOOP) return refused(path, "is not a directory");
@@ -75,6 +77,7 @@ Result<base::UniqueFd> openKeyStore(const std::string& path) {
   if (::fstat(directory.get(), &info) != 0) return base::systemError("examine " + path);
   // From here on nobody else puts anything there; what is there already is judged file by file.
   const Status narrowed = setMode(directory.get(), 0700, path);
+  // That others may look at the names is no reason to refuse; that they may put files there is.
   if (!narrowed && (info.st_mode & kOthersWrite) != 0) return narrowed.error();
   return directory;
 }
@@ -101,6 +104,7 @@ Status makeDirectory(const std::string& path) {
   if (::mkdir(path.c_str(), 0700) != 0) {
     return errno == EEXIST ? Status() : base::systemError("make " + path);
   }
+  // Before anything comes into it: a power cut could else take directory and keys together.
   return base::syncDirectory(base::directoryOf(path));
 }
 
@@ -128,6 +132,7 @@ bool removeStored(const std::string& path) {
 
 std::string keyStorePath() {
   using quorvane_com::orv::configuration::IConfiguration;
+  // Not kept: it is where the configuration says that it is now.
   const std::wstring data = IConfiguration::GetConfiguration().GetFrameworkDataDirectory();
   return base::toUtf8(APath(data, base::toWide(paths::kKeyStoreDirName)).str());
 }
@@ -148,6 +153,7 @@ Result<base::SecretBytes> readFrom(const base::UniqueFd& directory, const std::s
   const std::string path = store + "/" + name;
   struct stat info {};
   if (::fstat(file.value().get(), &info) != 0) return base::systemError("examine " + path);
+  // Who may write to it can have put a key of his own there.
   if ((info.st_mode & kOthersWrite) != 0) return refused(path, "can be written by others");
   return base::readAll(file.value().get(), path, limit);
 }
@@ -194,6 +200,7 @@ bool KeyStore::discardAgentKeys() {
 
 bool KeyStore::importKeyFromFile(KeyType type, const std::wstring& path) {
   const std::string file = base::toUtf8(path);
+  // Whole, reading and storing: which of its calls was refused does not matter.
   const Status done = despiteOneRefusal([&]() -> Status {
     const auto content = base::readFile(file, kMaxKeyFileSize);
     return content ? importBytes(type, content.value()) : content.error();
@@ -207,6 +214,7 @@ bool KeyStore::importKey(KeyType type, const unsigned char* bytes, std::size_t l
 
 bool KeyStore::exportKey(KeyType type, ABuffer& out) {
   const char* name = fileNameOf(type);
+  // A secret key leaves the store by no operation.
   if (name == nullptr || !bPublic(type)) return false;
   const auto file = despiteOneRefusal([&] { return readStored(m_path, name, kMaxKeyFileSize); });
   if (!file) logRefusal(file.error());
@@ -225,6 +233,7 @@ Status KeyStore::importBytes(KeyType type, std::span<const unsigned char> file) 
     const auto key = m_engine.publicKey(file);
     return key ? storeFile(m_path, name, key.value()) : key.error();
   }
+  // Never copied as it came: what is kept is one key of that kind in one form, and nothing besides.
   const auto key = m_engine.secretKey(file);
   return key ? storeFile(m_path, name, key.value()) : key.error();
 }

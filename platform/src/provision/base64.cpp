@@ -42,6 +42,7 @@ std::uint32_t groupOf(const wchar_t* units) {
   const auto b = static_cast<char32_t>(units[1]);
   const auto c = static_cast<char32_t>(units[2]);
   const auto d = static_cast<char32_t>(units[3]);
+  // One comparison for all four, since nearly all of them pass.
   if ((a | b | c | d) >= kMeanings.size()) return kNoGroup;
   const std::uint32_t first = kMeanings[a];
   const std::uint32_t second = kMeanings[b];
@@ -95,6 +96,7 @@ class Decoder {
 
   /// Completes a padded group. False when the text may not end here.
   bool finish() {
+    // A single digit is six bits, which make no byte.
     if ((m_digits + m_padding) % 4 != 0 || m_digits == 1) return false;
     if (m_digits == 0) return m_padding == 0;
     put(m_bits << 6U * m_padding, m_digits - 1);
@@ -119,6 +121,7 @@ class Decoder {
 
 bool decodeAll(std::wstring_view text, Decoder& decoder) {
   while (true) {
+    // Whole groups at a time, as a reply is mostly these; a line end or the padding is then taken by itself.
     text.remove_prefix(decoder.addGroups(text));
     if (text.empty()) return decoder.finish();
     if (!decoder.add(text.front())) return false;
@@ -130,6 +133,7 @@ bool decodeAll(std::wstring_view text, Decoder& decoder) {
 
 ABuffer ABase64Encode::decode(const AString& text) {
   ABuffer decoded;
+  // Room for all that the text can hold; blanks and padding make it less.
   if (!decoded.allocate(text.str().size() / 4 * 3 + 3)) throw std::bad_alloc();
   Decoder decoder(decoded.data());
   if (!decodeAll(text.str(), decoder)) return {};

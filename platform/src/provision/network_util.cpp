@@ -6,11 +6,13 @@
 
 namespace {
 
+/// In a URL an IPv6 address stands in brackets, which getaddrinfo(3) does not take.
 std::string withoutBrackets(const std::string& host) {
   const bool bracketed = host.size() >= 2 && host.front() == '[' && host.back() == ']';
   return bracketed ? host.substr(1, host.size() - 2) : host;
 }
 
+/// Of digits alone: strtoul(3) would take a sign or blanks before them.
 std::optional<unsigned int> positiveNumber(const std::string& text) {
   unsigned int number = 0;
   const char* end = text.data() + text.size();

@@ -6,6 +6,7 @@
 namespace kelt::platform {
 namespace {
 
+/// How late a system call can be interrupted that begins just after the time was over.
 constexpr suseconds_t kRepeatMicroseconds = 10'000;
 constexpr unsigned int kLongest = 365U * 24 * 60 * 60;  // fits a time of 32 bits, which is all that some kernels take
 constexpr long kNanosecondsPerMicrosecond = 1000;
@@ -51,6 +52,7 @@ timeval remaining(const timeval& time, const timespec& begin) {
     ++left.tv_sec;
     left.tv_usec -= kMicrosecondsPerSecond;
   }
+  // A timer of 0 is switched off, and whoever had set it would wait in vain: one that is due goes off at once.
   return left.tv_sec < 0 || !bRuns(left) ? timeval{0, 1} : left;
 }
 
@@ -58,20 +60,24 @@ timeval remaining(const timeval& time, const timespec& begin) {
 
 AlarmedWait::AlarmedWait(unsigned int seconds) : m_begin(now()) {
   const itimerval none{};
+  // The process has one such timer. That of the caller stands still meanwhile, as its alarm would end our wait.
   ::setitimer(ITIMER_REAL, &none, &m_timerBefore);
   g_over = seconds == 0 ? 1 : 0;
   g_armed = 1;
   struct sigaction action {};
+  // Before the timer runs: an alarm that nobody handles ends the process.
   action.sa_handler = onAlarm;  // and no SA_RESTART
   ::sigaction(SIGALRM, &action, &m_actionBefore);
   sigset_t alarmOnly;
   ::sigemptyset(&alarmOnly);
   ::sigaddset(&alarmOnly, SIGALRM);
   ::sigprocmask(SIG_UNBLOCK, &alarmOnly, &m_maskBefore);
+  // To a timer, 0 means never.
   if (seconds != 0) startTimer(static_cast<time_t>(std::min(seconds, kLongest)), 0);
 }
 
 AlarmedWait::~AlarmedWait() {
+  // Backwards, the timer before the handler: an alarm that comes last must not meet what the caller does on one.
   g_armed = 0;
   const itimerval none{};
   ::setitimer(ITIMER_REAL, &none, nullptr);

@@ -23,6 +23,7 @@ class AlarmedWait {
   [[nodiscard]] bool bOver() const;
 
  private:
+  /// Starts the earlier timer again, if there was one, with what is left of its time.
   void restoreTimer() const;
 
   struct sigaction m_actionBefore {};

@@ -23,11 +23,13 @@ struct DirectoryValue {
 constexpr DirectoryValue kBin{L"AgentBinDirectory", paths::kDefaultBinDir};
 constexpr DirectoryValue kData{L"FrameworkDataDirectory", paths::kDefaultDataDir};
 
+/// An element without text names no directory: taken at its word, it would let the agent's files begin at the root.
 bool bBlank(const std::wstring& text) {
   return text.find_first_not_of(L" \t\r\n") == std::wstring::npos;
 }
 
 std::wstring valueIn(const Result<ConfigFile>& file, const DirectoryValue& value) {
+  // What cannot be read gives the directories of an agent that was never moved.
   const std::wstring text = file ? file.value().firstTextOrEmpty(value.element) : std::wstring();
   return bBlank(text) ? kelt::base::toWide(value.fallback) : text;
 }
@@ -75,6 +77,7 @@ namespace kelt::platform {
 
 std::wstring frameworkDataDirectory() {
   namespace configuration = quorvane_com::orv::configuration;
+  // Past valueOf, which would log a refusal, and so ask for this directory again.
   return configuration::valueIn(configuration::theConfiguration().load(), configuration::kData);
 }
 

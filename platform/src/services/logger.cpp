@@ -50,6 +50,7 @@ std::string escapedUnit(std::uint32_t unit) {
 std::string escaped(const wchar_t* text) {
   std::string out;
   if (text == nullptr) return out;
+  // A path, or a text of the server's, can hold a line end, and would forge a line of the log by it.
   for (const wchar_t unit : std::wstring_view(text)) {
     const std::uint32_t value = std::char_traits<wchar_t>::to_int_type(unit);
     out += bUnprintable(value) ? escapedUnit(value) : kelt::base::toUtf8({&unit, 1});
@@ -81,6 +82,7 @@ std::string logPath() {
 }
 
 UniqueFd openLog(const std::string& path) {
+  // For reading as well, which a shared lock takes. No link: it could let root write anywhere.
   constexpr int kFlags = O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
   return UniqueFd(retryInterrupted([&] { return ::open(path.c_str(), kFlags, 0600); }));
 }
@@ -97,6 +99,7 @@ enum class LogState { kReady, kMoved, kUnusable };
 LogState prepare(int fd, const std::string& path) {
   struct stat info {};
   if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return LogState::kUnusable;
+  // The name is looked at under the lock: without it, the file could be put aside right after the look.
   if (!kelt::base::tryFileLock(fd, FileLock::kShared) || !kelt::base::bStillNamed(path, info)) return LogState::kMoved;
   return info.st_size > kRotateBeyond && rotate(fd, path) ? LogState::kMoved : LogState::kReady;
 }
@@ -112,6 +115,7 @@ void append(const std::string& path, std::string_view line) {
     if (!fd) return;
     const LogState state = prepare(fd.get(), path);
     if (state == LogState::kUnusable) return;
+    // At last into whatever is open: a line in the file that was put aside is better than none.
     if (state == LogState::kReady || attempt == kAttempts) return writeTo(fd.get(), line);
     // The second look comes at once: mostly the rotation is over by then.
     const timespec pause{0, kPauseNanoseconds};
@@ -123,6 +127,7 @@ bool bClosed = false;
 
 void writeLine(char mark, const wchar_t* source, const wchar_t* message) noexcept {
   if (bClosed) return;
+  // Who logs between a failed call and the message about it must not change what that says.
   const int errnoBefore = errno;
   try {
     append(logPath(), lineOf(mark, source, message));

@@ -13,6 +13,7 @@ constexpr const wchar_t* kSource = L"files";
 
 /// Notes the message. Returns false where it was noted before.
 bool note(const std::string& message) {
+  // A run asks for the same file many times, and the one line that matters must not be lost among its copies.
   static std::set<std::string> said;
   return said.insert(message).second;
 }

@@ -58,6 +58,7 @@ int statusOf(ErrorKind kind) {
       return kRegistryNotFound;
     case ErrorKind::kSystem:
       return kRegistryAccessDenied;
+    // There, but of no use: no regular file, too large, or not of its form.
     default:
       return kRegistryBadData;
   }
@@ -90,6 +91,7 @@ bool deleteFromFile(const OpenKey& key) {
 
 int InitializeRegistry(const wchar_t* file) {
   if (file == nullptr || *file == L'\0') return kRegistryBadData;
+  // Not looked at yet: an agent without such a file has nothing in it, and that shows when a key is opened.
   registry().path = kelt::base::toUtf8(file);
   return kRegistrySuccess;
 }
@@ -124,6 +126,7 @@ int RegQueryValueEx(void* key, const char* name, std::uint32_t* reserved, std::u
   *size = value ? static_cast<std::uint32_t>(value.value().bytes.size()) : 0;
   if (!value || value.value().type != *type) return kRegistryBadData;
   if (*size > room || (data == nullptr && *size > 0)) return kRegistryMoreData;
+  // Null is fine for an empty value, but not for memcpy, whatever the length.
   if (*size > 0) std::memcpy(data, value.value().bytes.data(), *size);
   return kRegistrySuccess;
 }
@@ -134,12 +137,14 @@ int RegDeleteValue(void* key, const char* name) {
   try {
     return deleteValue(*open, name);
   } catch (const std::bad_alloc&) {
+    // All or none: a list without one of its names would delete a part when the key is closed.
     open->deleted.clear();
     throw;
   }
 }
 
 int RegCloseKey(void* key) {
+  // The handle is none from here on, whatever becomes of the file.
   const auto closed = registry().keys.extract(numberOf(key));
   if (closed.empty()) return kRegistryBadData;
   if (closed.mapped().deleted.empty()) return kRegistrySuccess;

@@ -17,6 +17,7 @@ constexpr std::string_view kNumberPrefix = "dword:";
 constexpr std::string_view kBytesPrefix = "hex:";
 constexpr std::string_view kContinuablePrefix = "hex";  // "hex(7):" too
 
+/// ASCII alone: a locale must not decide which names are the same.
 char lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
@@ -49,6 +50,7 @@ std::optional<unsigned> digitOf(char c) {
 /// Whether a line can continue the bytes of the line before.
 bool bContinues(std::string_view line) {
   line = trimmed(line);
+  // It is continued itself.
   if (!line.empty() && line.back() == '\\') line.remove_suffix(1);
   const auto bFits = [](char c) { return digitOf(c) || c == ',' || bBlank(c); };
   const auto bDigit = [](char c) { return digitOf(c).has_value(); };
@@ -58,6 +60,7 @@ bool bContinues(std::string_view line) {
 /// Steps through the values of a text, and through the sections on the way.
 class ValueReader {
  public:
+  /// A byte order mark, as editors of other systems write one, is passed over: it would hide the first section.
   /// `section`: the one whose values are wanted.
   ValueReader(std::string_view text, std::string_view section)
       : m_text(text), m_section(section), m_end(bStartsWith(text, kByteOrderMark) ? kByteOrderMark.size() : 0) {}
@@ -95,6 +98,7 @@ class ValueReader {
       return false;
     }
     const std::size_t equals = line.find('=');
+    // Before the first section a line belongs to no key; what has no "=" is kept, and is no value.
     if (equals == std::string_view::npos || !m_bInSection) return false;
     m_name = trimmed(line.substr(0, equals));
     m_data = m_begin + equals + 1;
@@ -140,7 +144,8 @@ class ValueReader {
   bool m_bOpen = false;
 };
 
-/// Moves what is kept of a text to its front, while the rest is still being read.
+/// Moves what is kept of a text to its front, while the rest is still being read. In place, as a second copy would be
+/// as much memory again, and another place that holds keys.
 class Compaction {
  public:
   explicit Compaction(SecretBytes& content) : m_content(content) {}
@@ -156,6 +161,7 @@ class Compaction {
 
   void finish() {
     keepUpTo(m_content.size());
+    // At once: what was left out may be a key, and a vector keeps its memory when it shrinks.
     base::wipe(m_content.data() + m_kept, m_content.size() - m_kept);
     m_content.resize(m_kept);
   }
@@ -175,6 +181,7 @@ class Compaction {
 /// Reads "HH,HH,..." from a text that may go over several lines.
 class ByteList {
  public:
+  /// Takes room for all of them: a key that grows leaves copies, to be wiped one by one.
   explicit ByteList(std::string_view text) : m_rest(trimmed(text)) { m_bytes.reserve(m_rest.size() / 3 + 1); }
 
   std::optional<SecretBytes> read() && {
@@ -209,6 +216,7 @@ class ByteList {
 
   [[nodiscard]] bool bAtContinuation() const {
     if (m_rest.front() != '\\') return false;
+    // Only at the end of its line: anywhere else it belongs to no list of bytes, and is for nobody to guess at.
     const std::size_t next = m_rest.find_first_not_of(" \t\r", 1);
     return next != std::string_view::npos && m_rest[next] == '\n';
   }
@@ -226,6 +234,7 @@ std::optional<SecretBytes> numberOf(std::string_view digits) {
     number = number * 16 + *digit;
   }
   SecretBytes bytes(sizeof(number));
+  // In the byte order of this machine, in which the caller reads it; the digits have none.
   std::memcpy(bytes.data(), &number, sizeof(number));
   return bytes;
 }
@@ -243,6 +252,7 @@ Result<RegistryValue> valueOf(std::string_view data) {
 }  // namespace
 
 Result<RegistryFile> RegistryFile::parse(SecretBytes content) {
+  // No editor writes one: the file is damaged, or no text at all, and must not be written again as if it were.
   if (std::find(content.begin(), content.end(), 0) != content.end()) {
     return Error{ErrorKind::kMalformed, 0, "registry file with a zero byte"};
   }
@@ -277,6 +287,7 @@ bool RegistryFile::remove(std::string_view section, std::string_view name) {
       continue;
     }
     bFound = true;
+    // Without the value between them, an open line would take the line after it for its continuation.
     const bool bJoined = openUpTo == reader.begin();
     compaction.leaveOut(reader.begin(), reader.end());
     if (bJoined && reader.bContinuationAfter()) compaction.addLineEnd();

@@ -34,6 +34,7 @@ class RegistryFile {
   /// Takes the content of a file. Errors: kMalformed when it has a zero byte, which no such text has.
   [[nodiscard]] static Result<RegistryFile> parse(base::SecretBytes content);
 
+  /// Whether there is a section of that path, with values in it or without.
   [[nodiscard]] bool bHasSection(std::string_view section) const;
 
   /// The first value of that name. Errors: kNotFound; kMalformed when it has another type or does not follow its form.

@@ -50,6 +50,7 @@ enum class Finding { kAbsent, kDenied, kAccessible, kUnknown };
 Finding examine(const std::string& path, AFiler::AFileAccess access) {
   struct stat info {};
   if (::stat(path.c_str(), &info) != 0) return bAbsent(errno) ? Finding::kAbsent : Finding::kUnknown;
+  // By the effective user, as whom the file will be opened; access(2) asks for the real one.
   if (::faccessat(AT_FDCWD, path.c_str(), modeFor(access), AT_EACCESS) == 0) return Finding::kAccessible;
   if (bAbsent(errno)) return Finding::kAbsent;
   return bDenied(errno) ? Finding::kDenied : Finding::kUnknown;
@@ -72,6 +73,7 @@ UniqueFd openOrCreate(const std::string& path) {
   const auto open = [&](int more) {
     return UniqueFd(kelt::base::retryInterrupted([&] { return ::open(path.c_str(), kFlags | more, 0600); }));
   };
+  // Made first, opened second: only so is it known whose mode it is, the file's own or ours to set.
   UniqueFd made = open(O_CREAT | O_EXCL);
   if (!made) return errno == EEXIST && bRegular(path) ? open(0) : UniqueFd();
   // The umask may have left less.
@@ -93,6 +95,7 @@ bool readWhole(const AString& path, ABuffer& content) {
   return attempt([&] {
     const auto bytes = kelt::base::readFile(narrow(path));
     if (bytes) {
+      // Only now, so that a failure leaves the caller what it had.
       content = ABuffer(bytes.value());
     } else {
       kelt::platform::logRefusal(bytes.error());
@@ -107,6 +110,7 @@ bool AFiler::getFileAccessibility(const AString& path, AFileAccess access, bool&
   bool bAccessible = false;
   bool bThere = false;
   if (!getFileAccessibility(path, access, bAccessible, bThere)) return false;
+  // A file that the caller cannot use is to it as one that is not there.
   exists = bAccessible && bThere;
   return true;
 }
@@ -132,12 +136,14 @@ bool AFiler::tryGetFileSize(const AString& path, std::uint64_t& size) {
 }
 
 bool AFiler::deleteFile(const AString& path) {
+  // Without a look before: unlink(2) refuses a directory by itself, and a look could be out of date.
   return attempt([&] { return ::unlink(narrow(path).c_str()) == 0; });
 }
 
 bool AFiler::copyFile(const AString& from, const AString& to) {
   return attempt([&] {
     const auto copied = kelt::base::copyFile(narrow(from), narrow(to));
+    // What is missing, or fails for the system's reasons, is for the caller to tell, who knows what the copy was for.
     if (!copied && copied.error().kind == kelt::ErrorKind::kRefused) kelt::platform::logRefusal(copied.error());
     return copied.ok();
   });
@@ -160,6 +166,7 @@ bool AFile::openWrite(const AString& path, bool truncate) {
   return attempt([&] {
     UniqueFd fd = openOrCreate(narrow(path));
     if (!fd || !bRegular(fd.get())) return false;
+    // After the judgement, so that nothing but a regular file loses its content.
     if (truncate && ::ftruncate(fd.get(), 0) != 0) return false;
     m_fd = std::move(fd);
     return true;

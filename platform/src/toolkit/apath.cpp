@@ -4,6 +4,7 @@
 
 namespace {
 
+/// Joins the two by one slash, however many they bring: a path that is shown has one form.
 std::wstring join(std::wstring_view directory, std::wstring_view name) {
   while (!directory.empty() && directory.back() == L'/')
     directory.remove_suffix(1);

@@ -19,6 +19,7 @@ struct CloseEntry {
   void operator()(zip_file_t* file) const { zip_fclose(file); }
 };
 
+/// Other methods of packing depend on how the library was built; by these two alone every device judges alike.
 bool bPlain(const zip_stat_t& info) {
   if ((info.valid & ZIP_STAT_ENCRYPTION_METHOD) == 0 || info.encryption_method != ZIP_EM_NONE) return false;
   if ((info.valid & ZIP_STAT_COMP_METHOD) == 0) return false;
@@ -32,11 +33,13 @@ Result<ZipArchive> ZipArchive::open(std::span<const unsigned char> content) {
   if (content.size() < kEndRecord) return malformed("too short for a zip archive");
   zip_error_t error;
   zip_error_init(&error);
+  // The last argument leaves the memory to the caller, who keeps it as long as the archive is open.
   zip_source_t* source = zip_source_buffer_create(content.data(), content.size(), 0, &error);
   zip_t* archive = source == nullptr ? nullptr : zip_open_from_source(source, ZIP_RDONLY, &error);
   if (archive == nullptr) {
     Error failure = malformed(std::string("not a zip archive: ") + zip_error_strerror(&error));
     zip_error_fini(&error);
+    // An archive that opened owns its source; one that did not leaves it here.
     if (source != nullptr) zip_source_free(source);
     return failure;
   }
@@ -52,6 +55,7 @@ std::uint64_t ZipArchive::count() const {
 Result<ZipEntry> ZipArchive::describe(std::uint64_t index) const {
   zip_stat_t info;
   zip_stat_init(&info);
+  // As stored: the library would guess at its encoding, and what is judged must be what is made.
   const char* name = zip_get_name(m_archive.get(), index, ZIP_FL_ENC_RAW);
   if (name == nullptr || zip_stat_index(m_archive.get(), index, ZIP_FL_UNCHANGED, &info) != 0 ||
       (info.valid & ZIP_STAT_SIZE) == 0) {
@@ -59,6 +63,7 @@ Result<ZipEntry> ZipArchive::describe(std::uint64_t index) const {
   }
   zip_uint8_t system = 0;
   zip_uint32_t attributes = 0;
+  // Of these 32 bits the upper half is the mode, where the archive was made on a system that has modes.
   if (zip_file_get_external_attributes(m_archive.get(), index, ZIP_FL_UNCHANGED, &system, &attributes) != 0) {
     return malformed("an entry without attributes");
   }
@@ -74,6 +79,7 @@ Status ZipArchive::read(const ZipEntry& entry, const ZipSink& sink) const {
   std::uint64_t total = 0;
   while (true) {
     const zip_int64_t got = zip_fread(file.get(), piece.data(), piece.size());
+    // A wrong checksum shows only at the end, once all of the entry was read.
     if (got < 0) return malformed("an entry that is damaged");
     if (got == 0) break;
     total += static_cast<std::uint64_t>(got);

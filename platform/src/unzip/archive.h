@@ -43,6 +43,7 @@ class ZipArchive {
   [[nodiscard]] Status read(const ZipEntry& entry, const ZipSink& sink) const;
 
  private:
+  /// Closes it without writing anything: it is only read.
   struct Discard {
     void operator()(zip_t* archive) const { zip_discard(archive); }
   };

@@ -9,6 +9,7 @@
 namespace kelt::platform {
 namespace {
 
+// A package is a handful of small files. Whatever an archive claims or unpacks to, it must not fill the disk.
 constexpr std::uint64_t kMaxEntries = 1024;
 constexpr std::uint64_t kMaxBytes = std::uint64_t{64} * 1024 * 1024;
 constexpr std::size_t kMaxNameBytes = 512;
@@ -25,7 +26,8 @@ Error tooLarge(std::string_view message) {
 bool bForbiddenUnit(wchar_t wide) {
   const auto unit = static_cast<char32_t>(wide);
   if (unit < 0x20 || (unit >= 0x7F && unit <= 0x9F)) return true;
-  // A surrogate stands for a byte that was no UTF-8.
+  // Backslash and colon part names on other systems, where a checked name could then lead elsewhere. A surrogate stands
+  // for a byte that was no UTF-8.
   return unit == U'\\' || unit == U':' || (unit >= 0xD800 && unit <= 0xDFFF);
 }
 
@@ -46,7 +48,8 @@ std::string lowered(std::string_view text) {
   return lower;
 }
 
-/// The names seen so far, without regard to case.
+/// The names seen so far, without regard to case: on a file system that knows none, the second of two such names would
+/// replace what the first one brought.
 class NamesTaken {
  public:
   /// Takes a name and the directories that it implies. False when it was there, or is a file here and a directory
@@ -55,6 +58,7 @@ class NamesTaken {
     std::string path;
     for (std::size_t i = 0; i + 1 < judged.parts.size(); ++i) {
       path += (i == 0 ? "" : "/") + lowered(judged.parts[i]);
+      // What is a directory on the way to this entry was a file as an earlier one.
       if (m_files.contains(path)) return false;
       m_directories.insert(path);
     }
@@ -71,6 +75,7 @@ class NamesTaken {
   std::set<std::string> m_directories;
 };
 
+/// Links and devices have kinds of their own. An archive that tells none (0) comes from a system without modes.
 bool bKindAgrees(const ZipEntry& entry, bool bDirectory) {
   if (bDirectory) return (entry.type == 0 || entry.type == S_IFDIR) && entry.size == 0;
   return entry.type == 0 || entry.type == S_IFREG;
@@ -102,6 +107,7 @@ Result<std::vector<JudgedEntry>> judgeDescriptions(const ZipArchive& archive) {
     auto judged = judgeEntry(archive, index);
     if (!judged) return judged.error();
     if (!names.take(judged.value())) return refused("a name that stands for two things");
+    // Subtracted, as the sizes are the archive's word, and their sum could begin again at 0.
     if (judged.value().entry.size > kMaxBytes - total) return tooLarge("too much content");
     total += judged.value().entry.size;
     entries.push_back(std::move(judged).value());
@@ -109,6 +115,7 @@ Result<std::vector<JudgedEntry>> judgeDescriptions(const ZipArchive& archive) {
   return entries;
 }
 
+/// Unpacks all of it to nowhere: a checksum that is wrong in the last entry has to show before the first is written.
 Status judgeContents(const ZipArchive& archive, const std::vector<JudgedEntry>& entries) {
   const ZipSink nowhere = [](std::span<const unsigned char>) { return Status(); };
   for (const JudgedEntry& judged : entries) {

@@ -15,7 +15,7 @@ namespace kelt::platform {
 struct JudgedEntry {
   ZipEntry entry;
   std::vector<std::string> parts;  ///< one at least, the last is the entry's own name
-  bool bDirectory = false;
+  bool bDirectory = false;         ///< by the "/" at the end of its name, with which its kind agrees
 };
 
 /// Splits an entry's name (without the "/" that ends a directory's) into its parts.

@@ -55,6 +55,7 @@ Status StagedTree::add(const ZipArchive& archive, const JudgedEntry& judged) {
 }
 
 Status StagedTree::commit() {
+  // All names, then all directories: until the last of them is on the disk, a failure puts everything back.
   for (StagedFile& file : m_files) {
     if (auto done = takeName(file); !done) return done;
   }
@@ -64,6 +65,7 @@ Status StagedTree::commit() {
 }
 
 Result<int> StagedTree::directoryFor(const Parts& parts, std::size_t count) {
+  // From one open directory to the next, never by a path, in which somebody could put a link meanwhile.
   int current = m_root.get();
   std::string path;
   for (std::size_t i = 0; i < count; ++i) {
@@ -88,6 +90,7 @@ Result<base::UniqueFd> StagedTree::openOrMake(int parent, const std::string& nam
   const int error = errno;
   if (!bMade) m_made.pop_back();
   if (!bMade && error != EEXIST) return base::systemError("make a directory of the archive", error);
+  // No link, which somebody may have put there to have files of the archive written elsewhere.
   base::UniqueFd fd(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!fd) return base::systemError("open a directory of the archive");
   if (!bMade) sweep(fd.get());
@@ -98,6 +101,7 @@ Status StagedTree::addFile(const ZipArchive& archive, const JudgedEntry& judged)
   const auto directory = directoryFor(judged.parts, judged.parts.size() - 1);
   if (!directory) return directory.error();
   const std::string& name = judged.parts.back();
+  // It would show when the names are taken, but by then the whole archive was written for nothing.
   if (bDirectoryThere(directory.value(), name)) return directoryInTheWay();
   auto file = base::TemporaryFile::create(directory.value(), name);
   if (!file) return file.error();
@@ -115,6 +119,7 @@ Status StagedTree::addFile(const ZipArchive& archive, const JudgedEntry& judged)
 /// What stands under the name is kept under a temporary one, until all files have theirs.
 Status StagedTree::takeName(StagedFile& file) {
   if (bDirectoryThere(file.directory, file.name)) return directoryInTheWay();
+  // In one step where the system can, so that a reader finds the old file or the new one at any moment.
   Status done = file.temporary->exchangeWith(file.name);
   if (!done && bExchangeUnknown(done.error().sysErrno)) done = keepAndReplace(file);
   if (done) file.stage = Stage::kReplaced;
@@ -125,6 +130,8 @@ Status StagedTree::takeName(StagedFile& file) {
   return done;
 }
 
+/// The same in two steps, for file systems that exchange no names: the old file gets a second name, and loses the first
+/// to the new one.
 Status StagedTree::keepAndReplace(StagedFile& file) {
   auto old = base::TemporaryFile::keep(file.directory, file.name);
   if (!old) return old.error();

@@ -43,6 +43,7 @@ class StagedTree {
   using Parts = std::vector<std::string>;
   /// How far a file has come: under its temporary name, or under its own, where nothing stood or something did.
   enum class Stage { kStaged, kNew, kReplaced };
+  /// A file of the archive, complete and on the disk.
   struct StagedFile {
     int directory;
     std::string name;
@@ -57,11 +58,15 @@ class StagedTree {
 
   /// The directory of the first `count` parts, made if need be.
   [[nodiscard]] Result<int> directoryFor(const Parts& parts, std::size_t count);
+  /// Opens a directory in the open one `parent`, or makes it. One that was there is swept.
   [[nodiscard]] Result<base::UniqueFd> openOrMake(int parent, const std::string& name);
   [[nodiscard]] Status addFile(const ZipArchive& archive, const JudgedEntry& judged);
+  /// Gives a staged file its name, and keeps what stood there under the temporary one. Errors as commit.
   [[nodiscard]] static Status takeName(StagedFile& file);
   [[nodiscard]] static Status keepAndReplace(StagedFile& file);
+  /// Brings the names in all directories of the tree to the disk. Errors: kSystem.
   [[nodiscard]] Status syncAll() const;
+  /// Takes back what was done, the last step first. Takes neither memory nor a descriptor.
   void undo() noexcept;
 
   base::DeferredSignals m_signals;

@@ -81,6 +81,7 @@ AnXml::~AnXml() = default;
 
 bool AnXml::useExistingFile(const wchar_t* path, const wchar_t* rootName, const wchar_t* reserved1,
                             const wchar_t* reserved2) {
+  // First, so that after a failure no question is answered by the document before.
   close();
   if (!bGiven(path) || !bGiven(rootName) || reserved1 != nullptr || reserved2 != nullptr) return false;
   auto document = loadFile(path, rootName);
@@ -110,6 +111,7 @@ bool AnXml::useFileAlways(const wchar_t* path, const wchar_t* rootName, const wc
   close();
   if (!bGiven(path) || !bGiven(rootName) || reserved1 != nullptr || reserved2 != nullptr) return false;
   auto document = loadFile(path, rootName);
+  // Only where nothing stands: a file that is refused may hold what somebody still needs.
   if (!document && document.error().kind != ErrorKind::kNotFound) return false;
   m_document = document ? std::move(document).value() : XmlDocument::create(xmlTextOf(rootName));
   return true;
@@ -117,6 +119,7 @@ bool AnXml::useFileAlways(const wchar_t* path, const wchar_t* rootName, const wc
 
 bool AnXml::writeFile(const wchar_t* path, bool reserved1, bool reserved2) {
   if (!m_document || !bGiven(path) || reserved1 || reserved2) return false;
+  // That judges its own outcome: what no reader would take must not replace what they can read.
   const auto text = m_document->serialise();
   return text.ok() && kelt::base::replaceFile(pathOf(path), text.value()).ok();
 }
@@ -178,6 +181,7 @@ bool AnXmlNode::setValue(const wchar_t* name, const wchar_t* value) {
 
 bool AnXmlNode::remove() {
   if (!m_element || !m_element->document->remove(m_element->node)) return false;
+  // The element is no more, so this node stands for none.
   m_element.reset();
   return true;
 }

@@ -72,6 +72,7 @@ Result<std::unique_ptr<XmlDocument>> XmlDocument::load(std::span<const unsigned 
   }
   std::size_t ended = 0;
   const std::vector<bool>& bEndTags = verdict.value().bEndTags;
+  // Where judge and holder do not count the same elements, one of them has read something else than the other.
   if (!keepEndTags(document->root(), bEndTags, ended) || ended != bEndTags.size()) return notHeld();
   return document;
 }
@@ -86,6 +87,7 @@ Result<std::string> XmlDocument::serialise() const {
   auto text = writeXml(m_tree);
   if (!text) return text;
   const std::string& written = text.value();
+  // Values that XML cannot hold (U+0001, a lone surrogate) show here, while the file is still as it was.
   const auto verdict = judgeXml({reinterpret_cast<const unsigned char*>(written.data()), written.size()});
   if (!verdict) return verdict.error();
   return text;
@@ -108,6 +110,7 @@ pugi::xml_node XmlDocument::findChild(pugi::xml_node parent, const std::string& 
 pugi::xml_node XmlDocument::addChild(pugi::xml_node parent, const std::string& name,
                                      const std::optional<std::string>& text) {
   if (name.empty()) return {};
+  // A search that has come to its end must find the new element.
   m_hint.reset();
   pugi::xml_node child = made(parent.append_child(pugi::node_element));
   made(child.set_name(name.c_str()));
@@ -117,6 +120,7 @@ pugi::xml_node XmlDocument::addChild(pugi::xml_node parent, const std::string& n
 }
 
 bool XmlDocument::setAttribute(pugi::xml_node element, const std::string& name, const std::string& value) {
+  // From now on a search by this attribute has to find the element.
   m_hint.reset();
   pugi::xml_attribute attribute = element.attribute(name.c_str());
   if (!attribute) {
@@ -128,6 +132,7 @@ bool XmlDocument::setAttribute(pugi::xml_node element, const std::string& name, 
 
 bool XmlDocument::setText(pugi::xml_node element, const std::string& text) {
   m_hint.reset();
+  // In the place of the first one, so that comments and elements keep their order around it.
   const pugi::xml_node first = firstText(element);
   pugi::xml_node added =
       made(first ? element.insert_child_before(pugi::node_pcdata, first) : element.prepend_child(pugi::node_pcdata));
@@ -151,6 +156,7 @@ bool XmlDocument::remove(pugi::xml_node element) {
 std::string textOf(pugi::xml_node element) {
   std::string text;
   for (const pugi::xml_node child : element.children()) {
+    // Comments and elements part a text, and are none of it.
     if (bText(child)) text += child.value();
   }
   return text;

@@ -31,6 +31,7 @@ class XmlDocument {
   /// The document as bytes (xml/writer.h) that load() accepts. Errors: kMalformed when it holds what no document can.
   [[nodiscard]] Result<std::string> serialise() const;
 
+  /// The root element, which is never null.
   [[nodiscard]] pugi::xml_node root() const { return m_tree.document_element(); }
 
   /// The first child element `name` of `parent` which carries `attribute` (empty: the first of that name), or null.

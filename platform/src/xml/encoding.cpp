@@ -66,8 +66,10 @@ bool bMarkedUtf16(std::span<const unsigned char> document) {
 std::vector<unsigned char> utf8OfUtf16(std::span<const unsigned char> document) {
   const Utf16Units units(document);
   std::vector<unsigned char> utf8;
+  // Enough for what is ASCII for the most part, without being copied as it grows.
   utf8.reserve(units.count() + units.count() / 8);
   for (std::size_t i = 0; i < units.count(); ++i) {
+    // A half without the other is written as it stands, for the judge to refuse.
     std::uint32_t code = units[i];
     if (units.bPair(i)) code = 0x10000U + ((code & 0x3FFU) << 10U) + (units[++i] & 0x3FFU);
     appendUtf8(utf8, code);
@@ -79,6 +81,7 @@ std::vector<unsigned char> utf8OfLatin1(std::span<const unsigned char> document)
   std::vector<unsigned char> utf8;
   utf8.reserve(document.size() + document.size() / 8);
   for (const unsigned char byte : document)
+    // The characters of ISO-8859-1 are the first 256 of Unicode.
     appendUtf8(utf8, byte);
   return utf8;
 }

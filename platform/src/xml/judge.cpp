@@ -46,11 +46,13 @@ Judgement& judgementOf(void* userData) {
   return *static_cast<Judgement*>(userData);
 }
 
+/// XML 1.0 (fifth edition, 2.8): whatever begins with "1." is read as 1.0.
 bool bVersionOne(std::string_view version) {
   return version.size() > 2 && version.substr(0, 2) == "1." &&
          std::all_of(version.begin() + 2, version.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
+/// Names of encodings are compared without regard to case (XML 1.0, 4.3.3).
 bool bNamed(const char* encoding, const char* name) {
   return ::strcasecmp(encoding, name) == 0;
 }
@@ -69,11 +71,13 @@ void onDeclaration(void* userData, const char* version, const char* encoding, in
 
 void onDoctype(void* userData, const char* /*name*/, const char* /*systemId*/, const char* /*publicId*/,
                int /*bInternalSubset*/) {
+  // Its entities can make gigabytes of a small file, or take in other files of the device.
   judgementOf(userData).refuse("a DOCTYPE");
 }
 
 void onStart(void* userData, const char* /*name*/, const char** /*attributes*/) {
   Judgement& judgement = judgementOf(userData);
+  // Whoever goes through the tree afterwards does so by recursion, on a stack that has an end.
   if (++judgement.depth > kMaxXmlDepth) judgement.refuse("nesting that is too deep");
 }
 
@@ -105,6 +109,7 @@ Error malformed(const std::string& reason) {
 }
 
 Error failureOf(const Judgement& judgement) {
+  // Before the document's own faults: it may have none.
   if (judgement.bNoMemory || XML_GetErrorCode(judgement.parser) == XML_ERROR_NO_MEMORY) return noMemoryForXml();
   const std::string reason =
       judgement.refusal != nullptr ? judgement.refusal : XML_ErrorString(XML_GetErrorCode(judgement.parser));
@@ -114,6 +119,7 @@ Error failureOf(const Judgement& judgement) {
 
 Result<Judgement> judgeAs(std::span<const unsigned char> document, XmlOrigin origin) {
   const bool bConverted = origin == XmlOrigin::kUtf16 || origin == XmlOrigin::kLatin1;
+  // What was converted is UTF-8 by now, whatever its declaration says.
   const Parser parser(XML_ParserCreate(bConverted ? "UTF-8" : nullptr), &XML_ParserFree);
   if (!parser) return noMemoryForXml();
   Judgement judgement{parser.get(), origin, 0, false, {}, nullptr, false};
@@ -153,6 +159,7 @@ Error noMemoryForXml() {
 }
 
 Result<XmlVerdict> judgeXml(std::span<const unsigned char> document) {
+  // Expat takes the length as an int, and conversion to UTF-8 can double it.
   if (document.size() > INT_MAX / 2) return malformed("more bytes than a parser takes");
   if (!bMarkedUtf16(document)) return judgeBytes(document);
   if (document.size() % 2 != 0) return malformed("half a character of UTF-16 at its end");

@@ -31,10 +31,12 @@ std::string_view referenceFor(char c, Place place) {
       return "&lt;";
     case '>':  // "]]>" must not stand in text
       return "&gt;";
+    // A reader makes a line feed of it (XML 1.0, 2.11).
     case '\r':
       return "&#13;";
     case '"':
       return bAttribute ? "&quot;" : "";
+    // In attributes a reader makes a blank of these two (XML 1.0, 3.3.3).
     case '\t':
       return bAttribute ? "&#9;" : "";
     case '\n':
@@ -47,6 +49,7 @@ std::string_view referenceFor(char c, Place place) {
 class Writer {
  public:
   void writeDocument(const pugi::xml_document& document) {
+    // Whatever it was declared as, it is written in UTF-8; the declaration that it came with is passed over below.
     m_out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
     for (const pugi::xml_node node : document.children()) {
       if (node.type() == pugi::node_declaration) continue;
@@ -73,17 +76,20 @@ class Writer {
         return writeBetween("<!--", node.value(), "-->");
       case pugi::node_pi:
         return writeInstruction(node);
+      // A DOCTYPE would be all that is left, and a document with one is never held.
       default:
         return;
     }
   }
 
   void writeElement(pugi::xml_node element, unsigned depth) {
+    // No reader of ours would take it again; and each level takes stack.
     if (depth > kMaxXmlDepth) return refuse("XML element nested too deep");
     m_out += '<';
     writeName(element.name());
     for (const pugi::xml_attribute attribute : element.attributes())
       writeAttribute(attribute);
+    // One that came with an end tag has an empty text in it, and keeps the tag by that (XmlDocument::load).
     if (!element.first_child()) {
       m_out += "/>";
       return;
@@ -131,6 +137,7 @@ class Writer {
   }
 
   void writeName(std::string_view name) {
+    // A name with a blank in it, for instance, would come back as a name and an attribute.
     if (!bOneName(name)) return refuse("XML name that no document holds");
     m_out += name;
   }

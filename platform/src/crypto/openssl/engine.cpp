@@ -14,6 +14,7 @@ namespace kelt::platform {
 namespace {
 
 Result<std::vector<unsigned char>> sha256In(OSSL_LIB_CTX* context, std::span<const unsigned char> data) {
+  // From this context, so that in FIPS mode it is the one of the FIPS provider.
   const Digest digest(EVP_MD_fetch(context, "SHA2-256", nullptr));
   std::vector<unsigned char> hash(EVP_MAX_MD_SIZE);
   unsigned int length = 0;
@@ -41,6 +42,7 @@ Result<T> guarded(OSSL_LIB_CTX* context, Operation operation) {
 class OpenSslEngine final : public CryptoEngine {
  public:
   Result<CryptoModule> start(bool bFips) override {
+    // First, so that one that does not start leaves none running, in the mode before for instance.
     stop();
     try {
       auto started = startOpenSsl(bFips);

@@ -55,6 +55,7 @@ int refusePassphrase(char* /*buffer*/, int /*size*/, int /*bWriting*/, void* /*a
 
 /// Whether `der` is one SEQUENCE of definite length, from its first byte to its last.
 bool bOneSequence(Bytes der) {
+  // The tag of a SEQUENCE; of the forms of its length, DER has the definite ones only (X.690, 10.1).
   if (der.size() < 2 || der[0] != 0x30) return false;
   if (der[1] < 0x80) return der.size() == 2U + der[1];
   const std::size_t lengthBytes = der[1] & 0x7FU;
@@ -90,6 +91,7 @@ Key decode(OSSL_LIB_CTX* context, const Kind& kind, const Form& form, Bytes der)
 
 Result<Key> decodeDer(OSSL_LIB_CTX* context, const Kind& kind, Bytes der, const char* label) {
   if (!bOneSequence(der)) return malformed("not one complete DER structure, or something follows it");
+  // A PEM block says by its label which form it is in. A DER file does not, so each is tried.
   for (const Form& form : kind.forms) {
     if (label != nullptr && std::string_view(label) != form.label) continue;
     if (Key key = decode(context, kind, form, der)) return key;
@@ -103,6 +105,7 @@ struct PemBlock {
   PemBlock(const PemBlock&) = delete;
   PemBlock& operator=(const PemBlock&) = delete;
   ~PemBlock() {
+    // By these functions, as the block is read with PEM_FLAG_SECURE: where there is a secure heap, they are in it.
     OPENSSL_secure_free(label);
     OPENSSL_secure_free(header);
     OPENSSL_secure_clear_free(data, size());
@@ -163,9 +166,11 @@ bool readBlanksToEnd(BIO* bio) {
 
 Result<Key> decodePem(OSSL_LIB_CTX* context, const Kind& kind, Bytes text) {
   constexpr std::string_view kBegin = "-----BEGIN ";
+  // OpenSSL passes over any text before the block; a key file holds the key and nothing else.
   if (text.size() < kBegin.size() || std::memcmp(text.data(), kBegin.data(), kBegin.size()) != 0) {
     return malformed("neither DER nor PEM");
   }
+  // The BIO takes its length as an int.
   if (text.size() > INT_MAX) return malformed("too large");
   const Bio bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
   PemBlock block;
@@ -190,6 +195,8 @@ Result<Key> readKey(OSSL_LIB_CTX* context, const Kind& kind, Bytes file) {
   return decodePem(context, kind, {start, file.end()});
 }
 
+/// Reads a key in any of its forms and writes it in the one that is kept: the store then holds the same for the same
+/// key, and nothing that came along with it.
 template <typename Container>
 Result<Container> normalise(OSSL_LIB_CTX* context, const Kind& kind, Bytes file) {
   const Result<Key> key = readKey(context, kind, file);
@@ -215,8 +222,8 @@ Result<SecretBytes> parseSecretKey(OSSL_LIB_CTX* context, Bytes file) {
   return normalise<SecretBytes>(context, kSecret, file);
 }
 
-Result<unsigned> parsedKeySize(OSSL_LIB_CTX* library, bool bSecret, Bytes file) {
-  const Result<Key> key = readKey(library, bSecret ? kSecret : kPublic, file);
+Result<unsigned> parsedKeySize(OSSL_LIB_CTX* context, bool bSecret, Bytes file) {
+  const Result<Key> key = readKey(context, bSecret ? kSecret : kPublic, file);
   if (!key) return key.error();
   return static_cast<unsigned>(EVP_PKEY_get_bits(key.value().get()));
 }

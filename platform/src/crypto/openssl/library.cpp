@@ -75,6 +75,7 @@ Result<std::unique_ptr<OpenSslLibrary>> startOpenSsl(bool bFips) {
   if (bFips) {
     if (auto library = fipsLibrary()) return library;
   }
+  // In a new context: what was tried for FIPS mode is gone with its own.
   auto library = newLibrary();
   if (library == nullptr || !loadProvider(*library, "default")) {
     return Error{ErrorKind::kSystem, 0, "OpenSSL cannot be started"};
