@@ -29,7 +29,7 @@ using Facts = std::map<std::string, std::vector<std::string>, std::less<>>;
 
 /// All that a run has found out.
 struct Report {
-  std::vector<Check> checks;
+  std::vector<Check> checks;  ///< in the order in which they were found
   Facts facts;
 };
 

@@ -1,4 +1,5 @@
 #pragma once
+// Whether the clock of the device can be right: logs and certificates are judged by it.
 
 #include <cstdint>
 #include <string>

@@ -41,6 +41,7 @@ struct Device {
 
 /// Each looks at one topic and tells what it finds. The order is that of a run.
 /// The configuration directory and the files in it. Sets names, configurations and directories of `device`.
+/// Before all others, as most of them look where it has found the agent.
 void checkConfiguration(Device& device, Findings& findings);
 /// The commands that the configuration names. Expects to be called in the agent's binary directory.
 void checkCommands(const Device& device, Findings& findings);
@@ -49,14 +50,18 @@ void checkDirectories(const Device& device, Findings& findings);
 /// Free blocks and inodes, where a switch writes.
 void checkRoom(const Device& device, Findings& findings);
 /// The installed site list and the caches. Sets bManaged.
+/// Before checkKeys, for which a missing key is a fault of a managed agent only.
 void checkMode(Device& device, Findings& findings);
 /// The key store. Sets record and bKeysStored.
 void checkKeys(Device& device, Findings& findings);
 /// Keys of an earlier agent that wait for an import.
+/// Nothing is imported or deleted.
 void checkRegistry(Findings& findings);
 /// The lock between runs. Sets bRunUnderWay.
+/// Before checkTraces: what a run that is under way has is no trace of one that was interrupted.
 void checkLock(Device& device, Findings& findings);
 /// What interrupted runs left.
+/// Nothing of it is removed: that is for the next run, which holds the lock then.
 void checkTraces(const Device& device, Findings& findings);
 /// `bLoad`: whether the loadable parts are loaded on trial, which costs more than all other checks together.
 void checkInstallation(bool bLoad, Findings& findings);

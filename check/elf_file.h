@@ -1,5 +1,7 @@
 #pragma once
 // What the header of an ELF file tells before anybody loads it.
+// A part or a command that was copied from another device, or cut off by a full disk, is found by it. The descriptors
+// keep their position.
 
 namespace kelt::check {
 

@@ -18,7 +18,9 @@ class Findings {
   Findings& operator=(const Findings&) = delete;
   virtual ~Findings() = default;
 
+  /// Takes one finding as it is. Those below make its texts sentences first.
   virtual void take(Check check) = 0;
+  /// Takes one value of a fact: of several values, each comes by a call of its own, in their order.
   virtual void takeFact(const std::string& name, const std::string& value) = 0;
   /// What is looked at from here on: an identifier and, for what waits for others, what it waits for. Should the run be
   /// ended before the next call of any kind, that is told.
@@ -43,6 +45,7 @@ class Findings {
 };
 
 /// Whether `error` says nothing about the thing itself: this user may not look, or the system had no means.
+/// A check that took it for an answer would call a device broken that is only not its to see.
 [[nodiscard]] bool bNotSeen(const Error& error);
 [[nodiscard]] bool bNotSeen(int sysErrno);
 

@@ -1,5 +1,6 @@
 #pragma once
 // Looking at one path.
+// Nothing is opened: a FIFO would wait for a writer, and a device may act on being opened.
 
 #include <string>
 #include <sys/stat.h>     // IWYU pragma: keep

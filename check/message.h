@@ -63,6 +63,7 @@ class Receiver {
 };
 
 /// The last message: that all was looked at.
+/// Without it the reader takes the look for one that was cut off, whatever it has told.
 void sendEnd(int fd);
 
 }  // namespace kelt::check

@@ -15,7 +15,7 @@ struct Options {
   std::string source;  ///< the directory of a rehearsal; empty for none
   std::string server;  ///< the server to look at; empty for none
   Format format = Format::kPlain;
-  bool bVerbose = false;
+  bool bVerbose = false;  ///< shows what is ok, too
   bool bHelp = false;
   bool bVersion = false;
 };

@@ -1,4 +1,5 @@
 #pragma once
+// What the environment says of a proxy, which would stand between the device and its server.
 
 #include <string>
 

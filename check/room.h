@@ -17,6 +17,7 @@ struct Load {
 
 /// Checks each file system that the directories are on for blocks and inodes: a problem where they do not do for all
 /// files at once, a warning where they do with little left. A directory that cannot be examined is passed over.
+/// What a file system keeps for root counts as free, as the tool runs as root.
 void checkRoomFor(const std::vector<Load>& loads, const std::string& id, Findings& findings);
 
 }  // namespace kelt::check

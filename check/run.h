@@ -1,4 +1,5 @@
 #pragma once
+// One run of keltcheck, from its command line to its exit status.
 
 namespace kelt::check {
 

@@ -8,6 +8,7 @@
 namespace kelt::check {
 
 /// Rehearses what a switch does with the site list in `directory`, the place that it takes.
+/// Nothing is written: a list that would be converted is converted in memory.
 void checkSourceSiteList(const std::string& directory, Findings& findings);
 
 /// Rehearses what the import does with the key files there, once they are copied.

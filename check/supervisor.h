@@ -8,8 +8,9 @@
 
 namespace kelt::check {
 
+/// How long a run may look. A device whose file system or name service hangs is just what has to be reported.
 struct Limits {
-  std::chrono::milliseconds all{10'000};
+  std::chrono::milliseconds all{10'000};     ///< from the start of the process that looks
   std::chrono::milliseconds network{5'000};  ///< from the first thing begun that waits for others
 };
 

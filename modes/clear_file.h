@@ -14,6 +14,7 @@ struct FileToClear {
 };
 
 /// What the agent caches of its server, in the order in which it is cleared.
+/// Switches in both directions clear both, as they speak of the server before.
 [[nodiscard]] FileToClear serverSiteList();
 [[nodiscard]] FileToClear siteCache();
 

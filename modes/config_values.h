@@ -8,6 +8,7 @@
 namespace kelt::modes {
 
 /// The most bytes of a configuration file that is edited.
+/// A larger one is left alone: what was read in part would be written back in part.
 inline constexpr std::size_t kMaxEditedConfig = 4095;
 
 /// The installation and scratch directories, "/opt/Quorvane/orv/" and "/opt/Quorvane/orv/scratch/", both with the
@@ -37,6 +38,8 @@ bool update_value_to_file(const std::string& content, const std::string& name, s
 bool bSetServerPublicKeyHashInfo(std::string hash);
 
 /// Whether there is a readable regular file of more than 0 bytes at `path`.
+/// An empty one counts as absent, as the switch itself makes the legacy form of a key when the server sent none. What
+/// the system does not tell, though asked twice, counts as absent, too.
 [[nodiscard]] bool bFileExists(std::wstring path);
 
 }  // namespace kelt::modes

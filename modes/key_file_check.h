@@ -8,12 +8,12 @@ namespace kelt::modes {
 
 /// How one of them stands.
 enum class KeyFileState {
-  kThere,
-  kMissing,
-  kToBeMade,      ///< the legacy form, missing beside its full form: the switch makes it, empty
+  kThere,     ///< a regular file, or a link to one, of a size that a key file can have; its content is not looked at
+  kMissing,   ///< a file that has to be there, or the legacy form of a key whose full form is missing, too
+  kToBeMade,  ///< the legacy form, missing beside its full form: the switch makes it, empty
   kInaccessible,  ///< cannot be examined
-  kNotRegular,
-  kTooLarge,
+  kNotRegular,    ///< a directory or a pipe, say: it could not be copied, nor imported from
+  kTooLarge,      ///< beyond platform::kMaxKeyFileSize, up to which an import reads
 };
 
 struct KeyFileFinding {

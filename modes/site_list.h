@@ -12,9 +12,9 @@ namespace kelt::modes {
 inline constexpr const wchar_t* kSiteListRoot = L"ns:SiteLists";
 
 enum class SiteListContent {
-  kUnloadable,
-  kNoSites,   ///< without "SiteList"
-  kNoServer,  ///< without a server that has an address
+  kUnloadable,  ///< missing, no XML document, or one with another root
+  kNoSites,     ///< without "SiteList"
+  kNoServer,    ///< without a server that has an address
   kServer,
 };
 

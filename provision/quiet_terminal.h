@@ -28,7 +28,9 @@ class QuietTerminal {
  private:
   static constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
 
+  /// Waits for the foreground, saves the modes that the shell gives there, and switches echo off.
   void quieten();
+  /// Only where there were modes to save: a tioSave that was never filled would leave the terminal unusable.
   void putBack() const;
   bool waitForInput();             // false on an error
   void letCaughtSignalsAct();      // each on a terminal that was put back

@@ -9,6 +9,9 @@ namespace kelt::provision {
 /// received, and as the switch wants it) and is not a regular file of this process's user, under one name only and
 /// closed to other users' writing. Each one is told in the agent's log.
 ///
+/// To be called once the package is unpacked, as its own files replace what stands under their names, and before
+/// anything of it is read.
+///
 /// Returns whether none is left; all that can be removed are gone even then. A directory cannot be removed, for
 /// instance. One under a name that provisioning is about to write itself is left to that step, which fails there with a
 /// status of its own, and does not count.

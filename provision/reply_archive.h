@@ -10,8 +10,8 @@ namespace kelt::provision {
 
 /// How a decoding ended.
 enum class Decoding {
-  kDone,  ///< all of it was base64, and the sink has taken all
-  kNoBase64,
+  kDone,       ///< all of it was base64, and the sink has taken all
+  kNoBase64,   ///< a character that is none, text after padding, or a group that the end cuts off
   kNotStored,  ///< the sink wanted no more, or there was no memory for a piece
 };
 

@@ -8,6 +8,8 @@ namespace kelt::provision {
 /// Splits "host:port" at the last colon, and "[IPv6 literal]:port" after the bracket; `host` keeps its brackets.
 /// Returns whether there was a port. Without one, `host` and `port` are unchanged, except that a bracketed literal goes
 /// to `host`.
+/// An IPv6 address without brackets loses its last group to the port. A last colon with nothing after it gives an
+/// empty port; after a bracket it counts as none.
 bool split_host_and_port(std::string server, std::string& host,
                          std::string& port);  // NOLINT(performance-unnecessary-value-param)
 

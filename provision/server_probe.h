@@ -1,4 +1,5 @@
 #pragma once
+// The look at a management server by libcurl, inside the loadable object.
 
 #include <string>
 

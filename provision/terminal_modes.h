@@ -14,9 +14,11 @@ extern termio tioMode;  ///< the working copy
 int TtySave(int fd);
 
 /// Switches echo off, at once; line editing stays as it is. Returns 0, or -1 with errno.
+/// tioSave is left alone.
 int TtyNoEcho(int fd);
 
 /// Puts the terminal back as tioSave has it, once what was written to it is out. Returns 0, or -1 with errno.
+/// Only after a TtySave that succeeded: tioSave is all zeros before that.
 int TtyRestore(int fd);
 
 }  // namespace kelt::provision
