@@ -4,6 +4,7 @@
 
 namespace kelt::app {
 
+/// A run that ends before the switch, at a check of the version for instance, has not taken the password out.
 CommandLineData::~CommandLineData() {
   base::wipe(zentorPassword);
 }

@@ -8,6 +8,7 @@
 namespace kelt::app {
 namespace {
 
+/// The interface hands over bare pointers; to append a null one would be undefined, so it counts as empty.
 std::wstring lineOf(const wchar_t* prefix, const wchar_t* message) {
   return std::wstring(prefix) + (message == nullptr ? L"" : message);
 }

@@ -43,6 +43,7 @@ base::UniqueFd openOld(const std::string& path) {
   if (examine(path, info) != 0 || !S_ISREG(info.st_mode)) return {};
   base::UniqueFd fd;
   const auto open = [&] {
+    // Without waiting, should a FIFO have come to stand there since it was examined.
     fd.reset(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     return fd.bValid();
   };
@@ -50,6 +51,7 @@ base::UniqueFd openOld(const std::string& path) {
   return fd;
 }
 
+/// Only a clear answer counts: where the system does not tell, something may stand there, and nothing is put over it.
 bool bNothingAt(const std::string& path) {
   struct stat info {};
   return examine(path, info) == ENOENT;
@@ -86,6 +88,7 @@ class EmptyFile {
 bool CommandLineData::writeCustomProps(std::wstring& value, int number) {
   const std::wstring path = base::toWide(customPropertiesPath());
   AnXml document;
+  // Read anew for each property: what the ones before it have written is in the file alone.
   if (!document.useFileAlways(path.c_str(), L"CustomProperties", nullptr, nullptr)) return false;
 
   AnXmlNode root(&document);

@@ -118,6 +118,7 @@ int runOptions(CommandLineData& data, const std::wstring& currentDir, CommandLin
   if (bWrites(data)) helper::sweepInstallation();
   if (const Ended ended = switchMode(data, currentDir, agent)) return *ended;
   if (const Ended ended = controlService(data, agent)) return *ended;
+  // Without a status of its own: a property that cannot be written does not make a failure of a switch that is done.
   if (data.customPropsGiven) replaceCustomProperties(data);
   return kDone;
 }

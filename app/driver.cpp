@@ -20,6 +20,8 @@ namespace {
 
 namespace crypto = quorvane_com::QV::crypto;
 
+/// The mode that the agent has recorded. Where there is none the run goes on in non-FIPS mode and says so, as most
+/// options touch no key.
 crypto::Mode agentCryptoMode(const crypto::KeyConf& keyConf) {
   crypto::Mode mode = crypto::Mode::kNonFips;
   if (keyConf.getCryptoMode(mode)) return mode;
@@ -66,12 +68,14 @@ helper::CommandLineHelper& agent() {
 /// The steps that every run takes under the lock, even one that only shows the help: another run may be changing what
 /// they read.
 int runLocked(char** args) {
+  // Asked for before it is left: the directory of -d is looked for there, too.
   const std::optional<std::string> startedIn = currentDirectory();
   if (!startedIn) {
     base::printLine(messages::kNoCurrentDirectory);
     return kNoWorkingDirectory;
   }
   const std::wstring currentDir = utf8_to_unicode(*startedIn);
+  // Before anything is configured or run: relative names of commands and files are meant from the agent's directory.
   if (!enterAgentBinDirectory()) return kNoWorkingDirectory;
 
   CommandLineData data;
@@ -86,6 +90,7 @@ int runLocked(char** args) {
 int runTool(int argc, char** argv) {
   try {
     const lock_raii lock;
+    // A program can be started with no argument at all, not even its name; there is nothing to step over then.
     return runLocked(argc > 0 ? argv + 1 : argv);
   } catch (const std::runtime_error&) {
     // Whatever its cause: the lock's is the only one that is thrown on purpose.

@@ -15,6 +15,7 @@ lock_raii::lock_raii() : timeout(helper::kLockSeconds), lock(helper::paths::kIns
 }
 
 lock_raii::~lock_raii() {
+  // No failure of the run, whose work is done: the lock goes with the last descriptor of its file at the latest.
   if (!helper::giveLockBack(lock)) helper::logEvent("Unable to unlock interprocess lock");
 }
 

@@ -20,9 +20,11 @@ int endWithoutMemory() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // First, before any library reads in it what to load or where to write, as root.
   kelt::base::shedEnvironment();
   // The start of the program looked at the arguments: what it left of a password lies where our frames will.
   kelt::base::wipeUnusedStack();
+  // Before any file is opened: one that became descriptor 1 would get the console texts.
   if (!kelt::base::openStandardDescriptors()) return kelt::app::kNoStandardDescriptors;
   kelt::base::ignoreOutputSignals();
   if (!kelt::base::bAnyMemory()) return endWithoutMemory();

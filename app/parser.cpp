@@ -161,6 +161,7 @@ void Parser::takeValue(std::wstring& value) {
   m_waiting = nullptr;
 }
 
+/// Shows the help and refuses the command line: a script must not take it for the work that it has asked for.
 bool Parser::showHelp() {
   DisplayHelp();
   m_failed = true;

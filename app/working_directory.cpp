@@ -22,6 +22,7 @@ std::optional<std::string> currentDirectory() {
   // is single-threaded and changes no variable.
   const char* const fromShell = std::getenv("PWD");  // NOLINT(concurrency-mt-unsafe)
   if (fromShell == nullptr) return std::nullopt;
+  // No longer than what getcwd could have given.
   return std::string(fromShell, ::strnlen(fromShell, kPathBuffer - 1));
 }
 

@@ -6,6 +6,7 @@
 namespace kelt::check {
 namespace {
 
+/// In seconds; with a leap year in each year, as it is a bound and no date.
 constexpr std::int64_t kHalfACentury = std::int64_t{50} * 366 * 24 * 3600;
 
 }  // namespace

@@ -56,6 +56,7 @@ Names namesIn(ConfigDirectory& directory, Findings& findings) {
   names.listed = directory.listed();
   if (!names.listed)
     findings.failure(State::kProblem, "config.list", names.listed.error(), "Check the file system of the directory.");
+  // The system lists them in any order; two reports of one device should not differ by it.
   std::sort(names.products.begin(), names.products.end());
   return names;
 }
@@ -119,6 +120,7 @@ std::size_t countOf(const std::string& text, const std::string& part) {
 
 /// What the next switch would make of the file; empty where that loads and holds the hash.
 std::string whyNotRecorded(const std::string& content) {
+  // As long as the SHA-256 that would stand there, in hexadecimal digits.
   const std::string hash(64, '0');
   const auto updated = modes::withValue(content, kHashElement, hash);
   if (!updated) return "it has no <binsphash> and </binsphash> to put it between";
@@ -154,6 +156,7 @@ void checkHashContent(const Device& device, const std::string& content, Findings
 /// The file is read again as text: the tool edits it so, and only up to a size.
 void checkHashTags(const Device& device, Findings& findings) {
   const auto text = base::readText(device.agentConfigPath, modes::kMaxEditedConfig);
+  // Up to a zero byte, where the tool's own reading ends.
   if (text) return checkHashContent(device, text.value().substr(0, text.value().find('\0')), findings);
   const bool bTooLarge = text.error().kind == ErrorKind::kTooLarge;
   Error error = text.error();
@@ -175,6 +178,7 @@ void findDirectories(Device& device, const base::Result<ConfigFile>& file) {
 base::Result<ConfigFile> loadAgent(const Device& device, const Names& names, const ConfigDirectory& directory) {
   if (const auto usable = directory.usable(); !usable) return usable.error();
   if (device.agentName.empty() && !names.listed) return names.listed.error();
+  // Without a message: checkAgents has told it.
   if (device.agentName.empty()) return base::Error{ErrorKind::kNotFound, 0, {}};
   return directory.load(device.agentName);
 }
@@ -196,6 +200,8 @@ void checkConfiguration(Device& device, Findings& findings) {
     findings.takeFact("agent_directory", configDirectoryPath() + "/" + device.agentName);
   }
   auto agent = loadAgent(device, names, directory);
+  // A file that is refused leaves the tool with the usual directories; only one that could not be seen may name
+  // others.
   device.bDirectoriesKnown = agent.ok() || !bNotSeen(agent.error());
   findDirectories(device, agent);
   if (!device.agentName.empty() && directory.usable()) checkAgentFile(device, agent, findings);

@@ -57,6 +57,7 @@ void check(const Wanted& wanted, Findings& findings) {
   if (!info) return findings.failure(wanted.whenBroken, wanted.id, info.error(), kMake);
   if (!S_ISDIR(info.value().st_mode))
     return findings.put(wanted.whenBroken, wanted.id, quoted(wanted) + "is a " + kindOf(info.value()), kMake);
+  // By the effective user, as whom a directory is entered.
   if (::faccessat(AT_FDCWD, wanted.path.c_str(), X_OK, AT_EACCESS) != 0)
     return findings.failure(wanted.whenBroken, wanted.id, base::systemError("enter " + wanted.path), kMake);
   const char* why = wanted.bWritten ? whyNotWritten(wanted.path) : nullptr;

@@ -48,6 +48,7 @@ const char* whyNoSharedObject(int fd) {
   Header header{};
   Header own{};
   if (!bRead(fd, header) || !bElf(header) || header.e_type != ET_DYN) return "is no shared object";
+  // This program runs here, so its own header shows what this machine takes. Without /proc nothing is held against it.
   const base::UniqueFd self(::open("/proc/self/exe", O_RDONLY | O_CLOEXEC));
   if (self && bRead(self.get(), own) && !bOneMachine(header, own)) return "is a shared object for another machine";
   return bWhole(fd, header) ? nullptr : "is not complete";

@@ -74,6 +74,7 @@ void checkProvision(bool bLoad, Findings& findings) {
 
 /// By what the tool does it with: a device may have been built without this conversion.
 void checkConversion(Findings& findings) {
+  // A letter beyond ASCII: one within it would come through without any conversion.
   constexpr std::string_view kLatin1 = "\xE9";
   constexpr std::string_view kUtf8 = "\xC3\xA9";
   std::array<char, 8> out{};

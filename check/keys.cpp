@@ -196,6 +196,7 @@ void checkRegistry(Findings& findings) {
   if (status == kRegistryAccessDenied || status == kRegistryBadData)
     return findings.warning(kId, path + " cannot be read as a registry file, so that no keys are taken from it",
                             "Put the file right, or remove it.");
+  // Closing writes the file only where values were deleted, which none was.
   if (status == kRegistrySuccess) RegCloseKey(key);
   // Asked for as the import asks, so that half a pair counts for neither.
   AnObjectBuffer<unsigned char> pub;

@@ -44,6 +44,7 @@ std::optional<std::string> nextName(DIR* directory) {
 bool bHolds(const std::string& process, const std::string& number, const std::string& path) {
   std::array<char, PATH_MAX> target{};
   const ssize_t length = ::readlink((process + "/fd/" + number).c_str(), target.data(), target.size());
+  // Of a file that was removed the system tells another name, " (deleted)" after it: no new run waits for that one.
   if (length <= 0 || path != std::string_view(target.data(), static_cast<std::size_t>(length))) return false;
   const auto told = base::readText(process + "/fdinfo/" + number, kMostTold);
   return told && told.value().find("\nlock:") != std::string::npos;
@@ -84,6 +85,7 @@ void checkRoomForLock(const std::string& above, Findings& findings) {
 
 void checkLock(Device& device, Findings& findings) {
   findings.begin("trace.lock", {});
+  // What a run owes the agent is marked in the directory of the lock.
   const std::string directory = base::directoryOf(paths::kStartOwed);
   const std::string path = directory + "/" + paths::kInstanceLock;
   const auto held = InterProcessWriteLock::held(paths::kInstanceLock, kAgentUser);

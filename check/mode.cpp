@@ -35,6 +35,7 @@ void tellMode(Device& device, AnXml& siteList, Findings& findings) {
   const std::string path = installedSiteList();
   std::vector<std::string> servers = modes::serversOf(siteList);
   const std::size_t all = servers.size();
+  // One without an address counts for the mode, but has nothing to be shown by.
   std::erase(servers, std::string());
   device.bManaged = all != 0;
   findings.takeFact("mode", device.bManaged ? "managed" : "unmanaged");

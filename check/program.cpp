@@ -33,6 +33,7 @@ Status judge(const std::string& path) {
 
 /// The interpreter that a script names in its first line; nothing where it is no script.
 std::optional<std::string> interpreterOf(int file) {
+  // As much of a script as Linux looks at for it.
   std::array<char, 256> start{};
   const ssize_t got = base::retryInterrupted([&] { return ::pread(file, start.data(), start.size(), 0); });
   if (got < 3 || start[0] != '#' || start[1] != '!') return std::nullopt;

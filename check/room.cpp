@@ -31,6 +31,7 @@ struct Need {
 
 /// Each file takes whole blocks, and an empty one at least its place in the directory.
 std::uint64_t blocksOf(std::uint64_t bytes, const struct statvfs& system) {
+  // Not every file system tells the size of its blocks.
   const std::uint64_t block = system.f_frsize == 0 ? 4096 : system.f_frsize;
   return std::max<std::uint64_t>(1, (bytes + block - 1) / block);
 }

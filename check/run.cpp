@@ -17,6 +17,7 @@
 namespace kelt::check {
 namespace {
 
+/// "Unknown" to a monitoring system: a wrong option says nothing about the device.
 constexpr int kWrongUse = 3;
 
 /// Where it was started; as the shell calls it, where the system does not tell.
@@ -43,6 +44,7 @@ void look(const Options& options, Findings& findings) {
   checkCommands(device, findings);
   checkDirectories(device, findings);
   checkRoom(device, findings);
+  // Before the keys, which are judged by the mode; the lock comes before the traces for the same reason.
   checkMode(device, findings);
   checkKeys(device, findings);
   checkRegistry(findings);

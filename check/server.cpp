@@ -30,6 +30,7 @@ class ServerLook {
       tellName();
       m_findings.begin("server.connection", "the connection to " + value);
     } else if (name == "sha256") {
+      // The last fact about a connection: all others have come by then.
       tellConnection();
       m_findings.begin("server.answer", "the answer of the server");
     }

@@ -109,6 +109,7 @@ class KeptFindings final : public Findings {
 bool bComplete(const std::string& directory, Findings& findings) {
   bool bAll = true;
   for (const KeyFileFinding& file : modes::examineKeyFiles(directory))
+    // In this order, for every file to be told of.
     bAll = bUsable(file, directory, findings) && bAll;
   return bAll;
 }
@@ -126,6 +127,7 @@ void checkRoomForCopies(const Device& device, const std::string& directory, Find
        {paths::kRequestKey, paths::kRequestKey2048, paths::kFipsMarker, paths::kServerKey, paths::kServerKey2048})
     keys.push_back(sizeOf(directory + name));
   const std::uint64_t list = sizeOf(directory + paths::kSiteList);
+  // A key in the store, or the record: each fits into one block as most file systems have it.
   constexpr std::uint64_t kStored = 4096;
   checkRoomFor({{paths::kInstallDir, keys},
                 {paths::kScratchEtcDir, {list}},
@@ -176,6 +178,7 @@ void checkSource(const Device& device, const std::string& source, Findings& find
     if (siteList != Found::kYes) continue;
     KeptFindings here;
     const bool bTaken = bComplete(candidate, here);
+    // First the places that were passed over: they were searched before the one that is taken.
     if (bTaken) passedOver.passOn(true, findings);
     here.passOn(false, bTaken ? findings : static_cast<Findings&>(passedOver));
     if (bTaken) return rehearse(device, candidate, findings);

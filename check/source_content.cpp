@@ -39,6 +39,7 @@ Status loadConverted(const std::string& path, AnXml& siteList) {
   const auto text = base::readText(path);
   if (!text) return text.error();
   std::string utf8;
+  // As the switch does it, so up to the first zero byte.
   if (!helper::unixCommandLineHelper().ConvertToUtf8(text.value().c_str(), utf8))
     return Error{ErrorKind::kSystem, 0, "this system cannot convert it from ISO-8859-1"};
   return siteList.load({reinterpret_cast<const unsigned char*>(utf8.data()), utf8.size()}, rootName());

@@ -31,6 +31,7 @@ void renounceWriting() {
     ::dup2(nowhere.get(), STDOUT_FILENO);
     ::dup2(nowhere.get(), STDERR_FILENO);
   }
+  // A pipe is no file to the limit, so findings go on.
   const rlimit none{0, 0};
   ::setrlimit(RLIMIT_FSIZE, &none);
   ::setrlimit(RLIMIT_CORE, &none);
@@ -49,6 +50,7 @@ void endWith(pid_t reporter) {
     PipeFindings findings(pipe);
     look(findings);
     sendEnd(pipe);
+    // Without destructors and exit handlers, which belong to the process that reports.
     ::_exit(0);
   } catch (...) {
     // No memory: that the end is missing says it.
@@ -79,6 +81,8 @@ class Supervision {
     pollfd wanted{m_pipe.get(), POLLIN, 0};
     const int ready = left <= 0 ? 0 : retryInterrupted([&] { return ::poll(&wanted, 1, static_cast<int>(left)); });
     if (ready == 0) {
+      // Killed and not waited for: in a file system that does not answer it dies only when that does. What is left of
+      // it is the system's to collect, once this process has ended.
       m_bOverdue = true;
       ::kill(m_process, SIGKILL);
       return false;

@@ -73,6 +73,7 @@ void checkKeyFiles(const Device& device, const std::string& directory, Trace tra
 std::vector<std::string> writtenDirectories(const Device& device) {
   std::vector<std::string> all = {paths::kInstallDir, paths::kScratchDir, paths::kScratchEtcDir};
   if (device.bDirectoriesKnown) all.push_back(device.keyStore);
+  // Unless the configuration moves it, it is the scratch directory, and its files would be told twice.
   if (device.dataDirectory + "/" != paths::kScratchDir) all.push_back(device.dataDirectory);
   if (!device.agentConfigPath.empty()) all.push_back(base::directoryOf(device.agentConfigPath));
   return all;
@@ -92,6 +93,7 @@ void checkTemporaryFiles(const Device& device, Findings& findings) {
   bool bNone = true;
   for (const std::string& directory : writtenDirectories(device)) {
     const auto found = base::leftoversIn(directory, kAgentUser);
+    // Other checks tell that it is missing; nothing can be left in it.
     if (!found && found.error().kind == ErrorKind::kNotFound) continue;
     if (found && found.value().empty()) continue;
     bNone = false;

@@ -62,6 +62,7 @@ std::wstring latin1_to_unicode(const std::string& latin1) {
 std::int32_t convert_latin1_to_unicode(const char* latin1, wchar_t* out, std::int32_t* capacity) {
   if (latin1 == nullptr || out == nullptr || capacity == nullptr) return 1;
   const std::size_t length = std::strlen(latin1) + 1;  // the terminator is converted with the text
+  // Want of room is no error of this interface; the caller sees it by a buffer that is as it was.
   if (*capacity < 0 || static_cast<std::size_t>(*capacity) < length) return 0;
   // Straight into the caller's buffer: an argument may be a password, and every copy would have to be wiped.
   widen({latin1, length}, {out, length});

@@ -12,6 +12,7 @@ std::optional<FileId> fileIdOf(const std::string& path) {
 
 bool bOneFile(const std::string& path, const std::string& other) {
   // Through links and mounts: two paths of one file need not have a word in common.
+  // What cannot be examined is the same as nothing, not even as itself.
   const auto file = fileIdOf(path);
   return file && file == fileIdOf(other);
 }

@@ -17,6 +17,7 @@ Latin1Converter::~Latin1Converter() {
 }
 
 std::optional<std::size_t> Latin1Converter::convert(std::span<const char> latin1, std::span<char> out) {
+  // Known since the construction, and told here: a device may have been built without conversion modules.
   if (!bOpen(m_conversion)) return std::nullopt;
   char* from = const_cast<char*>(latin1.data());  // iconv only reads it
   std::size_t fromLeft = latin1.size();

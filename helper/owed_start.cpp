@@ -60,6 +60,7 @@ void owe(Owed what) noexcept {
   base::UniqueFd mark;
   for (int tries = 0; tries < kTries && !mark; ++tries)
     mark.reset(::open(markOf(what), kFlags, 0600));
+  // Not synced: /run is emptied at every boot (FHS 3.0, 3.15), so that a power cut takes the debt with it.
   if (mark) signMark(mark.get());
 }
 

@@ -5,6 +5,7 @@
 namespace kelt::provision {
 
 LineReader::~LineReader() {
+  // The password has gone through it, and so has whatever was typed ahead.
   base::wipe(m_buffer.data(), m_buffer.size());
 }
 
@@ -22,6 +23,7 @@ std::string LineReader::next() {
     if (byte == '\n') break;
     line += static_cast<char>(byte);
   }
+  // libcurl takes these texts up to their first zero byte; they are cut here, once for all uses.
   if (const std::size_t zero = line.find('\0'); zero != std::string::npos) line.resize(zero);
   return line;
 }

@@ -43,6 +43,7 @@ Status fetch(std::string_view server, std::string_view user, std::string_view pa
   std::string host;
   std::string port;
   if (!split_host_and_port(access.server, host, port)) {
+    // Spelled out: without it libcurl would take the port of HTTPS, 443.
     port = kDefaultPort;
     access.server.append(":").append(kDefaultPort);
   }
@@ -60,6 +61,7 @@ Status examineReply(const Reply& reply) {
 /// Fills and publishes the file of the archive in the reply, which is empty where the reply is no base64. Returns
 /// whether that was possible.
 bool writeArchive(FreshFile& zip, const std::string& path) {
+  // examineReply has seen the mark there.
   const std::string_view base64 = std::string_view(serverReply.text()).substr(kSuccessMark.size());
   const auto write = [&zip](std::span<const unsigned char> piece) { return zip.write(piece).ok(); };
   switch (decodeInPieces(base64, write)) {
@@ -140,6 +142,7 @@ Status provisionFiles(const std::string& directory, std::string_view server, std
   if (const Status status = readMode(directory, mode); status != kSuccess) return status;
   claimLegacyNames(directory);
   if (const Status status = writeMode(directory + "/agentfipsmode", mode); status != kSuccess) return status;
+  // Last: no switch takes a directory without SiteList.xml, so one that was filled for the first time is complete then.
   return renameSiteList(directory);
 }
 

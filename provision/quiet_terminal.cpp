@@ -12,6 +12,7 @@ namespace {
 // Written by the handler, which runs only while ppoll waits.
 std::array<volatile std::sig_atomic_t, NSIG> caught{};
 
+/// A handler may do little more (async-signal-safety); letCaughtSignalsAct does the rest once the wait is over.
 extern "C" void noteSignal(int signal) {
   caught[static_cast<std::size_t>(signal)] = 1;
 }
@@ -105,6 +106,7 @@ void QuietTerminal::letAct(std::size_t index) {
   putBack();
   struct sigaction ours {};
   ::sigaction(signal, &m_actions[index], &ours);
+  // Blocked as yet: it waits for the mask below, and by then the terminal echoes and the action is the caller's.
   (void)::raise(signal);
   sigset_t blocked;
   ::sigprocmask(SIG_SETMASK, &m_before, &blocked);  // dies or stops in here, unless the caller handles the signal

@@ -40,6 +40,7 @@ bool bOurs(const struct stat& info) {
 
 bool bOursAt(const std::string& path) {
   struct stat info {};
+  // The name itself: a link that a stranger made can lead to a file of ours.
   return ::lstat(path.c_str(), &info) == 0 && bOurs(info);
 }
 

@@ -14,6 +14,7 @@ namespace {
 std::optional<unsigned int> scopeOf(ANetworkUtil& network, const addrinfo& entry) {
   if (entry.ai_family != AF_INET6) return std::nullopt;
   std::array<char, 32> text{};
+  // By its text, in which the scope stands after a "%" (RFC 4007, 11).
   if (::getnameinfo(entry.ai_addr, entry.ai_addrlen, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST) != 0) {
     return std::nullopt;
   }

@@ -34,6 +34,7 @@ std::string textOf(const X509_NAME* name) {
 std::string textOf(const ASN1_TIME* time) {
   std::tm utc{};
   std::array<char, 32> text{};
+  // It comes in two forms, with two and with four digits of the year (RFC 5280, 4.1.2.5); this call knows both.
   if (ASN1_TIME_to_tm(time, &utc) != 1) return {};
   return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc)};
 }

@@ -76,6 +76,7 @@ void setOptions(Exchange& exchange, const std::string& url, std::array<char, CUR
   // Not verified, as the exchange itself does not: what is shown is what that would meet.
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
+  // lookAtServer stops at an "@" by itself; this is for an address that libcurl reads otherwise.
   curl_easy_setopt(curl, CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
   // Its time-outs without SIGALRM, which is for the whole process.
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
@@ -135,6 +136,7 @@ void lookAtServer(const std::string& server, const ProbeFacts& tell) {
   std::string port;
   std::string address = server;
   if (!split_host_and_port(server, host, port)) {
+    // A literal in brackets has been put there even without a port.
     if (host.empty()) host = server;
     port = kDefaultPort;
     address.append(":").append(port);
@@ -142,7 +144,9 @@ void lookAtServer(const std::string& server, const ProbeFacts& tell) {
   tell("libcurl", curlVersion());
   tell("host", host);
   tell("port", port);
+  // What stands before it may be a password, which nobody is to be sent.
   if (server.find('@') != std::string::npos) return tell("user-in-address", "yes");
+  // The exchange is tried without an address as well: a proxy looks the name up by itself.
   static_cast<void>(tellAddresses(host, port, tell));
   exchangeWith("https://" + address + kPackagePath, host, port, tell);
 }

@@ -13,6 +13,7 @@ int TtyNoEcho(int fd) {
   if (::ioctl(fd, TCGETA, &tioMode) < 0) return -1;
   constexpr unsigned int kEcho = ECHO | ECHOE | ECHOK | ECHONL;
   tioMode.c_lflag = static_cast<unsigned short>(tioMode.c_lflag & ~kEcho);
+  // A line whose receiver is off would never give the answer that is waited for.
   tioMode.c_cflag = static_cast<unsigned short>(tioMode.c_cflag | CREAD);
   // At once, not after pending output: what is typed from now on must not show.
   return ::ioctl(fd, TCSETA, &tioMode);

@@ -20,6 +20,7 @@ void askIfMissing(std::string_view prompt, std::string& value, LineReader& reade
 }  // namespace
 
 void askForMissing(ServerAccess& access) {
+  // Before the terminal is touched: a job in the background that asks nothing must not stop for the foreground.
   if (!access.server.empty() && !access.user.empty() && !access.password.empty()) return;
   // One for all three: between the prompts nothing that is typed ahead shows either.
   QuietTerminal terminal(STDIN_FILENO);

@@ -42,6 +42,7 @@ class EngineShim final : public CryptShim {
   }
 
   bool deinitialize() override {
+    // Its loadable object stays: a later initialize() starts the same engine again.
     if (m_engine != nullptr) m_engine->stop();
     m_engine = nullptr;
     return true;
@@ -79,6 +80,7 @@ class EngineShim final : public CryptShim {
       return false;
     }
     m_startedMode = m_mode;
+    // The engine takes the default module by itself where there is no other; whoever asked for FIPS mode is told.
     m_bFipsMissing = m_mode == Mode::kFips && module.value() == CryptoModule::kDefault;
     return true;
   }

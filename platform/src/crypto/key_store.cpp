@@ -141,6 +141,8 @@ Status prepareKeyStore(const std::string& path) {
   if (Status made = makeDirectory(path); !made) return made;
   const auto directory = openKeyStore(path);
   if (!directory) return directory.error();
+  // Once more, and strictly: where the rights of others to look cannot be taken away, openKeyStore goes on, so that
+  // keys can be read; no import begins then.
   return setMode(directory.value().get(), 0700, path);
 }
 
@@ -219,6 +221,7 @@ bool KeyStore::exportKey(KeyType type, ABuffer& out) {
   const auto file = despiteOneRefusal([&] { return readStored(m_path, name, kMaxKeyFileSize); });
   if (!file) logRefusal(file.error());
   if (!file) return false;
+  // Read as a key again: what is given out is one, whatever has become of the file.
   const auto key = m_engine.publicKey(file.value());
   if (!key) logRefusal({key.error().kind, 0, m_path + "/" + name + ": " + key.error().message});
   if (!key) return false;

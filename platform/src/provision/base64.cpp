@@ -22,6 +22,7 @@ constexpr std::array<std::uint8_t, 128> meanings() {
   for (std::size_t i = 0; i < kDigits.size(); ++i) {
     table[static_cast<unsigned char>(kDigits[i])] = static_cast<std::uint8_t>(i);
   }
+  // Lines may be broken anywhere (RFC 2045, 6.8). All else that is no digit is refused (RFC 4648, 3.3).
   for (const char blank : {'\r', '\n', ' ', '\t'})
     table[static_cast<unsigned char>(blank)] = kSkipped;
   table['='] = kPadding;
@@ -99,6 +100,7 @@ class Decoder {
     // A single digit is six bits, which make no byte.
     if ((m_digits + m_padding) % 4 != 0 || m_digits == 1) return false;
     if (m_digits == 0) return m_padding == 0;
+    // Bits beyond the last byte are dropped, whatever they are, as a decoder may (RFC 4648, 3.5).
     put(m_bits << 6U * m_padding, m_digits - 1);
     return true;
   }

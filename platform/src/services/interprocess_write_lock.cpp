@@ -154,6 +154,7 @@ int InterProcessWriteLock::tryLock() {
 
 Result<bool> InterProcessWriteLock::held(const std::string& name, uid_t owner) {
   const std::string path = pathOf(name);
+  // Where there is no file there is no lock: every run makes it before it takes it.
   const auto unlessMissing = [](const Error& error) -> Result<bool> {
     return error.kind == ErrorKind::kNotFound ? Result<bool>(false) : error;
   };

@@ -27,6 +27,7 @@ using kelt::base::FileLock;
 using kelt::base::retryInterrupted;
 using kelt::base::UniqueFd;
 
+/// In bytes. A longer log takes the place of the one put aside before, so that the two stay about twice this at most.
 constexpr off_t kRotateBeyond = off_t{1024} * 1024;
 /// How often a file that is just being rotated is opened anew, and the pause between.
 constexpr int kAttempts = 20;
@@ -105,6 +106,7 @@ LogState prepare(int fd, const std::string& path) {
 }
 
 /// In one call, so that lines of several processes do not mix.
+/// A line that the disk has no room for is lost: no run fails for its log.
 void writeTo(int fd, std::string_view line) {
   static_cast<void>(retryInterrupted([&] { return ::write(fd, line.data(), line.size()); }));
 }
@@ -123,6 +125,7 @@ void append(const std::string& path, std::string_view line) {
   }
 }
 
+/// Set for good by a process that only looks, and must leave no trace.
 bool bClosed = false;
 
 void writeLine(char mark, const wchar_t* source, const wchar_t* message) noexcept {

@@ -84,6 +84,7 @@ bool deleteFromFile(const OpenKey& key) {
   bool bChanged = false;
   for (const std::string& name : key.deleted)
     bChanged |= file.value().remove(key.section, name);
+  // Where another process has deleted them meanwhile, the file is left as it is.
   return !bChanged || kelt::base::replaceFile(key.path, file.value().content()).ok();
 }
 
@@ -106,6 +107,7 @@ int RegOpenKey(void* root, const char* path, void** key) {
   }
   if (!file.value().bHasSection(path)) return kRegistryNotFound;
 
+  // With the file as it was read: all values that come by this handle are of one state of it.
   const std::uintptr_t handle = ++registry().lastHandle;
   registry().keys.emplace(handle, OpenKey{registry().path, path, std::move(file).value(), {}});
   *key = reinterpret_cast<void*>(handle);  // NOLINT(performance-no-int-to-ptr): a handle, never followed

@@ -263,6 +263,7 @@ Result<RegistryFile> RegistryFile::parse(SecretBytes content) {
 
 bool RegistryFile::bHasSection(std::string_view section) const {
   ValueReader reader(text(), section);
+  // The values are only steps on the way: a section without any is met as well.
   while (!reader.bSectionMet() && reader.next()) {
   }
   return reader.bSectionMet();

@@ -75,6 +75,7 @@ Status ZipArchive::read(const ZipEntry& entry, const ZipSink& sink) const {
   const std::unique_ptr<zip_file_t, CloseEntry> file(zip_fopen_index(m_archive.get(), entry.index, ZIP_FL_UNCHANGED));
   if (!file) return malformed("an entry that cannot be opened");
   // Room for one byte more than declared shows an entry that is longer.
+  // Wiped at its end, as an entry may be a secret key.
   base::SecretBytes piece(static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, entry.size + 1)));
   std::uint64_t total = 0;
   while (true) {

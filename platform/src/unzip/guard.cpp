@@ -130,6 +130,7 @@ Result<std::vector<std::string>> partsOfName(std::string_view name) {
   if (name.size() > kMaxNameBytes || !bHarmlessText(name)) return refused("a name with forbidden characters");
   std::vector<std::string> parts;
   std::size_t start = 0;
+  // Up to the end and one beyond it: a "/" at the end leaves an empty part, which is refused like one in the middle.
   while (start <= name.size()) {
     const std::size_t end = std::min(name.find('/', start), name.size());
     const std::string_view part = name.substr(start, end - start);

@@ -86,6 +86,7 @@ Result<int> StagedTree::directoryFor(const Parts& parts, std::size_t count) {
 Result<base::UniqueFd> StagedTree::openOrMake(int parent, const std::string& name) {
   m_made.push_back({parent, name});  // known before it is there
   // Of a killed run it may be left, with temporary files in it: the next one takes it and sweeps it.
+  // Closed to others whatever the archive says of its rights: keys may come into it.
   const bool bMade = ::mkdirat(parent, name.c_str(), 0700) == 0;
   const int error = errno;
   if (!bMade) m_made.pop_back();

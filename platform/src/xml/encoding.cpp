@@ -41,6 +41,7 @@ void appendContinuation(std::vector<unsigned char>& utf8, std::uint32_t code, un
     utf8.push_back(static_cast<unsigned char>(0x80U | (code >> 6U * count & 0x3FU)));
 }
 
+/// UTF-8 (RFC 3629), but also of half a pair, which that forbids: the judge is to see it, and to refuse it.
 void appendUtf8(std::vector<unsigned char>& utf8, std::uint32_t code) {
   if (code < 0x80) {
     utf8.push_back(static_cast<unsigned char>(code));
@@ -71,6 +72,7 @@ std::vector<unsigned char> utf8OfUtf16(std::span<const unsigned char> document) 
   for (std::size_t i = 0; i < units.count(); ++i) {
     // A half without the other is written as it stands, for the judge to refuse.
     std::uint32_t code = units[i];
+    // Each half of a pair brings ten bits of what is beyond 0xFFFF (RFC 2781, 2.2).
     if (units.bPair(i)) code = 0x10000U + ((code & 0x3FFU) << 10U) + (units[++i] & 0x3FFU);
     appendUtf8(utf8, code);
   }

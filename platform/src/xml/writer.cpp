@@ -119,6 +119,7 @@ class Writer {
     m_out += "?>";
   }
 
+  /// Unescaped: no operation sets such a content, so it is as a reader took it, and does not hold its own end.
   void writeBetween(std::string_view start, std::string_view content, std::string_view end) {
     m_out += start;
     m_out += content;
@@ -142,6 +143,7 @@ class Writer {
     m_out += name;
   }
 
+  /// The rest is written all the same; result() gives the refusal in place of the text.
   void refuse(const char* reason) { m_refusal = reason; }
 
   std::string m_out;

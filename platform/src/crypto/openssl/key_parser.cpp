@@ -59,6 +59,7 @@ bool bOneSequence(Bytes der) {
   if (der.size() < 2 || der[0] != 0x30) return false;
   if (der[1] < 0x80) return der.size() == 2U + der[1];
   const std::size_t lengthBytes = der[1] & 0x7FU;
+  // Four bytes speak of 4 GiB; a sum of lengths within that cannot begin again at 0 in the 64 bits below.
   if (lengthBytes == 0 || lengthBytes > 4 || der.size() < 2 + lengthBytes) return false;
   std::uint64_t length = 0;
   for (const unsigned char byte : der.subspan(2, lengthBytes))
@@ -190,6 +191,7 @@ Result<Key> decodePem(OSSL_LIB_CTX* context, const Kind& kind, Bytes text) {
 
 Result<Key> readKey(OSSL_LIB_CTX* context, const Kind& kind, Bytes file) {
   if (file.empty()) return malformed("empty");
+  // Only DER begins so: in a PEM file that is taken, blanks and the first "-" come before anything else.
   if (file[0] == 0x30) return decodeDer(context, kind, file, nullptr);
   const auto start = std::find_if_not(file.begin(), file.end(), bBlank);
   return decodePem(context, kind, {start, file.end()});
