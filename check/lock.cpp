@@ -3,7 +3,6 @@
 #include <array>
 #include <climits>
 #include <dirent.h>
-#include <memory>
 #include <optional>
 #include <string_view>
 #include <sys/statvfs.h>
@@ -14,6 +13,7 @@
 
 #include "base/file_place.h"
 #include "base/file_read.h"
+#include "base/listing.h"
 #include "helper/agent_paths.h"
 #include "platform/interprocess_write_lock.h"
 
@@ -21,11 +21,6 @@ namespace kelt::check {
 namespace {
 
 namespace paths = helper::paths;
-
-struct CloseDirectory {
-  void operator()(DIR* stream) const { ::closedir(stream); }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 /// More than the system tells of a descriptor or a program's name.
 constexpr std::size_t kMostTold = 4096;
@@ -52,7 +47,7 @@ bool bHolds(const std::string& process, const std::string& number, const std::st
 
 /// `process` is its directory in /proc.
 bool bHolder(const std::string& process, const std::string& path) {
-  const Directory descriptors(::opendir((process + "/fd").c_str()));
+  const base::Listing descriptors(::opendir((process + "/fd").c_str()));
   while (const auto number = descriptors ? nextName(descriptors.get()) : std::nullopt) {
     if (bHolds(process, *number, path)) return true;
   }
@@ -61,7 +56,7 @@ bool bHolder(const std::string& process, const std::string& path) {
 
 /// The process that holds the lock, for people; empty where the system does not tell.
 std::string holderOf(const std::string& path) {
-  const Directory processes(::opendir("/proc"));
+  const base::Listing processes(::opendir("/proc"));
   while (const auto name = processes ? nextName(processes.get()) : std::nullopt) {
     const std::string process = "/proc/" + *name;
     if (name->find_first_not_of("0123456789") != std::string::npos || !bHolder(process, path)) continue;
