@@ -23,7 +23,7 @@ struct Status {
 /// What /proc says of the process; a dead one where it says nothing.
 Status statusOf(pid_t number) noexcept {
   std::array<char, 64> path{};
-  std::snprintf(path.data(), path.size(), "/proc/%d/stat", static_cast<int>(number));
+  static_cast<void>(std::snprintf(path.data(), path.size(), "/proc/%d/stat", static_cast<int>(number)));
   const UniqueFd file(::open(path.data(), O_RDONLY | O_CLOEXEC));
   if (!file) return {};
   std::array<char, 1024> line{};
