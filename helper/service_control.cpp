@@ -72,8 +72,9 @@ bool checkDirectory(const ConfigDirectory& directory) noexcept {
   return false;
 }
 
-/// What a run that was killed left running.
-void awaitCommandsOfDeadRun() {
+/// Waits for what a run that was killed left running, where this run has not done so before its own stop.
+void awaitCommandsOfDeadRun(bool bDone) {
+  if (bDone) return;
   awaitCommand(Owed::kStart);
   awaitCommand(Owed::kPlugIns);
 }
@@ -122,7 +123,7 @@ void unixCommandLineHelper::reserveStart() {
 }
 
 bool unixCommandLineHelper::StartORVService() {
-  if (!m_bStartPromised) awaitCommandsOfDeadRun();  // else the stop before did
+  awaitCommandsOfDeadRun(m_bStartPromised);
   // Else a plug-in whose file cannot be read for once would not be loaded.
   auto justRead = m_reserved ? std::nullopt : readStartInAdvance();
   ReservedStart* const reserved = m_reserved ? &*m_reserved : justRead ? &*justRead : nullptr;
@@ -146,12 +147,12 @@ bool unixCommandLineHelper::StartORVService() {
 }
 
 void unixCommandLineHelper::loadPlugIns() {
-  awaitCommandsOfDeadRun();
+  awaitCommandsOfDeadRun(false);
   loadPlugInsAnewOr(m_reserved ? &*m_reserved : nullptr, true);
 }
 
 bool unixCommandLineHelper::StopORVService() {
-  awaitCommandsOfDeadRun();
+  awaitCommandsOfDeadRun(false);
   // A run that does not start the agent again owes it nothing: a mark would have some other run's guard start it.
   using Last = void (*)();
   const Last oweStart = m_bStartPromised ? Last([] { owe(Owed::kStart); }) : nullptr;
