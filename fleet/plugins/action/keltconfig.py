@@ -136,7 +136,7 @@ class ActionModule(DeviceAction):
         result["changed"] = any(name in CHANGING for name, _argument, _text in frames)
         problems = [text.strip() for name, _argument, text in frames if name == "problem"]
         if problems:
-            raise AnsibleError("nothing was tried, as it would fail. keltcheck: %s" % "; ".join(problems))
+            raise AnsibleError("nothing was tried, as it would fail. keltcheck: %s" % " ".join(problems))
         for name, status, text in frames:
             if name in CHANGING or name == "health":
                 self.judge(name, int(status), text, after, result)
@@ -204,7 +204,7 @@ class ActionModule(DeviceAction):
 
 
 def sentences(checks):
-    return "; ".join(sentence(check) for check in checks)
+    return " ".join(sentence(check) for check in checks)
 
 
 def diff(missing, host):
