@@ -44,7 +44,9 @@ def rows(count):
 
 
 def browse(tmp_path, *options):
-    command = ["chromium", "--headless=new", "--no-sandbox", "--disable-gpu", "--hide-scrollbars", f"--user-data-dir={tmp_path}/browser"]
+    quiet = ["--no-first-run", "--disable-background-networking", "--disable-component-update", "--disable-sync"]
+    shown = ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--hide-scrollbars"]
+    command = ["setpriv", "--pdeathsig", "KILL", "chromium", *shown, *quiet, f"--user-data-dir={tmp_path}/browser"]
     environment = {"HOME": str(tmp_path), "PATH": "/usr/bin:/bin", "XDG_RUNTIME_DIR": str(tmp_path)}
     done = subprocess.run([*command, *options], capture_output=True, text=True, timeout=PATIENCE, env=environment)
     assert done.returncode == 0, done.stderr[-2000:]
