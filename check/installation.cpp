@@ -53,9 +53,7 @@ void checkCrypto(bool bLoad, Findings& findings) {
   std::string path;
   if (!bSound(kCrypto, path, findings)) return;
   if (!bLoad) return findings.ok(kCrypto.id, path + " is there and trusted");
-  auto inspector = platform::KeyInspector::start(false);
-  // Once more: an allocation that fails only once is no fault of the part.
-  if (!inspector) inspector = platform::KeyInspector::start(false);
+  const auto inspector = platform::KeyInspector::start(false);
   if (!inspector) return fail(kCrypto, inspector.error(), findings);
   findings.takeFact("openssl", inspector.value().version());
   findings.ok(kCrypto.id, path + " is trusted and loads, with " + inspector.value().version());
@@ -67,11 +65,8 @@ void checkProvision(bool bLoad, Findings& findings) {
   if (!bSound(kProvision, path, findings)) return;
   if (!bLoad) return findings.ok(kProvision.id, path + " is there and trusted");
   std::string version;
-  const auto load = [&] {
-    return provision::probeLibraries([&](const std::string& /*name*/, const std::string& value) { version = value; });
-  };
-  Status loaded = load();
-  if (!loaded) loaded = load();  // for the same reason
+  const Status loaded =
+      provision::probeLibraries([&](const std::string& /*name*/, const std::string& value) { version = value; });
   if (!loaded) return fail(kProvision, loaded.error(), findings);
   findings.takeFact("libcurl", version);
   findings.ok(kProvision.id, path + " is trusted and loads, with libcurl " + version);
