@@ -87,10 +87,9 @@ class Supervision {
       ::kill(m_process, SIGKILL);
       return false;
     }
-    std::array<char, 16384> bytes{};
-    const ssize_t count = retryInterrupted([&] { return ::read(m_pipe.get(), bytes.data(), bytes.size()); });
+    const ssize_t count = retryInterrupted([&] { return ::read(m_pipe.get(), m_bytes.data(), m_bytes.size()); });
     if (count <= 0) return false;
-    if (!m_receiver.take(bytes.data(), static_cast<std::size_t>(count))) {
+    if (!m_receiver.take(m_bytes.data(), static_cast<std::size_t>(count))) {
       // Its memory is in disorder; it may never end.
       ::kill(m_process, SIGKILL);
       return false;
@@ -140,6 +139,7 @@ class Supervision {
   pid_t m_process;
   UniqueFd m_pipe;
   Clock::time_point m_deadline;
+  std::array<char, 16384> m_bytes{};  ///< what came last; cleared once, as that takes longer than reading a message
   Receiver m_receiver;
   bool m_bNetwork = false;
   bool m_bOverdue = false;
