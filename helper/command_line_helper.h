@@ -28,7 +28,8 @@ class CommandLineHelper {
   virtual ~CommandLineHelper() = default;
 
   /// Runs the agent's start command, then the load command of every other product. Returns false, having run nothing,
-  /// when the agent's configuration file is not found or does not load.
+  /// when the agent's configuration file is not found or does not load. Like StopORVService, waits before that for a
+  /// command of a killed run that was to start the agent again: 5 minutes at most (helper/owed_start.h).
   virtual bool StartORVService() = 0;
 
   /// Runs the unload command of every other product, then the agent's stop command. Returns false, having run nothing,

@@ -1,5 +1,7 @@
 """A run that dies while the agent is stopped leaves it running: a guard starts it, once."""
 
+import shlex
+
 import pytest
 
 from device import AGENT_CONFIG, START, STOP
@@ -63,6 +65,22 @@ def test_a_stop_that_outlives_run_and_guard_ends_before_the_next_run_begins(devi
     left = run_until_quiet(device, '"$KELTCONFIG" -u >/dev/null', f'"$KELTCONFIG" {arguments} >/dev/null')
     then = {"-start": device.starting(), "-stop": device.stopping(), "-u": device.stopping() + device.starting()}
     assert device.calls() == device.stopping() + then[arguments]
+    assert left == []
+
+
+def test_a_stop_that_hangs_is_waited_for_five_minutes_and_no_longer(device):
+    # A process that never ends takes the place of the stop; the pauses are counted, and not taken.
+    sign = "import struct, sys; sys.stdout.buffer.write(struct.pack('=qq', int(sys.argv[1]), 1 << 40))"
+    left = run_until_quiet(
+        device,
+        f"mkdir -m 700 {MARKS}; sleep 100000 & /usr/bin/python3 -c {shlex.quote(sign)} $! >{MARKS}/agent-stopped",
+        "strace -o /run/trace -e trace=clock_nanosleep -e inject=clock_nanosleep:retval=0 "
+        '"$KELTCONFIG" -start >/dev/null',
+        "kill $!",
+    )
+    pauses = [line for line in device.take("/run/trace").decode().splitlines() if "tv_nsec=20000000" in line]
+    assert len(pauses) * 0.02 == 300
+    assert device.calls() == device.starting()
     assert left == []
 
 

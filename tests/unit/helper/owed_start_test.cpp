@@ -1,6 +1,7 @@
 #include "helper/owed_start.h"
 
 #include <csignal>
+#include <string>
 #include <unistd.h>
 
 #include "support/child.h"
@@ -91,7 +92,7 @@ TEST_F(OwedStart, IsAwaitedAsLongAsItsCommandRuns) {
     awaitCommand(Owed::kStart);
     return exists("/tmp/killed") ? 0 : 1;
   });
-  ::usleep(100'000);  // for a wait that is none to end
+  EXPECT_TRUE(tests::bComesTrue([&] { return tests::bSleeps("/proc/" + std::to_string(waiting.pid())); }));
   putFile("/tmp/killed", "");
   command.kill();
   EXPECT_EQ(waiting.exitStatus(), 0);
