@@ -10,6 +10,11 @@ from device import PATIENCE, ROOT
 
 COLLECTION = ROOT / "fleet"
 PLAYBOOKS = COLLECTION / "playbooks"
+# In a shell beside the devices; the end of an address and a command come after it.
+SSH = 'ssh -F /dev/null -i "$KELT_FLEET/key" -o UserKnownHostsFile="$KELT_FLEET/known_hosts" -o BatchMode=yes root@127.1.0.'
+
+# Descriptors that the devices hold as well: their end tells somebody that the last process of them has ended.
+held = []
 
 
 class Fleet:
@@ -46,22 +51,24 @@ class Fleet:
             "PYTHONDONTWRITEBYTECODE": "1",
         }
 
-    def shell(self, script, *options, **more):
-        """Runs a shell script beside the running devices. "$KELT_FLEET" is their directory."""
-        command = [ROOT / "device/fleet", "--count", self.count, "--state", self.state, *self.options, *options]
-        bound = ["setpriv", "--pdeathsig", "KILL", *map(str, command), "--", "bash", "-c", script]
+    def shell(self, script, *options, via=(), **more):
+        """Runs a shell script beside the running devices. "$KELT_FLEET" is their directory. `via` goes before all of it, and
+        must end with whoever started it."""
+        bound = [] if via else ["--bound", os.getpid()]
+        command = [*via, ROOT / "device/fleet", *bound, "--count", self.count, "--state", self.state]
+        command += [*self.options, *options, "--", "bash", "-c", script]
         environment = self.environment() | more.pop("env", {})
-        return subprocess.run(bound, capture_output=True, text=True, stdin=subprocess.DEVNULL, timeout=4 * PATIENCE,
-                              env=environment, cwd=self.state.parent, **more)
+        return subprocess.run([*map(str, command)], capture_output=True, text=True, stdin=subprocess.DEVNULL, pass_fds=held,
+                              timeout=4 * PATIENCE, env=environment, cwd=self.state.parent, **more)
 
-    def play(self, playbook, *arguments, options=(), before="", after="", **variables):
+    def play(self, playbook, *arguments, options=(), via=(), before="", after="", env=(), **variables):
         """Runs a playbook: what Ansible said and its status, and what each device's tasks came to."""
         words = ["ansible-playbook", "-i", f"{self.state}/inventory.ini", playbook, *arguments]
         if variables:
             words += ["-e", json.dumps(variables)]
         self.records.unlink(missing_ok=True)
         command = " ".join(shlex.quote(str(word)) for word in words)
-        done = self.shell(f"{before}\n{command}\nstatus=$?\n{after}\nexit $status", *options)
+        done = self.shell(f"{before}\n{command}\nstatus=$?\n{after}\nexit $status", *options, via=via, env=dict(env))
         return Outcome(done, self.taken())
 
     def taken(self):
