@@ -1,21 +1,26 @@
-"""A rollout to ten devices over ssh, of which most have something wrong: looked at without a change, done, and done again."""
+"""A rollout to eleven devices over ssh, of which most have something wrong: looked at without a change, done, and done again."""
 
 import csv
 import shutil
+import stat
 
 import pytest
 
-from fleet import PLAYBOOKS, Fleet
+from fleet import PLAYBOOKS
 
 CONFIG = "/etc/orv.d/ZENTORAGENT3000/config.xml"
 SCRATCH = "/opt/Quorvane/orv/scratch"
 WRONG = "wr0ng-canary-0815"
 
-# Until the guards of killed tools have done their work.
-QUIET = "tries=0; while pgrep -x keltconfig >/dev/null && [ $((tries += 1)) -lt 3000 ]; do sleep 0.1; done"
+# Until the guards of killed tools, and the scripts that have lost their connection, have done their work.
+QUIET = """
+tries=0
+while { pgrep -x keltconfig || pgrep -f 'base=/run/[k]eltconfig-fleet-'; } >/dev/null && [ $((tries += 1)) -lt 3000 ]; do sleep 0.1; done
+"""
 
-PLAIN, MANAGED, BAD_PASSWORD, NO_AGENT, FULL, OFF, CUT, OTHER_KEY, DEAD_TOOL, DEAD_SHELL = range(1, 11)
-ALL = range(1, 11)
+PLAIN, MANAGED, BAD_PASSWORD, NO_AGENT, FULL, OFF, CUT, OTHER_KEY, DEAD_TOOL, DEAD_SHELL, DEAD_LINK = range(1, 12)
+ALL = range(1, 12)
+PARENT_OF = "sed 's/.*) . \\([0-9]*\\) .*/\\1/'"
 
 
 def stopping_with(script):
@@ -49,15 +54,20 @@ dd if=/dev/zero of={SCRATCH}/filled bs=1k 2>/dev/null
     fleet.boot(CUT, stopping_with("poweroff -f"))
     fleet.boot(DEAD_TOOL, stopping_with("kill -KILL $PPID"))
     # The shell that runs the tool.
-    fleet.boot(DEAD_SHELL, stopping_with("kill -KILL $(sed 's/.*) . \\([0-9]*\\) .*/\\1/' /proc/$PPID/stat)"))
+    fleet.boot(DEAD_SHELL, stopping_with(f"kill -KILL $({PARENT_OF} /proc/$PPID/stat)"))
+    # What serves the connection. The shell goes on without anybody to hear it.
+    fleet.boot(DEAD_LINK, stopping_with(f"""
+  id=$PPID
+  until [ "$(cat /proc/$id/comm)" = dropbear ]; do id=$({PARENT_OF} /proc/$id/stat); done
+  kill -KILL $id"""))
 
 
 @pytest.fixture(scope="module")
-def story(tmp_path_factory, binary, make_keys):
+def story(tmp_path_factory, fleet_in, make_keys):
     """What became of the three runs."""
     directory = tmp_path_factory.mktemp("rollout")
     keys, other = make_keys("192.0.2.10"), make_keys("192.0.2.10")
-    fleet = Fleet(directory / "fleet", binary, len(ALL), "--server")
+    fleet = fleet_in(directory, len(ALL), "--server")
     prepare(fleet, keys, other)
     hosts = directory / "hosts.yml"
     hosts.write_text(f"""
@@ -182,6 +192,16 @@ def test_a_shell_that_is_killed_fails_that_device_and_what_it_left_is_swept(stor
     assert len(result["swept"]) == 1
 
 
+def test_a_lost_connection_fails_that_device_and_its_work_is_ended_and_cleared_away_there(story):
+    outcome, result = came_to(story, "first", DEAD_LINK)
+    assert outcome == "failed" and "the connection broke in the middle" in result["msg"]
+    assert story["calls"][DEAD_LINK].count("agent start") == 1
+    assert story["left"][DEAD_LINK] == {}
+    outcome, result = came_to(story, "second", DEAD_LINK)
+    assert (outcome, result["keltcheck"]["facts"]["mode"]) == ("ok", "managed")
+    assert story["calls again"][DEAD_LINK] == []
+
+
 def test_a_device_with_another_server_key_gets_the_new_one(story):
     outcome, result = came_to(story, "first", OTHER_KEY)
     assert outcome == "changed"
@@ -204,11 +224,14 @@ def test_nothing_is_left_on_any_device(story):
     assert [n for n in ALL if fleet.work_left(n)] == []
 
 
-def test_key_files_are_closed_to_others_while_they_are_on_the_device(story):
-    left = story["left"][DEAD_SHELL]
-    files = {path.split("/", 1)[-1]: mode for path, mode in left.items() if "/" in path}
-    assert {"keys/req2048seckey.bin", "keys/sr2048pubkey.bin", "keys/SiteList.xml"} <= set(files)
-    assert {mode & 0o077 for mode in left.values()} == {0}
+def test_key_files_are_roots_alone_in_a_directory_of_its_own_while_they_are_on_the_device(story):
+    for number in (CUT, DEAD_SHELL):
+        left = story["left"][number]
+        assert len({path.partition("/")[0] for path in left}) == 1
+        files = {path.partition("/")[2]: mode for path, mode in left.items() if stat.S_ISREG(mode)}
+        assert {"keys/req2048seckey.bin", "keys/sr2048pubkey.bin", "keys/SiteList.xml"} <= set(files)
+        assert {oct(stat.S_IMODE(mode)) for mode in files.values()} == {"0o600"}
+        assert {oct(stat.S_IMODE(mode)) for path, mode in left.items() if stat.S_ISDIR(mode)} == {"0o700"}
 
 
 def test_the_report_has_every_device_with_the_worst_first(story):

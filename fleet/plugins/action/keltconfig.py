@@ -55,6 +55,8 @@ class ActionModule(DeviceAction):
     def work(self, arguments, result):
         self.arguments = arguments
         self.state = arguments["state"]
+        if arguments["certificate"] and not arguments["check_before"]:
+            raise AnsibleError("certificate: it is looked at before the switch, which check_before forbids")
         self.source = self.read_source()
         self.answers = self.read_answers()
         self.properties = wanted_properties(arguments["custom_props"]) if arguments["custom_props"] else None
@@ -78,7 +80,7 @@ class ActionModule(DeviceAction):
     def read_source(self):
         if not self.arguments["source"] or self.state != "managed":
             return None
-        return read_source(self._loader, self._find_needle("files", self.arguments["source"]))
+        return read_source(self._loader, self.directory(self.arguments["source"]))
 
     def read_answers(self):
         """The lines for the prompts for user and password."""

@@ -26,9 +26,10 @@ ARCHITECTURES = {
 }
 # In the order in which they are taken: what a device has, the package for it, and the command.
 WAYS = (
-    ("dpkg", "deb", 'dpkg -i "$package"'),
-    ("opkg", "ipk", 'opkg install "$package"'),
-    ("tar", "tar.gz", 'tar -xzf "$package" -C /'),
+    ("dpkg", "deb", '"$(place_of dpkg)" -i "$package"'),
+    ("opkg", "ipk", '"$(place_of opkg)" install "$package"'),
+    # The files become root's, whoever made the archive.
+    ("tar", "tar.gz", 'tar -xzof "$package" -C /'),
 )
 
 
@@ -37,9 +38,9 @@ class ActionModule(DeviceAction):
     _VALID_ARGS = frozenset(SPEC)
 
     def work(self, arguments, result):
-        directory = self._find_needle("files", arguments["directory"])
+        directory = self.directory(arguments["directory"])
         frames = self.say(asking_for_packages())
-        path, command = choose(directory, architecture_of(frames), ways_of(frames))
+        path, way, command = choose(directory, architecture_of(frames), ways_of(frames))
         wanted, has = version_of(path), argument_of(frames, "version")
         result.update(package=os.path.basename(path), version=has)
         if has == wanted:
@@ -50,14 +51,14 @@ class ActionModule(DeviceAction):
         if self.check_mode:
             result["msg"] = "would install %s" % os.path.basename(path)
             return
-        self.install(path, command, wanted, result)
+        self.install(path, way, command, wanted, result)
 
-    def install(self, path, command, wanted, result):
+    def install(self, path, way, command, wanted, result):
         with open(path, "rb") as file:
             frames = self.say(installing(os.path.basename(path), file.read(), command))
         status, said = [(argument, text) for name, argument, text in frames if name == "install"][0]
         if status != "0":
-            raise AnsibleError("%s ended with status %s: %s" % (command.split()[0], status, excerpt(said)))
+            raise AnsibleError("%s ended with status %s: %s" % (way, status, excerpt(said)))
         result["version"] = argument_of(frames, "version")
         if result["version"] != wanted:
             raise AnsibleError("after the installation of %s keltconfig is %s" % (wanted, result["version"] or "missing"))
@@ -78,7 +79,7 @@ def ways_of(frames):
 
 
 def choose(directory, architecture, ways):
-    """The package for a device, and the command that installs it. The first way counts for which there is a package."""
+    """The package for a device, the way in which it is installed, and the command. The first way counts for which there is a package."""
     if not ways:
         raise AnsibleError("the device has none of dpkg, opkg and tar")
     sought = []
@@ -90,7 +91,7 @@ def choose(directory, architecture, ways):
         if len(found) > 1:
             raise AnsibleError("%s has several packages %s" % (directory, pattern))
         if found:
-            return found[0], command
+            return found[0], way, command
         sought.append(pattern)
     raise AnsibleError("%s has no package for this device: %s" % (directory, " or ".join(sought)))
 

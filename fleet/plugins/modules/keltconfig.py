@@ -26,7 +26,7 @@ options:
     description:
       - A directory on the controller with C(SiteList.xml), C(req2048seckey.bin), C(sr2048pubkey.bin) and C(agentfipsmode).
         Files in it may be encrypted by a vault.
-      - Taken relative to the playbook, or to C(files) of the role.
+      - Taken relative to the playbook, to C(files) of the role, or to where Ansible was started.
     type: path
   server:
     description:

@@ -14,7 +14,7 @@ options:
   directory:
     description:
       - A directory on the controller with C(keltconfig_VERSION_ARCHITECTURE.deb), C(.ipk) or C(.tar.gz), one version for each
-        architecture.
+        architecture. Taken as I(source) of M(kelt.fleet.keltconfig) is.
     type: path
     required: true
 attributes:

@@ -4,11 +4,20 @@ from __future__ import absolute_import, division, print_function
 
 __metaclass__ = type
 
+import contextlib
+import os
+import shlex
+
 from ansible.errors import AnsibleConnectionFailure, AnsibleError
 from ansible.module_utils.common.parameters import remove_values
 from ansible.plugins.action import ActionBase
 from ansible_collections.kelt.fleet.plugins.plugin_utils.device import looking
 from ansible_collections.kelt.fleet.plugins.plugin_utils.standing import Standing, excerpt
+
+# dropbear takes commands of up to 9000 bytes; a shell and become go before it.
+MOST_OF_A_COMMAND = 8500
+# As Ansible's own modules show what is not to be seen.
+HIDDEN = "VALUE_SPECIFIED_IN_NO_LOG_PARAMETER"
 
 
 class Broken(AnsibleError):
@@ -28,16 +37,30 @@ class DeviceAction(ActionBase):
         self._supports_async = False
         result = super(DeviceAction, self).run(tmp, task_vars)
         self.host = (task_vars or {}).get("inventory_hostname", "the device")
-        validation, arguments = self.validate_argument_spec(self.SPEC, **self.RULES)
         result["changed"] = False
-        try:
-            self.work(arguments, result)
-        except AnsibleConnectionFailure:
-            raise
-        except AnsibleError as error:
-            self.fail(result, error.message)
+        with self.hidden_secrets():
+            validation, arguments = self.validate_argument_spec(self.SPEC, **self.RULES)
+            try:
+                self.work(arguments, result)
+            except AnsibleConnectionFailure:
+                raise
+            except AnsibleError as error:
+                self.fail(result, error.message)
         # The password, should any program on the device have said it.
         return remove_values(result, validation._no_log_values)
+
+    @contextlib.contextmanager
+    def hidden_secrets(self):
+        """The arguments with their values, as given; afterwards the task has no secret ones, as callbacks get to see them.
+        Where the task is tried again, it is with the same arguments."""
+        self.given = getattr(self, "given", None) or self._task.args.copy()
+        self._task.args = self.given.copy()
+        try:
+            yield
+        finally:
+            for name in self._task.args:
+                if self.SPEC.get(name, {}).get("no_log"):
+                    self._task.args[name] = HIDDEN
 
     def work(self, arguments, result):
         raise NotImplementedError()
@@ -50,9 +73,12 @@ class DeviceAction(ActionBase):
     def check_mode(self):
         return self._task.check_mode
 
-    def say(self, script, data=None):
+    def say(self, script):
         """Runs a script on the device; its frames. There is always some input, as a connection without gets a terminal."""
-        done = self._low_level_execute_command(script.text(), in_data=data or script.data or b"\n")
+        command = script.text()
+        if len(shlex.quote(command)) > MOST_OF_A_COMMAND:
+            raise AnsibleError("custom_props and health_command are together too long for a command of ssh")
+        done = self._low_level_execute_command(command, in_data=script.data or b"\n")
         frames = script.frames(done["stdout"])
         if not frames:
             said = excerpt(done["stderr"] or done["stdout"])
@@ -61,6 +87,16 @@ class DeviceAction(ActionBase):
             if name == "refused":
                 raise AnsibleError(argument)
         return frames
+
+    def directory(self, name):
+        """A directory of the controller: as Ansible finds files of a playbook or a role, and else from where it was started, as
+        the playbooks of a collection have no place beside them for anybody's files."""
+        try:
+            return self._find_needle("files", name)
+        except AnsibleError:
+            if os.path.isdir(name):
+                return os.path.abspath(name)
+            raise
 
     def look(self, result, server=None):
         """How the device stands: the standing, and the frames."""

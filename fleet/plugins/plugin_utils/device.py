@@ -13,6 +13,7 @@ __metaclass__ = type
 import re
 import secrets
 import shlex
+import string
 
 from ansible_collections.kelt.fleet.plugins.plugin_utils.standing import SWITCH_AGAIN
 
@@ -102,9 +103,13 @@ status=0
 """
 
 
+# What stands for itself, to a shell and to its printf.
+PLAIN = frozenset(bytearray(string.ascii_letters.encode() + string.digits.encode() + b" ,.:/_@+="))
+
+
 def quoted_bytes(content):
     """A word of the shell that stands for these bytes, whatever they are. Line feeds at the end would be lost."""
-    return '"$(printf %s)"' % shlex.quote("".join("\\%03o" % byte for byte in bytearray(content)))
+    return '"$(printf %s)"' % shlex.quote("".join(chr(byte) if byte in PLAIN else "\\%03o" % byte for byte in bytearray(content)))
 
 
 class Script:
@@ -161,15 +166,24 @@ def working(steps, files=None, answers=None, mended=(), rehearse=False, health=N
     return script
 
 
+# Many a busybox has a dpkg of its own, which its shell takes before any other and which knows no architecture.
+FINDS_PROGRAMS = """
+place_of() {
+  (IFS=:; for place in $PATH; do [ ! -x "$place/$1" ] || { echo "$place/$1"; exit 0; }; done; exit 1)
+}
+"""
+
+
 def asking_for_packages():
     """Tells what the device is, and which of the ways to install a package it has."""
     script = Script(needs_tool=False)
     script.add(
+        FINDS_PROGRAMS,
         'frame machine "$(uname -m)"',
-        "for way in dpkg opkg tar; do",
-        '  ! command -v "$way" >/dev/null || frame way "$way"',
-        "done",
-        'frame architecture "$(dpkg --print-architecture 2>/dev/null)"',
+        'dpkg=$(place_of dpkg) && architecture=$("$dpkg" --print-architecture 2>/dev/null) && frame way dpkg',
+        "! place_of opkg >/dev/null || frame way opkg",
+        "! command -v tar >/dev/null || frame way tar",
+        'frame architecture "$architecture"',
         VERSION,
     )
     return script
@@ -178,8 +192,10 @@ def asking_for_packages():
 def installing(name, content, command):
     """Installs a package; `command` has its path in "$package"."""
     script = Script(needs_tool=False)
-    script.add("sweep", WORKPLACE, "rest %s %d" % (shlex.quote(name), len(content)))
-    script.add('package="$work/keys/"%s' % shlex.quote(name), "run install %s </dev/null" % command, VERSION)
+    script.add("sweep", WORKPLACE, FINDS_PROGRAMS, "rest %s %d" % (shlex.quote(name), len(content)))
+    # What it makes is for everybody on the device to read.
+    script.add('package="$work/keys/"%s' % shlex.quote(name), "install_it() (umask 022; %s)" % command)
+    script.add("run install install_it </dev/null", VERSION)
     script.data = content
     return script
 
