@@ -52,8 +52,10 @@ def row(device, state, result=None):
 
 
 def without_name(device, sentences):
+    """Each in one line, as what ssh says has several."""
     start = "%s: " % device
-    return unique(text[len(start):] if text.startswith(start) else text for text in sentences if text)
+    lines = [" ".join(text.split()) for text in sentences]
+    return unique(line[len(start):] if line.startswith(start) else line for line in lines if line)
 
 
 def remedy_of(result):

@@ -25,6 +25,10 @@ def test_a_key_that_is_left_in_an_unmanaged_device_is_no_servers():
     assert row("d", "ok", result(mode="unmanaged", server_key_sha256="AB"))["key"] == ""
 
 
+def test_what_is_said_is_in_one_line_and_without_the_name_of_its_device():
+    assert row("d", "failed", {"msg": "d: it says\r\n  this "})["message"] == ["it says this"]
+
+
 def test_problems_come_first_and_names_in_the_order_of_their_numbers():
     rows = [row(*each) for each in (("d10", "ok"), ("d9", "ok"), ("a", "changed"), ("z", "unreachable"), ("y", "failed"))]
     assert [one["device"] for one in ordered(rows)] == ["y", "z", "a", "d9", "d10"]
