@@ -1,5 +1,6 @@
 """Lets the tests import the collection from where it stands, as Ansible does from where it is installed."""
 
+import os
 import pathlib
 
 import pytest
@@ -27,6 +28,8 @@ def pytest_configure(config):
     directory = pathlib.Path(place.name) / "ansible_collections/kelt"
     directory.mkdir(parents=True)
     directory.joinpath("fleet").symlink_to(COLLECTION)
-    from ansible.utils.collection_loader._collection_finder import _AnsibleCollectionFinder
+    os.environ["ANSIBLE_COLLECTIONS_PATH"] = place.name
+    from ansible.plugins import loader
 
-    _AnsibleCollectionFinder(paths=[place.name])._install()
+    # Before 2.15 it was the import that did this.
+    getattr(loader, "init_plugin_loader", lambda: None)()
