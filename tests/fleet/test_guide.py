@@ -113,6 +113,18 @@ def test_what_the_guide_says_of_playbooks_and_variables_is_so():
     assert named - used == {"keltconfig_VERSION_ARCHITECTURE"} & named
 
 
+def test_figures_are_drawn_and_told_as_they_were_measured():
+    drawn = subprocess.run([ROOT / "bench/draw-fleet", "--check"], capture_output=True, text=True)
+    assert (drawn.returncode, drawn.stderr) == (0, "")
+    table = (ROOT / "bench/README.md").read_text()
+    rows = re.findall(r"^ +(\d+)  (loop|\d+ forks) +(\S+) s +(\S+) s +(\S+) s +(\d+) MiB", (ROOT / "bench/fleet.txt").read_text(), re.M)
+    assert len(rows) == 20
+    for devices, way, first, each, second, memory in rows:
+        plain = f"| {devices} | {way} | {first} s | {each} s | {second} s | {memory} MiB |"
+        slow = rf"^\| {devices} \| {way} \| .* \| {first} s / {second} s \|$"
+        assert plain in table or re.search(slow, table, re.M), (devices, way)
+
+
 def test_a_release_holds_what_is_used_and_no_tests(tmp_path, checkout):
     subprocess.run(["ansible-galaxy", "collection", "build", checkout / "fleet", "--output-path", tmp_path], check=True,
                    stdout=subprocess.DEVNULL, env={**os.environ, "HOME": str(tmp_path)})
