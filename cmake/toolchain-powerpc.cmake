@@ -16,11 +16,13 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(ENV{PKG_CONFIG_LIBDIR} ${kelt_ppc}/libraries/lib/pkgconfig)
 
-# Libraries that a library needs are found beside it here, and on the device where its loader looks.
+# The loadable parts bring the library that they need, in the directory in which they stand themselves: by the attribute that
+# goes before LD_LIBRARY_PATH. Where there is none, as in a build tree, the loader finds that with all functions, for the tests.
 set(CMAKE_SKIP_RPATH ON)
-foreach(kind IN ITEMS EXE SHARED MODULE)
-  set(CMAKE_${kind}_LINKER_FLAGS_INIT -Wl,-rpath-link,${kelt_ppc}/libraries/lib)
-endforeach()
+set(kelt_beside_itself "-Wl,-rpath,'$ORIGIN' -Wl,--disable-new-dtags")
+# The processors of the device's family have pages of 4 KiB; the linker would pad each file for those of 64.
+set(CMAKE_EXE_LINKER_FLAGS_INIT -Wl,-z,max-page-size=4096)
+set(CMAKE_MODULE_LINKER_FLAGS_INIT "-Wl,-z,max-page-size=4096 ${kelt_beside_itself}")
 
 # Enough for a program to list its tests; tests/powerpc/emulate runs them.
 set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/qemu-ppc-static -L ${kelt_ppc}/root)
