@@ -60,3 +60,10 @@ add_library(kelt_runtime INTERFACE)
 if(KELT_STATIC_RUNTIME AND NOT KELT_SANITIZE)
   target_link_options(kelt_runtime INTERFACE -static-libstdc++ -static-libgcc)
 endif()
+
+if(KELT_SMALL)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+  # Of what it is made of, it tells by no number that differs from build to build.
+  target_link_options(kelt_runtime INTERFACE -Wl,--build-id=none)
+  target_sources(kelt_runtime INTERFACE ${PROJECT_SOURCE_DIR}/packaging/powerpc/terminate.cpp)
+endif()
