@@ -297,6 +297,31 @@ def test_the_main_job_on_a_bare_system(bare, keys, way):
     assert before - bare.files() == set()
 
 
+def test_dpkg_itself_installs_verifies_and_removes_it(bare):
+    state = bare.root / "var/lib/dpkg"
+    (state / "updates").mkdir()
+    (state / "available").touch()
+
+    def dpkg(*words):
+        return said(SOURCE / "tests/powerpc/emulate", "dpkg", f"--root={bare.root}", *words)
+
+    dpkg("--add-architecture", "powerpc")
+    before = bare.files()
+    dpkg("--install", RELEASE / f"{BASE}.deb")
+    assert dpkg("--verify", "keltconfig:powerpc") == ""
+    assert dpkg("--status", "keltconfig:powerpc").splitlines()[1] == "Status: install ok installed"
+    assert bare.run("keltconfig", "-version").stdout == NO_MODE + VERSION + "\n"
+    dpkg("--purge", "keltconfig:powerpc")
+    assert {path for path in bare.files() ^ before if not path.startswith("var/lib/dpkg")} == set()
+
+
+def test_the_builds_own_target_packs_the_same_bytes():
+    before = (RELEASE / "SHA256SUMS").read_bytes()
+    built = run("cmake", "--build", "--preset", "ppc-release", "--target", "package", cwd=SOURCE)
+    assert built.returncode == 0, built.stdout + built.stderr
+    assert (RELEASE / "SHA256SUMS").read_bytes() == before
+
+
 def test_a_site_list_in_latin_1_is_converted_on_a_bare_system(bare, keys):
     shutil.copy(RELEASE / f"{BASE}.tar.gz", bare.root / "tmp")
     assert bare.shell(INSTALL["tar"]).returncode == 0
