@@ -61,7 +61,7 @@ class CryptShimTest : public kelt::tests::PrivateDevice {
 bool bLibcryptoLoaded() {
   std::ifstream maps("/proc/self/maps");
   for (std::string line; std::getline(maps, line);) {
-    if (line.find("libcrypto") != std::string::npos) return true;
+    if (line.find(KELT_CRYPTO_LIBRARY) != std::string::npos) return true;
   }
   return false;
 }

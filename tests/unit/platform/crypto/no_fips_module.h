@@ -14,7 +14,7 @@ namespace kelt::tests {
 class NoFipsModule {
  public:
   NoFipsModule() {
-    void* library = ::dlopen("libcrypto.so.3", RTLD_NOW | RTLD_LOCAL);
+    void* library = ::dlopen(KELT_CRYPTO_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) return;
     constexpr int kModulesDirectory = 1003;  // OPENSSL_INFO_MODULES_DIR
     m_directory = reinterpret_cast<const char* (*)(int)>(::dlsym(library, "OPENSSL_info"))(kModulesDirectory);
