@@ -58,8 +58,11 @@ class Elf:
         start = self._offset(self.values(DT_STRTAB)[0]) + offset
         return self.data[start : self.data.index(b"\0", start)].decode()
 
+    def texts(self, tag):
+        return [self._text(value) for value in self.values(tag)]
+
     def needed(self):
-        return [self._text(value) for value in self.values(DT_NEEDED)]
+        return self.texts(DT_NEEDED)
 
     def _symbols(self):
         """Name, binding and section of each dynamic symbol. Their table ends where that of their names begins."""
