@@ -15,6 +15,10 @@ function(kelt_unit_test module)
   target_compile_options(kelt_test_${module} PRIVATE -Wno-unused-result
                                                      $<$<CXX_COMPILER_ID:GNU>:-Wno-mismatched-new-delete>)
   target_link_libraries(kelt_test_${module} PRIVATE kelt_options kelt_test_support ${ARG_LINKS} GTest::gtest)
+  if(KELT_PRECOMPILE)
+    target_precompile_headers(kelt_test_${module} REUSE_FROM kelt_test_support)
+    target_compile_options(kelt_test_${module} PRIVATE -Winvalid-pch)
+  endif()
   gtest_discover_tests(kelt_test_${module} TEST_PREFIX "${module}." DISCOVERY_TIMEOUT 300
                        PROPERTIES TIMEOUT 1800 LABELS unit)
 endfunction()
