@@ -1,0 +1,421 @@
+"""The release on a machine with a kernel of its own and an ext4 disk: what the emulation of single programs cannot
+show, and the main job from installation to removal.
+
+scripts/test-powerpc vm runs this after scripts/setup-powerpc-kernel, on the package of scripts/release-powerpc.
+"""
+
+import hashlib
+import itertools
+import shutil
+import signal
+import time
+
+import pytest
+
+import vm
+from device import AGENT_CONFIG, INSTALL, KEY_FILES, KEYSTORE, LOG, NO_MODE, SCRATCH, SITE_LIST
+from provisioning import CONTACTED, PROGRESS
+from vm import BIND, PATIENCE, SERVER, SOURCE, Machine
+
+VERSION = b"4.6.0.2545\n"
+PASSWORD = "zentor 4711"
+ACCESS = ("-e", SERVER, "-U", "admin")
+# Nothing listens there.
+NOBODY = ("-e", SERVER + ":1", "-U", "admin")
+# Nobody answers there.
+SILENCE = ("-e", "10.0.2.77", "-U", "admin")
+UNLIMITED = 1 << 30
+ECHO = 8  # among the local modes
+STOPPED = ["agent unload firewall", "agent unload scanner", "agent stop"]
+STARTED = ["agent start", "agent load firewall", "agent load scanner"]
+
+
+@pytest.fixture
+def boot(installed, tmp_path):
+    """boot(**options): a machine with an installed package; options as of Machine."""
+    machines = []
+
+    def start(**options):
+        directory = tmp_path / f"machine{len(machines)}"
+        directory.mkdir()
+        shutil.copy(installed, directory / "disk")
+        machines.append(Machine(directory / "disk", directory, **options))
+        return machines[-1]
+
+    yield start
+    for machine in machines:
+        machine.close()
+
+
+@pytest.fixture
+def machine(boot):
+    return boot()
+
+
+def tree(machine):
+    """What is on the disk of a machine that was powered off, read without a kernel."""
+    status, text = vm.repair(machine.directory / "disk")
+    assert status == 0, text
+    return vm.tree_of(machine.directory / "disk", machine.directory / "copy", "/opt/Quorvane", "/etc/orv.d")
+
+
+def put(machine, directory, to):
+    """Copies the files of a directory to the machine, secret ones closed to others."""
+    assert machine.run("mkdir", "-p", to).result() == (b"", b"", 0)
+    for path in sorted(directory.iterdir()):
+        machine.write(f"{to}/{path.name}", path.read_bytes(), 0o600 if "seckey" in path.name else 0o644)
+
+
+def calls_in_order(machine):
+    """The commands of the agent that were run; those for plug-ins, which come in the order of the configuration
+    directory, sorted between the others."""
+    calls = machine.agent_calls()
+    groups = itertools.groupby(calls, key=lambda call: call in ("agent stop", "agent start"))
+    return [call for one, group in groups for call in (group if one else sorted(group))]
+
+
+# The machine itself.
+
+
+def test_it_is_a_powerpc_with_an_ext4_disk_and_a_kernel_of_its_own(machine):
+    assert machine.processor == "ppc"
+    assert machine.kernel.startswith("6.")
+    (line,) = [line for line in machine.read("/proc/mounts").decode().splitlines() if line.split()[1] == "/"]
+    assert line.split()[2] == "ext4" and "nobarrier" not in line
+    libraries = machine.shell("find / -xdev -name '*.so*' -type f").out.decode().split()
+    assert sorted(libraries) == sorted(
+        ["/lib/ld.so.1", "/lib/libc.so.6", "/lib/libm.so.6", "/usr/lib/powerpc-linux-gnu/gconv/ISO8859-1.so"]
+        + [f"/usr/lib/keltconfig/keltconfig-{part}.so" for part in ("crypto", "libraries", "provision")])
+
+
+def test_output_and_statuses_come_over_exactly(machine):
+    done = machine.shell("printf 'a\\0b\\r\\n'; printf err >&2; exit 7")
+    assert done.result() == (b"a\0b\r\n", b"err", 7)
+    done = machine.shell("kill -9 $$")
+    assert done.result() == (b"", b"", -9)
+    assert len(machine.shell("dd if=/dev/zero bs=100000 count=3 2>/dev/null").out) == 300_000
+
+
+def test_the_network_of_the_emulator_has_the_server_alone(boot, package):
+    machine = boot(package=package("--server", SERVER))
+    run = machine.run("keltconfig", "-m", "-d", "/root", "-z", *NOBODY, "-P", "secret")
+    assert run.result() == (NO_MODE + CONTACTED + b" ERROR\n", b"", 32)
+
+
+# Terminals.
+
+
+def lines(output):
+    """As a terminal shows them."""
+    return output.replace(b"\n", b"\r\n")
+
+
+# What is done on a terminal. Its modes can be looked at afterwards, while the shell waits, which outlives what is typed.
+SESSION = """trap : INT QUIT HUP; read begin; keltconfig "$@"; echo "status $?"; read end"""
+
+
+class Session:
+    """A run on a terminal: the pseudo-terminal "pty", or the machine's second serial line."""
+
+    def __init__(self, machine, *arguments, on="pty", **options):
+        self.machine, self.on = machine, on
+        self.shell = machine.start("/bin/sh", "-c", SESSION, "sh", *arguments, stdin=on, **options)
+        self.shown = bytearray()
+        self.before = self.modes()
+        self.type(b"\n")
+
+    def modes(self):
+        return self.machine.modes(self.on if self.on.startswith("/") else self.shell.name)
+
+    def type(self, text):
+        if self.on == "pty":
+            self.shell.type(text)
+        else:
+            self.machine.serial.sendall(text)
+
+    def expect(self, text):
+        """Waits until that is shown, and takes it and what came before."""
+        if self.on == "pty":
+            return self.shell.expect(text)
+        while text not in self.shown:
+            piece = self.machine.serial.recv(4096)
+            assert piece, bytes(self.shown)
+            self.shown += piece
+        end = self.shown.index(text) + len(text)
+        taken = bytes(self.shown[:end])
+        del self.shown[:end]
+        return taken
+
+    def expect_echo(self, on):
+        deadline = time.monotonic() + PATIENCE
+        while bool(self.modes()[3] & ECHO) != on:
+            assert time.monotonic() < deadline, f"echo is still {not on}"
+
+    def answer(self, prompt, answer):
+        self.expect(prompt)
+        self.expect_echo(False)
+        self.type(answer + b"\n")
+
+    def expect_end(self, status):
+        """What was shown until the end of the run, which left the terminal as it was."""
+        shown = self.expect(b"status %d\r\n" % status)
+        assert self.modes() == self.before
+        self.type(b"\n")
+        assert self.shell.wait().status == 0
+        return shown.removesuffix(b"status %d\r\n" % status)
+
+
+TERMINALS = ["pty", "/dev/ttyS1"]
+
+
+@pytest.mark.parametrize("terminal", TERMINALS)
+def test_what_is_typed_at_the_prompts_is_not_shown(machine, terminal):
+    session = Session(machine, "-m", "-d", "/root", "-z", on=terminal)
+    session.answer(b"zentorserver:", b"10.0.2.2:1")
+    session.answer(b"username:", b"somebody")
+    session.answer(b"password:", b"Kanarienvogel")
+    shown = session.expect_end(32)
+    assert shown == lines(b"\n" + CONTACTED + b" ERROR\n")
+
+
+@pytest.mark.parametrize("terminal", TERMINALS)
+@pytest.mark.parametrize("key, number", [(b"\x03", signal.SIGINT), (b"\x1c", signal.SIGQUIT)])
+def test_a_key_that_ends_a_run_at_the_password_leaves_an_echoing_terminal_and_no_dump(machine, terminal, key, number):
+    session = Session(machine, "-m", "-d", "/root", "-z", *NOBODY, on=terminal, core=UNLIMITED, directory="/run")
+    session.expect(b"password:")
+    session.expect_echo(False)
+    session.type(key)
+    shown = session.expect_end(128 + number)
+    assert b"(core dumped)" not in shown
+    assert machine.shell("ls /run").out == b"orv-locks\n"
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
+def test_a_signal_that_ends_a_run_at_the_password_leaves_an_echoing_terminal(machine, number):
+    session = Session(machine, "-m", "-d", "/root", "-z", *NOBODY)
+    session.expect(b"password:")
+    session.expect_echo(False)
+    assert machine.shell(f"kill -{number} {process_of(machine)}").status == 0
+    session.expect_end(128 + number)
+
+
+def test_a_terminal_that_goes_away_at_the_password_ends_the_run(machine):
+    running = machine.start("keltconfig", "-m", "-d", "/root", "-z", *NOBODY, stdin="pty")
+    running.expect(b"password:")
+    running.close_input()
+    assert running.wait().status == -signal.SIGHUP
+
+
+# Memory dumps, the list of processes, the memory itself.
+
+
+def process_of(machine):
+    """The process id of keltconfig."""
+    line = "for p in /proc/[0-9]*; do [ \"$(readlink $p/exe)\" = /usr/sbin/keltconfig ] && echo ${p#/proc/}; done; true"
+    (pid,) = machine.shell(line).out.split()
+    return int(pid)
+
+
+def test_a_run_that_knows_a_password_leaves_no_dump_where_others_do(boot):
+    machine = boot(network=True)
+    dumped = machine.shell("sleep 1000 & kill -SEGV $!; wait $!", directory="/root", core=UNLIMITED)
+    assert dumped.status == 128 + signal.SIGSEGV
+    assert machine.shell("ls /root").out == b"core\n"
+    assert machine.run("rm", "/root/core").status == 0
+
+    arguments = ("-m", "-d", "/root", "-z", *SILENCE, "-P", "Kanarienvogel")
+    running = machine.start("keltconfig", *arguments, core=UNLIMITED, directory="/root")
+    running.expect(b"Contacting Zentor...")
+    running.signal(signal.SIGSEGV)
+    done = running.wait()
+    assert (done.status, done.core) == (-signal.SIGSEGV, False)
+    assert machine.shell("ls /root").out == b""
+
+
+def test_the_password_is_in_no_list_of_processes(boot):
+    machine = boot(network=True)
+    running = machine.start("keltconfig", "-m", "-d", "/root", "-z", *SILENCE, "-P", "Kanarienvogel")
+    running.expect(b"Contacting Zentor...")
+    pid = process_of(machine)
+    listed = machine.shell("ps; cat /proc/[0-9]*/cmdline /proc/[0-9]*/environ").out
+    running.signal(signal.SIGKILL)
+    running.wait()
+    assert b"10.0.2.77" in listed and b"PATH=" in listed and b"%d" % pid in listed
+    assert b"Kanarienvogel" not in listed
+
+
+# Twelve characters: base64 has the same ones wherever they begin in groups of three.
+WORD, PLANT = "Qz7#jX9v~Kw4", "Vogel+Nest12"
+SEARCHING = """#!/bin/sh
+echo "agent $*" >>/run/agent-calls
+case $1 in st*) /run/tests/machine search $PPID </run/words >/run/found.$1 2>&1 ;; esac
+"""
+
+
+def search_from_commands(machine):
+    machine.mount("/tests", "/disk/run/tests", "", BIND)
+    machine.write("/run/words", f"{WORD}\n{PLANT}\n".encode())
+    machine.write(INSTALL + "/bin/agent", SEARCHING.encode(), 0o755)
+
+
+def expect_no_trace(machine, *commands):
+    for command in commands:
+        word, plant = machine.read(f"/run/found.{command}").decode().splitlines()
+        assert word == "0 0 0", command
+        assert "0" not in plant.split()[:2], command
+
+
+PLANTS = ("-CustomProps1", PLANT)
+
+
+@pytest.mark.parametrize("prompted", [False, True])
+def test_the_password_is_nowhere_in_memory_while_the_commands_of_the_agent_run(boot, package, prompted):
+    machine = boot(package=package("--server", SERVER), password=WORD)
+    search_from_commands(machine)
+    arguments = ("keltconfig", "-m", "-d", "/root", "-z", *ACCESS, *PLANTS)
+    if prompted:
+        running = machine.start(*arguments, stdin="pty")
+        running.expect(b"password:")
+        running.type(WORD.encode() + b"\n")
+        run = running.wait()
+    else:
+        run = machine.run(*arguments, "-P", WORD)
+    assert run.status == 0
+    assert run.out.replace(b"\r\n", b"\n").endswith(PROGRESS)
+    expect_no_trace(machine, "stop", "start")
+
+
+@pytest.mark.parametrize("arguments, commands", [
+    (["-start"], ["start"]), (["-stop"], ["stop"]), (["-u"], ["stop", "start"]), (["-P", WORD, "-start"], ["start"])])
+def test_a_password_that_was_given_for_nothing_is_nowhere_in_memory(machine, arguments, commands):
+    search_from_commands(machine)
+    run = machine.run("keltconfig", *arguments, *PLANTS, *(() if "-P" in arguments else ("-P", WORD)))
+    assert (run.err, run.status) == (b"", 0)
+    expect_no_trace(machine, *commands)
+
+
+# Want of memory.
+
+
+def outcomes_by_memory(machine, *arguments):
+    """(kilobytes, result, calls of the agent) with less and less of address space, until the program cannot begin."""
+    found = []
+    for kilobytes in range(16384, 0, -256):
+        run = machine.run("keltconfig", *arguments, memory=kilobytes * 1024)
+        found.append((kilobytes, run, machine.agent_calls()))
+        if run.status in (127, -signal.SIGKILL, -signal.SIGSEGV):
+            return found
+    return found
+
+
+# Guards.
+
+
+def test_an_agent_that_was_stopped_is_started_though_the_run_is_killed(machine):
+    machine.write(INSTALL + "/bin/agent", b"""#!/bin/sh
+echo "agent $*" >>/run/agent-calls
+[ "$1" != stop ] || kill -9 $PPID
+""", 0o755)
+    killed = machine.run("keltconfig", "-u")
+    assert killed.status == -signal.SIGKILL
+    # The next run waits for the guard.
+    deadline = time.monotonic() + PATIENCE
+    calls = []
+    while "agent start" not in calls:
+        assert time.monotonic() < deadline, calls
+        calls += machine.agent_calls()
+    assert calls.count("agent start") == 1
+
+
+# The main job.
+
+NO_PROPERTIES = b"Error : Failed to delete file, /opt/Quorvane/orv/scratch/CustomProps.xml\n"
+
+
+def files_of(machine):
+    """All paths on the disk but those of the agent."""
+    found = machine.shell("find / -xdev ! -path '/opt/*' ! -path '/etc/orv.d/*'").out.decode().splitlines()
+    return {path for path in found if not path.startswith("/var/lib/dpkg/status.udeb")}
+
+
+def test_the_main_job_from_installation_to_removal(bare, tmp_path, package, _packages):
+    shutil.copy(bare, tmp_path / "disk")
+    with Machine(tmp_path / "disk", tmp_path, package=_packages(("--server", SERVER))) as machine:
+        before = files_of(machine)
+        assert machine.run("dpkg", "-i", "/root/keltconfig.deb").status == 0
+        assert machine.run("keltconfig", "-version").result() == (NO_MODE + VERSION, b"", 0)
+        assert machine.run("keltcheck", "--plain").result() == (b"KELTCHECK OK - unmanaged\n", b"", 0)
+
+        put(machine, package(), "/root/keys")
+        assert machine.run("keltconfig", "-m", "-d", "/root/keys").result() == (NO_MODE, b"", 0)
+        assert calls_in_order(machine) == STOPPED + STARTED
+        managed = b"KELTCHECK OK - managed by 192.0.2.10, key 2048 bits\n"
+        assert machine.run("keltcheck", "--plain").result() == (managed, b"", 0)
+
+        assert machine.run("keltconfig", "-u").result() == (b"", b"", 0)
+        assert calls_in_order(machine) == STOPPED + STARTED
+        assert machine.run("keltcheck", "--plain").out == b"KELTCHECK OK - unmanaged, key 2048 bits\n"
+
+        assert machine.run("mkdir", "-m", "700", "/root/fetched").status == 0
+        fetch = machine.run("keltconfig", "-m", "-d", "/root/fetched", "-z", *ACCESS, "-P", "zentor 4711")
+        assert fetch.result() == (PROGRESS, b"", 0)
+        assert calls_in_order(machine) == STOPPED + STARTED
+        managed = b"KELTCHECK OK - managed by 10.0.2.2, key 2048 bits\n"
+        assert machine.run("keltcheck", "--plain").result() == (managed, b"", 0)
+        assert machine.shell("ls -A /root/fetched").out == b""
+
+        update = package("--both", to=tmp_path / "update")
+        (update / "SiteList.xml").unlink()
+        put(machine, update, SCRATCH + "/update")
+        assert machine.run("keltconfig", "-k").result() == (b"", b"", 0)
+        assert calls_in_order(machine) == STOPPED + STARTED
+        assert machine.run("ls", "-A", SCRATCH + "/update").out == b""
+
+        assert machine.run("keltconfig", "-CustomProps1", "rack 7").result() == (NO_PROPERTIES, b"", 0)
+        assert machine.agent_calls() == []
+        assert machine.run("keltconfig", "-stop").result() == (b"", b"", 0)
+        assert calls_in_order(machine) == STOPPED
+        assert machine.run("keltconfig", "-start").result() == (b"", b"", 0)
+        assert calls_in_order(machine) == STARTED
+
+        assert machine.run("dpkg", "-P", "keltconfig").status == 0
+        left = files_of(machine)
+        assert {path for path in left - before if not path.startswith(("/root/keys", "/root/fetched"))} == set()
+        assert before - left == set()
+        machine.power_off()
+
+    found = tree(machine)
+    assert {entry.owner for entry in found.values()} == {(0, 0)}
+    assert found[KEYSTORE].mode == 0o700
+    stored = {path.rpartition("/")[2]: entry for path, entry in found.items() if path.startswith(KEYSTORE + "/")}
+    assert {name: entry.mode for name, entry in stored.items()} == dict.fromkeys(
+        ["keyconf.ini", "server-public.der", "server-request-secret.der"], 0o600)
+    assert stored["keyconf.ini"].content == b"mode=2\nkeysize=1\n"
+    assert stored["server-public.der"].content == (update / "sr2048pubkey.bin").read_bytes()
+    digest = hashlib.sha256(stored["server-public.der"].content).hexdigest().upper().encode()
+    assert b"<binsphash>" + digest + b"</binsphash>" in found[AGENT_CONFIG].content
+    assert b'ServerIP="10.0.2.2"' in found[SITE_LIST].content
+    assert b'"rack 7"' in found[SCRATCH + "/CustomProps.xml"].content
+    assert found[LOG].mode == 0o600
+    assert not [path for path in found if path.removeprefix(INSTALL + "/") in KEY_FILES or ".kelt-" in path]
+    secret = stored["server-request-secret.der"].content[-200:]
+    assert [path for path, entry in found.items() if secret in entry.content] in (
+        [], [KEYSTORE + "/server-request-secret.der"])
+
+
+def test_a_site_list_in_latin_1_is_converted(machine, package):
+    put(machine, package("--latin1"), "/root/keys")
+    converted = b"Successfully convert the sitelist.xml file to utf8\n"
+    assert machine.run("keltconfig", "-m", "-d", "/root/keys").result() == (NO_MODE + converted, b"", 0)
+    assert "Zentor Málaga".encode() in machine.read(SITE_LIST)
+
+
+def test_a_full_disk_is_an_error_and_leaves_the_old(machine, package):
+    put(machine, package(), "/root/keys")
+    before = machine.read(SITE_LIST)
+    machine.shell("dd if=/dev/zero of=/opt/fill bs=4096; dd if=/dev/zero of=/opt/fill2 bs=512")
+    switch = machine.run("keltconfig", "-m", "-d", "/root/keys")
+    assert switch.status == 1 and b"Error" in switch.out
+    assert machine.read(SITE_LIST) == before
+    assert machine.shell("rm /opt/fill*; find /opt -name '*.kelt-*'").result() == (b"", b"", 0)
+    assert machine.run("keltconfig", "-m", "-d", "/root/keys").status == 0
