@@ -244,68 +244,113 @@ def test_the_password_is_in_no_list_of_processes(boot):
     assert b"Kanarienvogel" not in listed
 
 
-# Twelve characters: base64 has the same ones wherever they begin in groups of three.
-WORD, PLANT = "Qz7#jX9v~Kw4", "Vogel+Nest12"
+# Eight characters stand in a string object itself. A whole number of groups of base64 has no part of a neighbour.
+WORDS, PLANT = ["Qz7#jX9v", "Qz7#jX9v~Kw4&hY2m!Tn8%bR5s^Gd3*fL6c?"], "Vogel+Nest12"
 SEARCHING = """#!/bin/sh
 echo "agent $*" >>/run/agent-calls
 case $1 in st*) /run/tests/machine search $PPID </run/words >/run/found.$1 2>&1 ;; esac
 """
+PLANTS = ("-CustomProps1", PLANT)
 
 
-def search_from_commands(machine):
+def search_from_commands(machine, word):
+    """Makes the agent's commands `start` and `stop` search the memory of the run, which waits for them."""
     machine.mount("/tests", "/disk/run/tests", "", BIND)
-    machine.write("/run/words", f"{WORD}\n{PLANT}\n".encode())
+    machine.write("/run/words", f"{word}\n{PLANT}\n".encode())
     machine.write(INSTALL + "/bin/agent", SEARCHING.encode(), 0o755)
 
 
 def expect_no_trace(machine, *commands):
+    """Nothing of the word, narrow, wide or coded, but of the plant, which shows that the search finds what is there."""
     for command in commands:
         word, plant = machine.read(f"/run/found.{command}").decode().splitlines()
         assert word == "0 0 0", command
         assert "0" not in plant.split()[:2], command
 
 
-PLANTS = ("-CustomProps1", PLANT)
-
-
-@pytest.mark.parametrize("prompted", [False, True])
-def test_the_password_is_nowhere_in_memory_while_the_commands_of_the_agent_run(boot, package, prompted):
-    machine = boot(package=package("--server", SERVER), password=WORD)
-    search_from_commands(machine)
-    arguments = ("keltconfig", "-m", "-d", "/root", "-z", *ACCESS, *PLANTS)
+@pytest.mark.parametrize("word", WORDS, ids=len)
+@pytest.mark.parametrize("prompted, port", [(False, ""), (False, ":8444"), (True, "")], ids=["digest", "basic", "prompted"])
+def test_the_password_is_nowhere_in_memory_while_the_commands_of_the_agent_run(boot, package, word, prompted, port):
+    machine = boot(package=package("--server", SERVER), password=word)
+    search_from_commands(machine, word)
+    arguments = ("keltconfig", "-m", "-d", "/root", "-z", "-e", SERVER + port, "-U", "admin", *PLANTS)
     if prompted:
         running = machine.start(*arguments, stdin="pty")
         running.expect(b"password:")
-        running.type(WORD.encode() + b"\n")
+        running.type(word.encode() + b"\n")
         run = running.wait()
     else:
-        run = machine.run(*arguments, "-P", WORD)
+        run = machine.run(*arguments, "-P", word)
     assert run.status == 0
     assert run.out.replace(b"\r\n", b"\n").endswith(PROGRESS)
     expect_no_trace(machine, "stop", "start")
 
 
-@pytest.mark.parametrize("arguments, commands", [
-    (["-start"], ["start"]), (["-stop"], ["stop"]), (["-u"], ["stop", "start"]), (["-P", WORD, "-start"], ["start"])])
-def test_a_password_that_was_given_for_nothing_is_nowhere_in_memory(machine, arguments, commands):
-    search_from_commands(machine)
-    run = machine.run("keltconfig", *arguments, *PLANTS, *(() if "-P" in arguments else ("-P", WORD)))
-    assert (run.err, run.status) == (b"", 0)
-    expect_no_trace(machine, *commands)
+@pytest.mark.parametrize("word", WORDS, ids=len)
+def test_a_password_that_was_given_for_nothing_is_nowhere_in_memory(machine, word):
+    search_from_commands(machine, word)
+    given = ("-P", word)
+    for arguments, commands in [
+        (("-start", *PLANTS, *given), ["start"]),
+        (("-stop", *PLANTS, *given), ["stop"]),
+        (("-u", *PLANTS, *given), ["stop", "start"]),
+        (("-k", *PLANTS, *given), ["stop", "start"]),
+        ((*given, *PLANTS, "-start"), ["start"]),
+        ((*given, "-P", "short", *PLANTS, "-start"), ["start"]),
+        (("-start", *PLANTS, "", *given), ["start"]),
+    ]:
+        assert machine.run("keltconfig", *arguments).status in ((16,) if "-k" in arguments else (0,)), arguments
+        expect_no_trace(machine, *commands)
+        assert machine.shell("rm /run/found.*").status == 0
 
 
 # Want of memory.
 
 
-def outcomes_by_memory(machine, *arguments):
-    """(kilobytes, result, calls of the agent) with less and less of address space, until the program cannot begin."""
-    found = []
-    for kilobytes in range(16384, 0, -256):
-        run = machine.run("keltconfig", *arguments, memory=kilobytes * 1024)
-        found.append((kilobytes, run, machine.agent_calls()))
-        if run.status in (127, -signal.SIGKILL, -signal.SIGSEGV):
-            return found
-    return found
+OUT_OF_MEMORY = b"Error : Out of memory.\n"
+NO_BEGINNING = 127  # of the loader, when there is no room for program and libraries
+
+
+def least_memory(machine):
+    """The least address space in which the program can begin, in kilobytes."""
+    low, high = 2048, 8192
+    while high - low > 4:
+        middle = (low + high) // 8 * 4
+        run = machine.run("keltconfig", "-version", memory=middle * 1024)
+        low, high = (middle, high) if run.status == NO_BEGINNING else (low, middle)
+    return high
+
+
+def outcome(machine, kilobytes, *arguments):
+    """Status and commands run with so much address space. An agent that was stopped was started again, and want of memory
+    is said where it is the status."""
+    run = machine.run("keltconfig", *arguments, memory=kilobytes * 1024)
+    calls = machine.agent_calls()
+    assert (run.status == 71) == (run.err == OUT_OF_MEMORY), run
+    assert [call for call in calls if call in ("agent stop", "agent start")] in ([], ["agent stop", "agent start"]), calls
+    return run.status, len(calls)
+
+
+@pytest.mark.parametrize("arguments, most", [(["-version"], 0), (["-u"], 6)])
+def test_a_run_with_too_little_memory_says_so_or_does_its_work(machine, arguments, most):
+    least = least_memory(machine)
+    # A page more or less decides, so what comes of one limit is not the same each time.
+    found = [outcome(machine, least + more, *arguments) for more in (*range(0, 112, 16), 256, 4096)]
+    assert {status for status, _ in found} <= {0, 1, 71, NO_BEGINNING}
+    assert (71, 0) in found
+    assert found[-1] == (0, most)
+
+
+def test_a_switch_with_too_little_memory_fails_or_does_its_work_and_the_agent_runs(machine, package):
+    put(machine, package(), "/root/keys")
+    assert machine.run("keltconfig", "-m", "-d", "/root/keys").status == 0
+    before = machine.read(KEYSTORE + "/server-public.der")
+    machine.agent_calls()
+    least = least_memory(machine)
+    found = [outcome(machine, least + more, "-m", "-d", "/root/keys") for more in (0, 128, 1024, 2048, 3072, 10240)]
+    assert {status for status, _ in found} <= {0, 1, 71, NO_BEGINNING}
+    assert found[0][0] != 0 and found[-1] == (0, 6)
+    assert machine.read(KEYSTORE + "/server-public.der") == before
 
 
 # Guards.
