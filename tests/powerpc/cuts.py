@@ -12,7 +12,7 @@ import pathlib
 import random
 import struct
 
-SECTOR = 512
+SECTOR, BLOCK = 512, 4096
 MAGIC = 0x6A736677736872
 FLUSH, FUA, DISCARD, MARK = 1, 2, 4, 8
 
@@ -67,11 +67,12 @@ def pieces_of(write, size):
 @dataclasses.dataclass(frozen=True)
 class Cut:
     """A disk after a cut. `how` tells how it came about; `lasting` is the number of events that are on the disk for
-    certain, `kept` what is there besides."""
+    certain, `kept` what is there besides. `torn` where it may have blocks of the file system in part."""
 
     how: str
     lasting: int
     kept: tuple
+    torn: bool = False
 
     def writes(self, events):
         return itertools.chain(events[: self.lasting], self.kept)
@@ -119,11 +120,11 @@ def random_cut(events, places, dice):
     """At any write: what came since the last flush in part, by whole writes, blocks or sectors."""
     begin, end = dice.choice(places)
     upto = dice.randint(begin + 1, end)
-    size = dice.choice([1 << 30, 4096, SECTOR])
+    size = dice.choice([1 << 30, BLOCK, SECTOR])
     share = dice.choice([0.1, 0.5, 0.9])
     kept = tuple(piece for event in events[begin:upto] for piece in pieces_of(event, size)
                  if event.lasting or dice.random() < share)
-    return Cut(f"event {upto}, flush {begin}, pieces of {size}, {len(kept)} kept", begin, kept)
+    return Cut(f"event {upto}, flush {begin}, pieces of {size}, {len(kept)} kept", begin, kept, size < BLOCK)
 
 
 def all_cuts(events, seed):

@@ -228,14 +228,19 @@ class Bench:
             shutil.rmtree(directory)
 
     def run_again(self, case, disk, repair=False):
-        """The machine starts on a disk and runs the command: status, what it said, what stands on the disk then."""
+        """The machine starts on a disk and runs the command: status, what it said, what stands on the disk then. Where it
+        does not start, that is the status, and the kernel's words are what was said."""
         directory = self.new("again", disk)
         try:
             if repair:
                 vm.repair(directory / "disk")
-            with Machine(directory / "disk", directory, **case.options) as machine:
-                done = machine.run("keltconfig", *case.arguments)
-                machine.power_off()
+            try:
+                with Machine(directory / "disk", directory, **case.options) as machine:
+                    done = machine.run("keltconfig", *case.arguments)
+                    machine.power_off()
+            except AssertionError as error:
+                said = (directory / "console").read_bytes()
+                return f"no start, {'repaired' if repair else 'not repaired'}", f"{error}; {said}", {}
             return done.status, done.out + done.err, lasting(vm.tree_of(directory / "disk", directory / "copy", *TOPS))
         finally:
             shutil.rmtree(directory)
@@ -284,13 +289,14 @@ def try_cuts(bench, case, judge, count):
 
 
 def boot_again(bench, case, ends, tried, count):
-    """Starts the machine on some of the disks, as they are and repaired by turns, and runs the command once more.
-    Returns how many were tried, and what was wrong."""
+    """Starts the machine on some of the disks and runs the command once more. Returns how many were tried, and what was
+    wrong. Half of them are as they are, for the kernel to bring in order; but Linux refuses a journal with a block that
+    the disk wrote in part until e2fsck was there."""
     sample = random.Random(SEED).sample(tried, min(count, len(tried)))
 
     def wrong(number, one):
         disk = one.cut.image(case.first, case.events)
-        status, output, tree = bench.run_again(case, disk, repair=number % 2 == 1)
+        status, output, tree = bench.run_again(case, disk, repair=one.cut.torn or number % 2 == 1)
         done = {path: entry for path, entry in lasting(one.tree).items() if not TEMPORARY.match(path.rsplit("/", 1)[1])}
         if (status, tree) == ends[0] or done == ends[0][1] and (status, tree) == ends[1]:
             return None
