@@ -4,10 +4,13 @@ show, and the main job from installation to removal.
 scripts/test-powerpc vm runs this after scripts/setup-powerpc-kernel, on the package of scripts/release-powerpc.
 """
 
+import contextlib
 import hashlib
 import itertools
+import pathlib
 import shutil
 import signal
+import subprocess
 import time
 
 import pytest
@@ -77,7 +80,17 @@ def calls_in_order(machine):
 # The machine itself.
 
 
+def processes_with(word):
+    """Those of this computer that have a word among their arguments."""
+    found = []
+    for path in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+        with contextlib.suppress(OSError):
+            found += [path.parent.name] if word in path.read_bytes() else []
+    return found
+
+
 def test_it_is_a_powerpc_with_an_ext4_disk_and_a_kernel_of_its_own(machine):
+    assert processes_with(bytes(machine.directory / "disk"))
     assert machine.processor == "ppc"
     assert machine.kernel.startswith("6.")
     (line,) = [line for line in machine.read("/proc/mounts").decode().splitlines() if line.split()[1] == "/"]
@@ -94,6 +107,28 @@ def test_output_and_statuses_come_over_exactly(machine):
     done = machine.shell("kill -9 $$")
     assert done.result() == (b"", b"", -9)
     assert len(machine.shell("dd if=/dev/zero bs=100000 count=3 2>/dev/null").out) == 300_000
+
+
+LEFT_ALONE = """
+import os, pathlib, signal, sys
+sys.path.insert(0, sys.argv[1])
+import vm
+directory = pathlib.Path(sys.argv[2])
+machine = vm.Machine(directory / "disk", directory, package=sys.argv[3] if len(sys.argv) > 3 else None)
+os.kill(os.getpid(), signal.SIGKILL)
+"""
+
+
+@pytest.mark.parametrize("served", [False, True])
+def test_a_machine_ends_with_whoever_started_it(installed, package, tmp_path, served):
+    shutil.copy(installed, tmp_path / "disk")
+    command = ["/usr/bin/python3", "-B", "-c", LEFT_ALONE, vm.__file__.rpartition("/")[0], tmp_path]
+    done = subprocess.run([*command, *([package("--server", SERVER)] if served else [])], capture_output=True, timeout=PATIENCE)
+    assert done.returncode == -signal.SIGKILL, done.stderr
+    deadline = time.monotonic() + PATIENCE
+    while processes_with(bytes(tmp_path / "disk")):
+        assert time.monotonic() < deadline
+        time.sleep(0.1)
 
 
 def test_the_network_of_the_emulator_has_the_server_alone(boot, package):
@@ -150,6 +185,7 @@ class Session:
         deadline = time.monotonic() + PATIENCE
         while bool(self.modes()[3] & ECHO) != on:
             assert time.monotonic() < deadline, f"echo is still {not on}"
+            time.sleep(0.01)
 
     def answer(self, prompt, answer):
         self.expect(prompt)
@@ -368,6 +404,7 @@ echo "agent $*" >>/run/agent-calls
     calls = []
     while "agent start" not in calls:
         assert time.monotonic() < deadline, calls
+        time.sleep(0.1)
         calls += machine.agent_calls()
     assert calls.count("agent start") == 1
 
