@@ -56,10 +56,12 @@ def play(disk, events):
 
 
 def pieces_of(write, size):
-    """A write in pieces that end where the disk's blocks of that size do."""
+    """A write in pieces that end where the disk's blocks of that size do. But the first block of the file system is one
+    piece: its superblock has two sectors, and where only one is of a write, neither Linux nor e2fsck takes it for one."""
     at = 0
     while at < len(write.data):
-        end = min(at + size - (write.offset + at) % size, len(write.data))
+        here = write.offset + at
+        end = min(at + (BLOCK - here if here < BLOCK else size - here % size), len(write.data))
         yield Write(write.offset + at, write.data[at:end])
         at = end
 

@@ -22,7 +22,7 @@ import xml.etree.ElementTree
 import pytest
 
 import vm
-from cuts import FLUSHED, Write, all_cuts, distinct, plain_cuts, play, read_record
+from cuts import BLOCK, FLUSHED, Write, all_cuts, distinct, plain_cuts, play, read_record
 from device import INSTALL, KEY_FILES, SCRATCH, Device
 from power_cut_commands import COMMANDS, SOURCE
 from power_cut_disk import TEMPORARY
@@ -326,14 +326,27 @@ def test_a_record_is_read_as_it_was_written(tmp_path):
     assert read_record(path) == [Write(1536, b"a" * 512), FLUSHED, Write(4608, b"b" * 1024, True)]
 
 
-EVENTS = [Write(0, b"1" * 1024), FLUSHED, Write(512, b"2" * 1024), Write(4096, b"3" * 512), FLUSHED, Write(0, b"4" * 512)]
+def written(place, data, lasting=False):
+    """A write beyond the first block of the disk."""
+    return Write(BLOCK + place, data, lasting)
+
+
+def disks_of(events, count):
+    """The different disks of so many cuts, without that first block, where a disk of zero bytes was before."""
+    first = bytes(3 * BLOCK)
+    cuts = distinct(itertools.islice(all_cuts(events, 1), count), first, events)
+    return [bytes(cut.image(first, events)[BLOCK:]) for cut in cuts]
+
+
+EVENTS = [written(0, b"1" * 1024), FLUSHED, written(512, b"2" * 1024), written(4096, b"3" * 512), FLUSHED,
+          written(0, b"4" * 512)]
 
 
 def test_what_was_flushed_is_on_every_disk_and_what_was_not_on_some():
-    first = bytes(8192)
-    disks = [cut.image(first, EVENTS) for cut in distinct(itertools.islice(all_cuts(EVENTS, 1), 500), first, EVENTS)]
-    assert first in disks
-    assert bytes(b"4" * 512 + b"2" * 1024).ljust(4096, b"\0") + (b"3" * 512).ljust(4096, b"\0") in disks
+    disks = disks_of(EVENTS, 500)
+    assert len(disks) == len(set(disks))
+    assert bytes(2 * BLOCK) in disks
+    assert (b"4" * 512 + b"2" * 1024).ljust(4096, b"\0") + (b"3" * 512).ljust(4096, b"\0") in disks
     for disk in disks:
         if disk[4096] or disk[512] == ord("2") or disk[1024]:
             assert disk[:512] in (b"1" * 512, b"4" * 512), "before the first flush"
@@ -341,15 +354,21 @@ def test_what_was_flushed_is_on_every_disk_and_what_was_not_on_some():
             assert disk[512:1536] == b"2" * 1024 and disk[4096:4608] == b"3" * 512, "before the second flush"
     pieces = {(disk[512] == ord("2"), disk[1024] == ord("2"), disk[4096] == ord("3")) for disk in disks}
     assert len(pieces) == 8, "each piece with and without each other"
-    assert {bytes(disk[:1024]) for disk in disks} >= {b"1" * 512 + bytes(512), bytes(512) + b"1" * 512}
+    assert {disk[:1024] for disk in disks} >= {b"1" * 512 + bytes(512), bytes(512) + b"1" * 512}
 
 
 def test_a_write_that_lasts_at_once_is_on_every_disk_from_there_on():
-    events = [Write(0, b"1" * 512), Write(512, b"2" * 512, True), Write(1024, b"3" * 512)]
-    cuts = distinct(itertools.islice(all_cuts(events, 1), 200), bytes(2048), events)
-    disks = [cut.image(bytes(2048), events) for cut in cuts]
+    disks = disks_of([written(0, b"1" * 512), written(512, b"2" * 512, True), written(1024, b"3" * 512)], 200)
     assert all(disk[512] for disk in disks if disk[1024])
     assert any(disk[512] and not disk[0] for disk in disks)
+
+
+def test_the_first_block_is_never_written_in_part():
+    events = [Write(1024, b"1" * 1024 + b"2" * 4096)]
+    first = bytes(3 * BLOCK)
+    disks = [cut.image(first, events) for cut in itertools.islice(all_cuts(events, 1), 500)]
+    assert {bytes(disk[1024:2048]) for disk in disks} == {bytes(1024), b"1" * 1024}
+    assert {bytes(disk[4096:5120]) for disk in disks} >= {bytes(512) + b"2" * 512, b"2" * 512 + bytes(512)}
 
 
 def test_the_judge_knows_each_kind_of_violation():

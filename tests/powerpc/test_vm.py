@@ -122,8 +122,8 @@ os.kill(os.getpid(), signal.SIGKILL)
 @pytest.mark.parametrize("served", [False, True])
 def test_a_machine_ends_with_whoever_started_it(installed, package, tmp_path, served):
     shutil.copy(installed, tmp_path / "disk")
-    command = ["/usr/bin/python3", "-B", "-c", LEFT_ALONE, vm.__file__.rpartition("/")[0], tmp_path]
-    done = subprocess.run([*command, *([package("--server", SERVER)] if served else [])], capture_output=True, timeout=PATIENCE)
+    words = [vm.__file__.rpartition("/")[0], tmp_path, *([package("--server", SERVER)] if served else [])]
+    done = subprocess.run(["/usr/bin/python3", "-B", "-c", LEFT_ALONE, *words], capture_output=True, timeout=PATIENCE)
     assert done.returncode == -signal.SIGKILL, done.stderr
     deadline = time.monotonic() + PATIENCE
     while processes_with(bytes(tmp_path / "disk")):
@@ -305,7 +305,7 @@ def expect_no_trace(machine, *commands):
 
 
 @pytest.mark.parametrize("word", WORDS, ids=len)
-@pytest.mark.parametrize("prompted, port", [(False, ""), (False, ":8444"), (True, "")], ids=["digest", "basic", "prompted"])
+@pytest.mark.parametrize("prompted, port", [(False, ""), (False, ":8444"), (True, "")], ids=["Digest", "Basic", "asked"])
 def test_the_password_is_nowhere_in_memory_while_the_commands_of_the_agent_run(boot, package, word, prompted, port):
     machine = boot(package=package("--server", SERVER), password=word)
     search_from_commands(machine, word)
