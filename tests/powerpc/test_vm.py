@@ -8,6 +8,7 @@ import contextlib
 import hashlib
 import itertools
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
@@ -407,6 +408,47 @@ echo "agent $*" >>/run/agent-calls
         time.sleep(0.1)
         calls += machine.agent_calls()
     assert calls.count("agent start") == 1
+
+
+# Unit tests.
+
+UNIT_BUILD = SOURCE / "build/ppc"
+UNIT_PROGRAMS = ["kelt_test_base", "kelt_test_helper", "kelt_test_provision"]
+
+
+def unit_tests_for_a_machine():
+    """Those that do not run under the emulation of programs and are to run here, by what exclusions.txt says of them."""
+    lines = (SOURCE / "tests/powerpc/exclusions.txt").read_text().splitlines()
+    return [line.split()[0] for line in lines if line.endswith("powerpc/test_vm.py runs it on a machine")]
+
+
+@pytest.fixture
+def unit_disk(tmp_path):
+    """A disk with the bare system, unit tests, and the libraries that these need."""
+    root = tmp_path / "root"
+    vm.make_root(root)
+    (root / "build/ppc").mkdir(parents=True)
+    (root / "mnt").mkdir()
+    for name in (*UNIT_PROGRAMS, "keltconfig-crypto.so", "keltconfig-provision.so"):
+        assert (UNIT_BUILD / name).exists(), f"{name} is missing: scripts/test-powerpc build"
+        shutil.copy(UNIT_BUILD / name, root / "build/ppc")
+    for name in ("libstdc++.so.6", "libgcc_s.so.1", "libatomic.so.1", "keltconfig-libraries.so"):
+        shutil.copy(UNIT_BUILD / "root/usr/lib/powerpc-linux-gnu" / name, root / "lib")
+    shutil.copytree(SOURCE / "tests/data", root / "tests/data", ignore=shutil.ignore_patterns("fuzz"))
+    vm.make_disk(root, tmp_path / "disk", "48M")
+    return tmp_path / "disk"
+
+
+def test_the_unit_tests_that_take_a_kernel_pass(unit_disk, tmp_path):
+    wanted = unit_tests_for_a_machine()
+    assert len(wanted) >= 19
+    ran = 0
+    with Machine(unit_disk, tmp_path) as machine:
+        for program in UNIT_PROGRAMS:
+            done = machine.run(f"/build/ppc/{program}", "--gtest_brief=1", f"--gtest_filter={':'.join(wanted)}")
+            assert done.status == 0, done.out.decode() + done.err.decode()
+            ran += int(re.search(rb"PASSED  \] (\d+) test", done.out)[1])
+    assert ran == len(wanted)
 
 
 # The main job.
