@@ -463,7 +463,7 @@ def try_case(bench, case, count=share(CUTS), boots=share(BOOTS)):
     return tried
 
 
-@pytest.mark.parametrize("name, options", CASES)
+@pytest.mark.parametrize("name, options", CASES, ids=["-".join(filter(None, case)) for case in CASES])
 def test_every_disk_that_a_cut_leaves_is_whole_and_the_same_command_ends_well_there(bench, name, options):
     files, (arguments,) = bench.prepare(name)
     case = bench.record(f"{name} {options}".strip(), *arguments, files=files, options=options)
