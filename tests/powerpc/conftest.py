@@ -30,3 +30,25 @@ def installed(bare, tmp_path_factory):
         assert done.status == 0, done
         machine.power_off()
     return directory / "disk"
+
+
+@pytest.fixture
+def boot(installed, tmp_path):
+    """boot(**options): a machine with an installed package; options as of Machine."""
+    machines = []
+
+    def start(**options):
+        directory = tmp_path / f"machine{len(machines)}"
+        directory.mkdir()
+        shutil.copy(installed, directory / "disk")
+        machines.append(Machine(directory / "disk", directory, **options))
+        return machines[-1]
+
+    yield start
+    for machine in machines:
+        machine.close()
+
+
+@pytest.fixture
+def machine(boot):
+    return boot()
