@@ -5,10 +5,12 @@
 
 namespace __gnu_cxx {
 
-void __verbose_terminate_handler();  // NOLINT(bugprone-reserved-identifier): the library's name
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,readability-identifier-naming): its name
+void __verbose_terminate_handler();
 
-void __verbose_terminate_handler() {  // NOLINT(bugprone-reserved-identifier)
+void __verbose_terminate_handler() {
   std::abort();
 }
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,readability-identifier-naming)
 
 }  // namespace __gnu_cxx

@@ -14,6 +14,8 @@ import tarfile
 
 import pytest
 
+import vm
+
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 RELEASE = SOURCE / "build/release-powerpc"
 BARE = SOURCE / "tests/powerpc/bare"
@@ -192,14 +194,7 @@ class Bare:
 
     def __init__(self, root):
         self.root = root
-        said(BARE, "--make", root)
-        for part in ("etc/orv.d", "opt/Quorvane"):
-            shutil.copytree(SOURCE / "device/root" / part, root / part)
-        agent = root / "opt/Quorvane/orv/bin/agent"
-        agent.write_text(AGENT)
-        agent.chmod(0o755)
-        for directory in ("etc", "opt"):
-            said("chmod", "-R", "u=rwX,go=rX", root / directory)
+        vm.make_root(root, AGENT)
 
     def run(self, *command, server=None):
         return run(BARE, *(("--server", server) if server else ()), self.root, *command)

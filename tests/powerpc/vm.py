@@ -49,13 +49,13 @@ def as_root():
 # The disk.
 
 
-def make_root(root):
-    """The bare system with an agent, as a directory."""
+def make_root(root, program=AGENT):
+    """The bare system with an agent, whose program is the given one, as a directory."""
     said(BARE, "--make", root)
     for part in ("etc/orv.d", "opt/Quorvane"):
         shutil.copytree(SOURCE / "device/root" / part, root / part)
     agent = root / "opt/Quorvane/orv/bin/agent"
-    agent.write_text(AGENT)
+    agent.write_text(program)
     agent.chmod(0o755)
     for directory in ("etc", "opt"):
         said("chmod", "-R", "u=rwX,go=rX", root / directory)
