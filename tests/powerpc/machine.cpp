@@ -9,8 +9,9 @@
 //   u TARGET                           unmounts: d ERRNO
 //   s                                  puts on the disk what is in memory: d ERRNO
 //   t SECONDS                          sets the clock: d ERRNO
-//   a PATH                             the modes of a terminal, or of that of command PATH: a INPUT OUTPUT CONTROL
-//   LOCAL r ID INPUT ROOT DIRECTORY ADDRESS-SPACE CORE [VARIABLE...] '' ARGUMENT...
+//   a PATH                             the modes of a terminal, or of that of command PATH: a and four numbers, for
+//                                      input, output, control and local modes
+//   r ID INPUT ROOT DIRECTORY ADDRESS-SPACE CORE [VARIABLE...] '' ARGUMENT...
 //                                      runs a command. INPUT is "null", "pipe", "pty" or a terminal's path; the limits
 //                                      are in bytes, or empty. d ERRNO, then o ID STREAM and the bytes, and at last e
 //                                      ID WORD NUMBER with "exit", "signal" or "core"
